@@ -1,0 +1,64 @@
+#include "HalvernApi/Alamofire+Extensions.hpp"
+
+#include <cstdio>
+
+#include "HalvernApi/Environment.hpp"
+#include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Statham/JsonCodec.hpp"
+
+namespace HalvernApi {
+namespace {
+
+// The URL as an optional value prints: `Optional(https://...)` or `nil`.
+std::string urlText(const DataRequest& request) {
+  return request.request() ? "Optional(" + Alamofire::printableUrl(request.request()->url) + ')' : "nil";
+}
+
+// Builds a line only when somebody listens; logging never alters what it logs.
+template <class Line>
+void log(Line line) try {
+  if (Environment::log) Environment::log(line());
+} catch (...) {
+}
+
+// In one piece, whatever other threads print.
+void printLine(std::string_view text) {
+  flockfile(stdout);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fputc('\n', stdout);
+  funlockfile(stdout);
+}
+
+void logAnswer(const DataRequest& request, const DefaultDataResponse& answer) {
+  if (answer.response) {
+    log([&] { return "STATUS " + std::to_string(answer.response->statusCode) + ' ' + urlText(request); });
+    // Deliberate, and whether or not anybody logs: see SECURITY.md.
+    if (answer.data && Foundation::isUtf8(Foundation::textOf(*answer.data)))
+      printLine(Foundation::textOf(*answer.data));
+  } else if (answer.error) {
+    log([&] { return "ERROR " + urlText(request) + ' ' + answer.error->description(); });
+  } else {
+    log([&] { return "EMPTY RESPONSE " + urlText(request); });
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<DataRequest> startValidated(SessionManager& session, std::string_view url, HTTPMethod method,
+                                            const std::optional<JsonObject>& parameters,
+                                            const ParameterEncoding& encoding, std::optional<std::string> apiKey,
+                                            std::optional<std::string> accessToken) {
+  HTTPHeaders headers = SessionManager::defaultHTTPHeaders();
+  headers.set("Accept", "application/json");
+  headers.set("Api-Key", std::move(apiKey));
+  headers.set("Access-Token", std::move(accessToken));
+  auto request = session.request(url, method, parameters, encoding, std::move(headers));
+  log([&] { return std::string(rawValue(method)) + ' ' + urlText(*request); });
+  log([&] { return request->debugDescription(); });
+  // Before validation, so that it sees every answer.
+  request->response([request](const DefaultDataResponse& answer) { logAnswer(*request, answer); });
+  request->validate();
+  return request;
+}
+
+}  // namespace HalvernApi

@@ -1,0 +1,32 @@
+// The one road that every call takes: headers, logging, validation, decoding, and conversion of every failure. Any
+// thread.
+#pragma once
+
+#include "HalvernApi/Error.hpp"
+#include "HalvernApi/Platform/Alamofire/SessionManager.hpp"
+#include "HalvernApi/Platform/Statham/JsonCodec.hpp"
+
+namespace HalvernApi {
+
+// Starts a request with its headers and log lines, and validates it. What `request` below does before it decodes.
+HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(
+    SessionManager& session, std::string_view url, HTTPMethod method, const std::optional<JsonObject>& parameters,
+    const ParameterEncoding& encoding, std::optional<std::string> apiKey, std::optional<std::string> accessToken);
+
+// Sends a request and decodes its answer. `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token";
+// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue.
+// Never fails itself: every failure is the promise's.
+//
+// The body of every answer is printed on standard output, if it is UTF-8; log lines go to Environment::log.
+template <class T>
+Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMethod method,
+                          std::optional<JsonObject> parameters, const ParameterEncoding& encoding,
+                          std::optional<std::string> apiKey, std::optional<std::string> accessToken,
+                          std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
+  return startValidated(session, url, method, parameters, encoding, std::move(apiKey), std::move(accessToken))
+      ->template responseJsonDecodePromise<T>(std::move(decoder))
+      .map([](SuccessResponse<T> success) { return std::move(success.result); })
+      .mapError([](const ErrorResponse& failure) { return Error(failure); });
+}
+
+}  // namespace HalvernApi

@@ -1,0 +1,124 @@
+// The ten operations of the account and hearing-aid web service: the interface that applications code against, and the
+// service that implements it over HTTP.
+//
+// Operations may be called from any thread. Each sends one POST at once and returns a promise of the decoded answer;
+// none blocks, checks its arguments or fails itself. The promise fails with what went wrong; see Error.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "HalvernApi/Audiogram.hpp"
+#include "HalvernApi/AuthenticationResponse.hpp"
+#include "HalvernApi/Error.hpp"
+#include "HalvernApi/ForgotPasswordResponse.hpp"
+#include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
+#include "HalvernApi/Platform/Promissum/Promise.hpp"
+#include "HalvernApi/ProfileResponse.hpp"
+#include "HalvernApi/ValidatedEmailResponse.hpp"
+
+namespace HalvernApi {
+
+namespace Alamofire {
+class SessionManager;
+}
+using Alamofire::SessionManager;
+
+class HALVERNAPI_EXPORT ApiService {
+ public:
+  virtual ~ApiService();
+
+  virtual Promise<AuthenticationResponse, Error> login(std::string_view email, std::string_view password,
+                                                       std::string_view appInstanceId,
+                                                       std::string_view appInstanceName) = 0;
+
+  // Signs in again with the refresh token of an earlier sign-in.
+  virtual Promise<AuthenticationResponse, Error> relogin(std::string_view refreshToken,
+                                                         std::string_view appInstanceId) = 0;
+
+  // Makes an account. The service compares the two passwords.
+  virtual Promise<AuthenticationResponse, Error> register_(std::string_view email, std::string_view password,
+                                                           std::string_view confirmPassword,
+                                                           std::string_view appInstanceId,
+                                                           std::string_view appInstanceName) = 0;
+
+  // Signs in with the access token that Facebook's sign-in gave to the application.
+  virtual Promise<AuthenticationResponse, Error> authenticate(std::string_view withFacebookToken,
+                                                              std::string_view appInstanceId,
+                                                              std::string_view appInstanceName) = 0;
+
+  // Has the e-mail with the confirmation link sent again.
+  virtual Promise<Unit, Error> resendValidationEmail(std::string_view accessToken) = 0;
+
+  virtual Promise<ForgotPasswordResponse, Error> sendPasswordReset(std::string_view email) = 0;
+
+  // Whether the user's e-mail address has been confirmed.
+  virtual Promise<ValidatedEmailResponse, Error> checkIfValidated(std::string_view accessToken) = 0;
+
+  // Adds a hearing aid to the account. An absent serial number is sent as null.
+  virtual Promise<Unit, Error> registerDevice(std::string_view appInstanceId, std::string_view productName,
+                                              std::optional<std::string_view> serialNumber,
+                                              std::string_view hardwareVersion, std::string_view firmwareVersion,
+                                              std::string_view tube, DeviceOrientation orientation,
+                                              std::string_view accessToken) = 0;
+
+  // Sends audiograms, as they are and in their order, for a fitting configuration of each ear.
+  virtual Promise<ConfigurationResponse, Error> profile(const std::vector<Audiogram>& audiograms,
+                                                        std::string_view accessToken) = 0;
+
+  // Stores the user's date of birth, as it reads in the device's time zone, and sex.
+  virtual Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) = 0;
+};
+
+// Shared by reference. Calls are independent of one another, and nothing is kept between them: no token, no answer.
+// Destroying the service cancels the calls that are in flight; their promises settle with `network` -999.
+class HALVERNAPI_EXPORT HttpApiService : public ApiService {
+ public:
+  // `baseUrl` is put in front of every path as it is, so it does not end in a slash. `apiToken` goes out with every
+  // request as the header "Api-Key". Nothing is checked here, and nothing is connected before the first call.
+  HttpApiService(std::string baseUrl, const URLSessionConfiguration& configuration, std::string apiToken);
+  ~HttpApiService() override;
+  HttpApiService(const HttpApiService&) = delete;
+  HttpApiService& operator=(const HttpApiService&) = delete;
+
+  const std::string& baseUrl() const { return baseUrl_; }
+  const std::shared_ptr<SessionManager>& manager() const { return manager_; }
+  const std::string& apiToken() const { return apiToken_; }
+
+  Promise<AuthenticationResponse, Error> login(std::string_view email, std::string_view password,
+                                               std::string_view appInstanceId,
+                                               std::string_view appInstanceName) override;
+  Promise<AuthenticationResponse, Error> relogin(std::string_view refreshToken,
+                                                 std::string_view appInstanceId) override;
+  Promise<AuthenticationResponse, Error> register_(std::string_view email, std::string_view password,
+                                                   std::string_view confirmPassword, std::string_view appInstanceId,
+                                                   std::string_view appInstanceName) override;
+  Promise<AuthenticationResponse, Error> authenticate(std::string_view withFacebookToken,
+                                                      std::string_view appInstanceId,
+                                                      std::string_view appInstanceName) override;
+  Promise<Unit, Error> resendValidationEmail(std::string_view accessToken) override;
+  Promise<ForgotPasswordResponse, Error> sendPasswordReset(std::string_view email) override;
+  Promise<ValidatedEmailResponse, Error> checkIfValidated(std::string_view accessToken) override;
+  Promise<Unit, Error> registerDevice(std::string_view appInstanceId, std::string_view productName,
+                                      std::optional<std::string_view> serialNumber, std::string_view hardwareVersion,
+                                      std::string_view firmwareVersion, std::string_view tube,
+                                      DeviceOrientation orientation, std::string_view accessToken) override;
+  Promise<ConfigurationResponse, Error> profile(const std::vector<Audiogram>& audiograms,
+                                                std::string_view accessToken) override;
+  Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) override;
+
+ private:
+  template <class T>
+  Promise<T, Error> post(std::string_view path, std::optional<JsonObject> body,
+                         std::optional<std::string_view> accessToken,
+                         Expected<T, JsonDecodeError> (*decoder)(const JsonValue&)) const;
+
+  const std::string baseUrl_;
+  const std::shared_ptr<SessionManager> manager_;
+  const std::string apiToken_;
+};
+
+}  // namespace HalvernApi

@@ -1,0 +1,25 @@
+// Dates in JSON: "yyyy-MM-dd'T'HH:mm:ss", in the device's time zone as it is at the moment, without an offset. Any
+// thread, as long as none changes the environment variable TZ meanwhile.
+#pragma once
+
+#include "HalvernApi/Platform/Foundation/Date.hpp"
+#include "HalvernApi/Platform/Foundation/Expected.hpp"
+#include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
+
+namespace HalvernApi::Statham {
+
+template <class T>
+struct JsonCodec;
+
+// Every field takes exactly two digits, a year four or more. A local time that a change of the clocks skips is read
+// with the offset from before the change (so 02:30 becomes 03:30), one that it repeats as the earlier of the two.
+// Without zone data the time zone is UTC.
+template <>
+struct HALVERNAPI_EXPORT JsonCodec<Foundation::Date> {
+  // Fails with wrongType and "ISO 8601 formatted NSDate".
+  static Foundation::Expected<Foundation::Date, JsonDecodeError> decodeJson(const JsonValue& json);
+  // Rounded down to whole seconds.
+  static std::string encodeJson(Foundation::Date date);
+};
+
+}  // namespace HalvernApi::Statham

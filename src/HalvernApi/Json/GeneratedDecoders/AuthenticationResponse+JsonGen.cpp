@@ -1,0 +1,34 @@
+#include <ostream>
+
+#include "HalvernApi/AuthenticationResponse.hpp"
+#include "HalvernApi/Extensions/Date+JsonGen.hpp"
+#include "HalvernApi/Platform/Statham/RecordCodec.hpp"
+
+namespace HalvernApi {
+namespace {
+
+using Statham::field;
+
+constexpr Statham::RecordCodec codec("AuthenticationResponse",  //
+                                     field("isSuccessful", &AuthenticationResponse::isSuccessful),
+                                     field("isEmailConfirmed", &AuthenticationResponse::isEmailConfirmed),
+                                     field("accessToken", &AuthenticationResponse::accessToken),
+                                     field("refreshToken", &AuthenticationResponse::refreshToken),
+                                     field("dateOfBirth", &AuthenticationResponse::dateOfBirth),
+                                     field("sex", &AuthenticationResponse::sex),
+                                     field("email", &AuthenticationResponse::email));
+
+}  // namespace
+
+Expected<AuthenticationResponse, JsonDecodeError> AuthenticationResponse::decodeJson(const JsonValue& json) {
+  return codec.decode(json);
+}
+JsonObject AuthenticationResponse::encodeJson() const { return codec.encode(*this); }
+
+std::ostream& operator<<(std::ostream& out, const AuthenticationResponse& response) {
+  const auto word = [](bool flag) { return flag ? "true" : "false"; };
+  return out << "AuthenticationResponse(isSuccessful: " << word(response.isSuccessful())
+             << ", isEmailConfirmed: " << word(response.isEmailConfirmed()) << ", <elided>)";
+}
+
+}  // namespace HalvernApi

@@ -1,0 +1,28 @@
+#include <ostream>
+
+#include "HalvernApi/ErrorCodeResponse.hpp"
+#include "HalvernApi/Platform/Statham/RecordCodec.hpp"
+
+namespace HalvernApi {
+namespace {
+
+using Statham::field;
+
+constexpr Statham::RecordCodec codec("ServerErrorResponse",  //
+                                     field("errorCode", &ServerErrorResponse::errorCode),
+                                     field("message", &ServerErrorResponse::message),
+                                     field("validationErrors", &ServerErrorResponse::validationErrors));
+
+}  // namespace
+
+Expected<ServerErrorResponse, JsonDecodeError> ServerErrorResponse::decodeJson(const JsonValue& json) {
+  return codec.decode(json);
+}
+JsonObject ServerErrorResponse::encodeJson() const { return codec.encode(*this); }
+
+std::ostream& operator<<(std::ostream& out, const ServerErrorResponse& response) {
+  const std::size_t texts = response.validationErrors() ? response.validationErrors()->size() : 0;
+  return out << "ServerErrorResponse(errorCode: " << response.errorCode() << ", validationErrors: " << texts << ')';
+}
+
+}  // namespace HalvernApi

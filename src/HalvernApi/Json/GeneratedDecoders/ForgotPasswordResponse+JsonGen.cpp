@@ -1,0 +1,23 @@
+#include <ostream>
+
+#include "HalvernApi/ForgotPasswordResponse.hpp"
+#include "HalvernApi/Platform/Statham/RecordCodec.hpp"
+
+namespace HalvernApi {
+namespace {
+
+constexpr Statham::RecordCodec codec("ForgotPasswordResponse",
+                                     Statham::field("result", &ForgotPasswordResponse::result));
+
+}  // namespace
+
+Expected<ForgotPasswordResponse, JsonDecodeError> ForgotPasswordResponse::decodeJson(const JsonValue& json) {
+  return codec.decode(json);
+}
+JsonObject ForgotPasswordResponse::encodeJson() const { return codec.encode(*this); }
+
+std::ostream& operator<<(std::ostream& out, const ForgotPasswordResponse& response) {
+  return out << "ForgotPasswordResponse(result: " << (response.result() ? "true)" : "false)");
+}
+
+}  // namespace HalvernApi

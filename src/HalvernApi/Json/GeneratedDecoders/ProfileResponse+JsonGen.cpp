@@ -1,0 +1,35 @@
+#include <ostream>
+
+#include "HalvernApi/Platform/Statham/RecordCodec.hpp"
+#include "HalvernApi/ProfileResponse.hpp"
+
+namespace HalvernApi {
+namespace {
+
+using Statham::field;
+
+constexpr Statham::RecordCodec codec("ConfigurationResponse",  //
+                                     field("leftConfiguration", &ConfigurationResponse::leftConfiguration),
+                                     field("rightConfiguration", &ConfigurationResponse::rightConfiguration));
+
+void print(std::ostream& out, const std::optional<std::string>& text) {
+  if (text)
+    out << text->size() << " characters";
+  else
+    out << "absent";
+}
+
+}  // namespace
+
+Expected<ConfigurationResponse, JsonDecodeError> ConfigurationResponse::decodeJson(const JsonValue& json) {
+  return codec.decode(json);
+}
+JsonObject ConfigurationResponse::encodeJson() const { return codec.encode(*this); }
+
+std::ostream& operator<<(std::ostream& out, const ConfigurationResponse& response) {
+  print(out << "ConfigurationResponse(left: ", response.leftConfiguration());
+  print(out << ", right: ", response.rightConfiguration());
+  return out << ')';
+}
+
+}  // namespace HalvernApi

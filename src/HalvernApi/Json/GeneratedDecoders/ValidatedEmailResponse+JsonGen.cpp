@@ -1,0 +1,23 @@
+#include <ostream>
+
+#include "HalvernApi/Platform/Statham/RecordCodec.hpp"
+#include "HalvernApi/ValidatedEmailResponse.hpp"
+
+namespace HalvernApi {
+namespace {
+
+constexpr Statham::RecordCodec codec("ValidatedEmailResponse",
+                                     Statham::field("result", &ValidatedEmailResponse::result));
+
+}  // namespace
+
+Expected<ValidatedEmailResponse, JsonDecodeError> ValidatedEmailResponse::decodeJson(const JsonValue& json) {
+  return codec.decode(json);
+}
+JsonObject ValidatedEmailResponse::encodeJson() const { return codec.encode(*this); }
+
+std::ostream& operator<<(std::ostream& out, const ValidatedEmailResponse& response) {
+  return out << "ValidatedEmailResponse(result: " << (response.result() ? "true)" : "false)");
+}
+
+}  // namespace HalvernApi

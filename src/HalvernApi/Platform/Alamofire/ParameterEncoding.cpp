@@ -1,0 +1,27 @@
+#include "HalvernApi/Platform/Alamofire/ParameterEncoding.hpp"
+
+#include "HalvernApi/Platform/Alamofire/AFError.hpp"
+#include "HalvernApi/Platform/Statham/JsonText.hpp"
+
+namespace HalvernApi::Alamofire {
+
+ParameterEncoding::~ParameterEncoding() = default;
+
+const JSONEncoding& JSONEncoding::default_() {
+  static const JSONEncoding encoding;
+  return encoding;
+}
+
+Foundation::Expected<URLRequest, Foundation::NSError> JSONEncoding::encode(
+    URLRequest request, const std::optional<Statham::JsonObject>& parameters) const {
+  if (!parameters) return request;
+  auto body = Statham::writeJson(*parameters);
+  if (!body)
+    return Foundation::Unexpected<Foundation::NSError>(
+        makeError(AFError::parameterEncodingFailed, "The parameters cannot be written as JSON: " + body.error() + "."));
+  request.body = *std::move(body);
+  if (request.headers.find("Content-Type") == nullptr) request.headers.set("Content-Type", "application/json");
+  return request;
+}
+
+}  // namespace HalvernApi::Alamofire

@@ -1,0 +1,35 @@
+// How the parameters of a request become part of it.
+#pragma once
+
+#include <optional>
+
+#include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
+#include "HalvernApi/Platform/Foundation/Expected.hpp"
+#include "HalvernApi/Platform/Foundation/NSError.hpp"
+#include "HalvernApi/Platform/Statham/Json.hpp"
+
+namespace HalvernApi::Alamofire {
+
+class HALVERNAPI_EXPORT ParameterEncoding {
+ public:
+  virtual ~ParameterEncoding();
+  // Any thread. Absent parameters leave the request as it is; an error fails the request before anything is sent.
+  virtual Foundation::Expected<URLRequest, Foundation::NSError> encode(
+      URLRequest request, const std::optional<Statham::JsonObject>& parameters) const = 0;
+};
+
+// The parameters as one JSON object in the body, with "Content-Type: application/json" where there is no such header
+// yet. Fails on text that is not UTF-8 and on numbers that are not finite.
+class HALVERNAPI_EXPORT JSONEncoding final : public ParameterEncoding {
+ public:
+  static const JSONEncoding& default_();
+  Foundation::Expected<URLRequest, Foundation::NSError> encode(
+      URLRequest request, const std::optional<Statham::JsonObject>& parameters) const override;
+};
+
+}  // namespace HalvernApi::Alamofire
+
+namespace HalvernApi {
+using Alamofire::JSONEncoding;
+using Alamofire::ParameterEncoding;
+}  // namespace HalvernApi

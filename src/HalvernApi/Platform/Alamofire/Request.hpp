@@ -1,0 +1,96 @@
+// A request that was started, and the answer that it comes to. Every member may be called from any thread.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
+#include "HalvernApi/Platform/Promissum/Promise.hpp"
+#include "HalvernApi/Platform/Promissum/Responses.hpp"
+
+namespace HalvernApi::Alamofire {
+
+class HALVERNAPI_EXPORT Request {
+ public:
+  virtual ~Request();
+
+  // Absent when the URL's text cannot be a URL.
+  const std::optional<URLRequest>& request() const { return request_; }
+
+  // A curl command line for bug reports: what may be a secret (the body, and every header but harmless ones) is elided.
+  std::string debugDescription() const;
+
+ protected:
+  explicit Request(std::optional<URLRequest> request) : request_(std::move(request)) {}
+
+ private:
+  const std::optional<URLRequest> request_;
+};
+
+struct DefaultDataResponse {
+  std::optional<Foundation::HTTPURLResponse> response{};  // absent when no answer came
+  std::optional<Foundation::Data> data{};                 // the body as far as it came
+  std::optional<Foundation::NSError> error{};             // what ended the exchange, or what validation found
+};
+
+class HALVERNAPI_EXPORT DataRequest final : public Request {
+ public:
+  // The answer's shared state; it always comes to a value.
+  using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
+
+  DataRequest(std::optional<URLRequest> request, boost::intrusive_ptr<Answer> answer);
+
+  // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
+  // media type does not match the request's "Accept".
+  DataRequest& validate();
+
+  // `handler` runs once on the completion queue, also when the answer is there already.
+  DataRequest& response(std::function<void(const DefaultDataResponse&)> handler);
+
+  // The body parsed as JSON and decoded. `decoder` runs on the completion queue; when it throws, the promise fails.
+  template <class T>
+  Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
+      std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)> decoder) {
+    using Result = Promissum::PromiseState<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
+    boost::intrusive_ptr<Result> result(new Result(answer_->queue(), answer_->cancellable()));
+    answer_->whenSettled([result, decoder = std::move(decoder), judge = judge()](auto&& answered) {
+      std::optional<T> value;
+      const auto decode = [&](const Statham::JsonValue& json) -> std::optional<Statham::JsonDecodeError> {
+        auto decoded = decoder(json);
+        if (!decoded) return std::move(decoded).error();
+        value = *std::move(decoded);
+        return std::nullopt;
+      };
+      DefaultDataResponse answer = *std::forward<decltype(answered)>(answered);
+      if (auto failure = decodeAnswer(answer, judge, decode))
+        result->settle(Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure)), true);
+      else
+        result->settle(Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)}, true);
+    });
+    return Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>(std::move(result));
+  }
+
+ private:
+  using Decode = std::function<std::optional<Statham::JsonDecodeError>(const Statham::JsonValue&)>;
+
+  // What validation holds an answer to; absent when it was not asked for.
+  struct Judge {
+    std::optional<std::string> accept;
+  };
+
+  Judge judge() const;
+  static std::optional<Foundation::NSError> invalid(const DefaultDataResponse& answer, const Judge& judge);
+  static std::optional<Promissum::ErrorResponse> decodeAnswer(DefaultDataResponse& answer, const Judge& judge,
+                                                              const Decode& decode);
+
+  const boost::intrusive_ptr<Answer> answer_;
+  std::atomic<bool> validated_ = false;
+};
+
+}  // namespace HalvernApi::Alamofire
+
+namespace HalvernApi {
+using Alamofire::DataRequest;
+using Alamofire::DefaultDataResponse;
+}  // namespace HalvernApi

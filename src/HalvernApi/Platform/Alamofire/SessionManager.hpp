@@ -1,0 +1,46 @@
+// An HTTP session: connections that are kept alive and shared, one thread that does all input and output, and the
+// completion queue on which the handlers of its requests run.
+//
+// Every member may be called from any thread. Threads and connections come with the first request. After fork() a
+// session is of no use in the child: a request that is started there fails.
+#pragma once
+
+#include <memory>
+
+#include "HalvernApi/Platform/Alamofire/ParameterEncoding.hpp"
+#include "HalvernApi/Platform/Alamofire/Request.hpp"
+#include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
+
+namespace HalvernApi::Alamofire {
+
+class Transport;
+
+class HALVERNAPI_EXPORT SessionManager {
+ public:
+  explicit SessionManager(const Foundation::URLSessionConfiguration& configuration);
+  // Ends what is in flight: every promise settles, with NSURLErrorCancelled, soon and on the completion queue. Neither
+  // waits for the network nor for handlers, and may be called inside one.
+  ~SessionManager();
+  SessionManager(const SessionManager&) = delete;
+  SessionManager& operator=(const SessionManager&) = delete;
+
+  // "Accept-Encoding", "Accept-Language" (from LANGUAGE, LC_ALL, LC_MESSAGES and LANG, as they are at the first call)
+  // and "User-Agent".
+  static const HTTPHeaders& defaultHTTPHeaders();
+
+  // Starts a request at once. Never fails itself: whatever is wrong comes as the request's answer.
+  std::shared_ptr<DataRequest> request(std::string_view url, HTTPMethod method,
+                                       const std::optional<Statham::JsonObject>& parameters,
+                                       const ParameterEncoding& encoding, HTTPHeaders headers);
+
+ private:
+  const HTTPHeaders additionalHeaders_;
+  const std::shared_ptr<Foundation::CompletionQueue> queue_;
+  const std::unique_ptr<Transport> transport_;
+};
+
+}  // namespace HalvernApi::Alamofire
+
+namespace HalvernApi {
+using Alamofire::SessionManager;
+}  // namespace HalvernApi

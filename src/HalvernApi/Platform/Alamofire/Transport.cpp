@@ -1,0 +1,585 @@
+#include "HalvernApi/Platform/Alamofire/Transport.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <list>
+#include <mutex>
+
+#include "HalvernApi/Platform/Alamofire/AFError.hpp"
+#include "HalvernApi/Platform/Alamofire/Curl.hpp"
+#include "HalvernApi/Platform/Alamofire/Timing.hpp"
+#include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
+#include "HalvernApi/Platform/Foundation/Thread.hpp"
+
+namespace HalvernApi::Alamofire {
+
+using Foundation::CompletionQueue;
+using Foundation::NSError;
+
+namespace {
+
+constexpr int mostRedirects = 16;
+constexpr std::size_t mostHeaderBytes = 256 * 1024;
+constexpr std::size_t mostPooledHandles = 64;
+constexpr curl_off_t largestFirstGuess = 1024 * 1024;
+constexpr std::size_t largeBody = 64 * 1024;  // larger ones libcurl sends in several pieces
+
+NSError urlError(Foundation::NSURLError code, std::string_view words) {
+  return {std::string(Foundation::NSURLErrorDomain), code, std::string(words)};
+}
+
+NSError posixError(int code) { return {std::string(Foundation::NSPOSIXErrorDomain), code, std::strerror(code)}; }
+
+NSError cancelled() { return urlError(Foundation::NSURLErrorCancelled, "The request was cancelled."); }
+
+// Why a URL cannot be loaded.
+std::optional<NSError> loadingFault(const std::string& url) {
+  const std::string_view scheme = schemeOf(url);
+  if (!equalIgnoringCase(scheme, "http") && !equalIgnoringCase(scheme, "https"))
+    return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
+  if (urlPart(parseUrl(url), CURLUPART_HOST).empty())
+    return urlError(Foundation::NSURLErrorBadURL, "The URL names no host, or is malformed.");
+  return std::nullopt;
+}
+
+// Wakes a thread out of poll().
+class WakePipe {
+ public:
+  ~WakePipe() {
+    for (const int end : ends_)
+      if (end >= 0) ::close(end);
+  }
+  bool open() {
+    if (::pipe(ends_) != 0) return false;
+    for (const int end : ends_) {
+      ::fcntl(end, F_SETFD, FD_CLOEXEC);
+      ::fcntl(end, F_SETFL, O_NONBLOCK);
+    }
+    return true;
+  }
+  int readEnd() const { return ends_[0]; }
+  void wake() const { [[maybe_unused]] const ssize_t written = ::write(ends_[1], "", 1); }  // full: it is awake
+  void drain() const {
+    char bytes[64];
+    while (::read(ends_[0], bytes, sizeof bytes) == sizeof bytes) {
+    }
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+}  // namespace
+
+// One request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
+struct Transport::Exchange final : public Promissum::Cancellable, public std::enable_shared_from_this<Exchange> {
+  explicit Exchange(std::weak_ptr<Loop> itsLoop) : loop(std::move(itsLoop)) {}
+  void cancel() override;
+
+  const URLRequest& request() const { return redirected ? *redirected : *original->request(); }
+
+  const std::weak_ptr<Loop> loop;
+  std::shared_ptr<const DataRequest> original;
+  std::optional<URLRequest> redirected;
+  boost::intrusive_ptr<DataRequest::Answer> answer;
+
+  CurlEasy easy;
+  CurlHeaders headers;
+  std::array<char, CURL_ERROR_SIZE> words{};
+  int redirects = 0;
+  curl_off_t sent = 0;
+
+  // The answer so far.
+  int statusCode = 0;  // 0 until its header block is complete
+  std::size_t headerBytes = 0;
+  Foundation::Data body;
+  std::optional<NSError> fault;  // why a callback refused to go on
+
+  // In the lists of the I/O thread.
+  Loop* driver = nullptr;  // null when not in flight
+  Clock::time_point started;
+  Clock::time_point lastByte;
+  std::list<std::shared_ptr<Exchange>>::iterator byStartEntry;
+  std::list<Exchange*>::iterator byLastByteEntry;
+};
+
+// What the I/O thread works on. The thread shares it with the transport, and may outlive that by a moment.
+class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::enable_shared_from_this<Loop> {
+ public:
+  Loop(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
+      : configuration_(configuration),
+        requestLimit_(bounded(configuration.timeoutIntervalForRequest)),
+        resourceLimit_(bounded(configuration.timeoutIntervalForResource)),
+        queue_(std::move(queue)) {
+    configuration_.completionQueue = nullptr;  // the queue has it, and decides when it goes
+  }
+
+  const std::shared_ptr<CompletionQueue>& queue() const { return queue_; }
+  bool leftBehind() const { return Foundation::forkCount() != forkCount_; }
+
+  // Any thread. The error says why it cannot be done; then nothing happens.
+  std::optional<NSError> start(const std::shared_ptr<Exchange>& exchange);
+  void cancel(const std::shared_ptr<Exchange>& exchange);
+  // Ends everything, and returns when that is done unless it is the I/O thread that calls.
+  void stop() override;
+
+ private:
+  struct Command {
+    enum Kind { start, cancel } kind;
+    std::shared_ptr<Exchange> exchange;
+  };
+
+  bool ensureThread(std::optional<NSError>& error);
+  void wakeIfAsleep(std::unique_lock<std::mutex> lock);
+
+  // All below: the I/O thread alone.
+  void run();
+  bool takeInbox();
+  void begin(std::shared_ptr<Exchange> exchange);
+  bool prepare(Exchange& exchange);
+  void reap();
+  void complete(Exchange& exchange, CURLcode result);
+  bool follow(Exchange& exchange);
+  void finish(Exchange& exchange, std::optional<NSError> error);
+  void expire();
+  void handOver();
+  void drive();
+  void wait();
+  void touch(Exchange& exchange);
+
+  static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* context);
+  static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* context);
+  static int onProgress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+  static int onSocket(CURL*, curl_socket_t socket, int what, void* context, void* slot);
+  static int onTimer(CURLM*, long milliseconds, void* context);
+
+  Foundation::URLSessionConfiguration configuration_;
+  const std::chrono::milliseconds requestLimit_;
+  const std::chrono::milliseconds resourceLimit_;
+  const std::shared_ptr<CompletionQueue> queue_;
+  const int forkCount_ = Foundation::forkCount();
+
+  std::mutex mutex_;
+  std::condition_variable stopped_;
+  std::vector<Command> inbox_;
+  bool stopping_ = false;
+  bool running_ = false;
+  bool asleep_ = false;
+  WakePipe wakePipe_;
+
+  // All below: the I/O thread alone, once it runs.
+  CurlMulti multi_;
+  std::vector<CurlEasy> pool_;
+  std::list<std::shared_ptr<Exchange>> byStart_;  // oldest first
+  std::list<Exchange*> byLastByte_;               // longest silence first
+  std::vector<pollfd> sockets_;                   // the first one is the pipe's; a free slot has the descriptor -1
+  std::optional<Clock::time_point> timer_;
+  Clock::time_point now_;
+  std::vector<CompletionQueue::Task> finished_;
+  std::thread::id ioThread_;
+  Foundation::Thread thread_;
+
+  friend class Transport;
+};
+
+bool Transport::Loop::ensureThread(std::optional<NSError>& error) {
+  if (running_) return true;
+  initialiseCurl();
+  multi_.reset(curl_multi_init());
+  if (!multi_)
+    error = posixError(ENOMEM);
+  else if (!wakePipe_.open())
+    error = posixError(errno);
+  if (error) return false;
+  const long connections = std::max(configuration_.httpMaximumConnectionsPerHost, 1);
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, connections);
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, connections + 4);  // idle ones, some to other hosts
+  curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, onSocket);
+  curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, onTimer);
+  curl_multi_setopt(multi_.get(), CURLMOPT_TIMERDATA, this);
+  sockets_.push_back({wakePipe_.readEnd(), POLLIN, 0});
+  running_ = thread_.start([self = shared_from_this()] { self->run(); });
+  if (!running_) error = posixError(EAGAIN);
+  if (running_) Foundation::ProcessExit::stopAtExit(weak_from_this());
+  return running_;
+}
+
+std::optional<NSError> Transport::Loop::start(const std::shared_ptr<Exchange>& exchange) {
+  std::optional<NSError> error;
+  std::unique_lock lock(mutex_);
+  if (stopping_) return cancelled();
+  if (!ensureThread(error)) return error;
+  inbox_.push_back({Command::start, exchange});
+  wakeIfAsleep(std::move(lock));
+  return std::nullopt;
+}
+
+void Transport::Loop::cancel(const std::shared_ptr<Exchange>& exchange) {
+  if (leftBehind()) return;
+  std::unique_lock lock(mutex_);
+  inbox_.push_back({Command::cancel, exchange});
+  wakeIfAsleep(std::move(lock));
+}
+
+void Transport::Loop::stop() {
+  if (leftBehind()) return;
+  std::unique_lock lock(mutex_);
+  stopping_ = true;
+  if (!running_) return;
+  wakePipe_.wake();
+  if (ioThread_ != std::this_thread::get_id()) stopped_.wait(lock, [this] { return !running_; });
+}
+
+void Transport::Loop::wakeIfAsleep(std::unique_lock<std::mutex> lock) {
+  const bool asleep = std::exchange(asleep_, false);
+  lock.unlock();
+  if (asleep) wakePipe_.wake();
+}
+
+void Transport::Loop::run() {
+  {
+    const std::lock_guard lock(mutex_);
+    ioThread_ = std::this_thread::get_id();
+  }
+  while (takeInbox()) {
+    drive();
+    reap();
+    expire();
+    handOver();
+    wait();
+  }
+  while (!byStart_.empty()) finish(*byStart_.front(), cancelled());
+  handOver();
+  pool_.clear();
+  multi_.reset();
+  const std::lock_guard lock(mutex_);
+  running_ = false;
+  stopped_.notify_all();
+}
+
+// False when the loop is to end. Whatever is in the inbox then has been begun, and ends with the rest.
+bool Transport::Loop::takeInbox() {
+  std::vector<Command> commands;
+  bool stopping = false;
+  {
+    const std::lock_guard lock(mutex_);
+    commands.swap(inbox_);
+    stopping = stopping_;
+  }
+  now_ = Clock::now();
+  for (Command& command : commands) {
+    if (command.kind == Command::start)
+      begin(std::move(command.exchange));
+    else if (command.exchange->driver != nullptr)
+      finish(*command.exchange, cancelled());
+  }
+  return !stopping;
+}
+
+void Transport::Loop::begin(std::shared_ptr<Exchange> shared) {
+  Exchange& exchange = *shared;
+  exchange.driver = this;
+  exchange.started = exchange.lastByte = now_;
+  exchange.byStartEntry = byStart_.insert(byStart_.end(), std::move(shared));
+  exchange.byLastByteEntry = byLastByte_.insert(byLastByte_.end(), &exchange);
+  if (!pool_.empty()) {
+    exchange.easy = std::move(pool_.back());
+    pool_.pop_back();
+  } else {
+    exchange.easy = makeEasy(configuration_);
+  }
+  if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
+}
+
+// Sets what depends on the request, and hands the transfer to libcurl.
+bool Transport::Loop::prepare(Exchange& exchange) {
+  CURL* const easy = exchange.easy.get();
+  if (easy == nullptr) return false;
+  const URLRequest& request = exchange.request();
+  const bool isPost = request.method == HTTPMethod::post;
+  const bool sendsBody =
+      request.body || isPost || request.method == HTTPMethod::put || request.method == HTTPMethod::patch;
+  const std::string_view body = request.body ? std::string_view(*request.body) : std::string_view();
+  exchange.headers.assign(request.headers, request.body.has_value());
+  curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, exchange.headers.list());
+  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, exchange.words.data());
+  curl_easy_setopt(easy, CURLOPT_PRIVATE, &exchange);
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, &exchange);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &exchange);
+  if (sendsBody) {
+    curl_easy_setopt(easy, CURLOPT_POST, 1L);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data() != nullptr ? body.data() : "");
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+  } else if (request.method == HTTPMethod::head) {
+    curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+  } else {
+    curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+  }
+  curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
+  // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
+  curl_easy_setopt(easy, CURLOPT_PIPEWAIT, equalIgnoringCase(schemeOf(request.url), "https") ? 1L : 0L);
+  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
+  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
+  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &exchange);
+  exchange.statusCode = 0;
+  exchange.sent = 0;
+  exchange.body.clear();
+  return curl_multi_add_handle(multi_.get(), easy) == CURLM_OK;
+}
+
+void Transport::Loop::drive() {
+  // A timer that is due at once is due again and again while libcurl has work that needs no waiting.
+  for (int running = 0; timer_ && *timer_ <= now_;) {
+    timer_.reset();
+    curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running);
+  }
+}
+
+void Transport::Loop::reap() {
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    char* exchange = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
+    complete(*reinterpret_cast<Exchange*>(exchange), message->data.result);
+  }
+}
+
+void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
+  if (exchange.fault) return finish(exchange, std::exchange(exchange.fault, std::nullopt));
+  if (result != CURLE_OK) return finish(exchange, errorOf(exchange.easy.get(), result, exchange.words.data()));
+  if (exchange.statusCode >= 300 && exchange.statusCode < 400 && follow(exchange)) return;
+  finish(exchange, std::nullopt);
+}
+
+// A redirect to the same origin is followed as browsers do: 301 and 302 turn a POST into a GET, 303 all but a HEAD, 307
+// and 308 repeat the request. Any other is the answer. True when the exchange goes on, or has ended here.
+bool Transport::Loop::follow(Exchange& exchange) {
+  char* target = nullptr;
+  curl_easy_getinfo(exchange.easy.get(), CURLINFO_REDIRECT_URL, &target);
+  if (target == nullptr || !sameOrigin(target, exchange.request().url)) return false;
+  URLRequest request = exchange.request();
+  switch (exchange.statusCode) {
+    case 301:
+    case 302:
+      if (request.method == HTTPMethod::post) request.method = HTTPMethod::get;
+      break;
+    case 303:
+      if (request.method != HTTPMethod::head) request.method = HTTPMethod::get;
+      break;
+    case 307:
+    case 308: break;
+    default: return false;
+  }
+  if (++exchange.redirects > mostRedirects) {
+    finish(exchange, urlError(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end."));
+    return true;
+  }
+  if (request.method == HTTPMethod::get) request.body.reset();
+  request.url = target;
+  exchange.redirected = std::move(request);
+  curl_multi_remove_handle(multi_.get(), exchange.easy.get());
+  if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
+  return true;
+}
+
+void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
+  const std::shared_ptr<Exchange> kept = *exchange.byStartEntry;
+  exchange.driver = nullptr;
+  byLastByte_.erase(exchange.byLastByteEntry);
+  byStart_.erase(exchange.byStartEntry);
+
+  DefaultDataResponse answer;
+  if (exchange.statusCode != 0) {
+    char* contentType = nullptr;
+    curl_easy_getinfo(exchange.easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
+    answer.response = {exchange.statusCode, contentType != nullptr ? contentType : ""};
+    answer.data = std::move(exchange.body);
+  }
+  answer.error = std::move(error);
+  if (exchange.easy) {
+    curl_multi_remove_handle(multi_.get(), exchange.easy.get());
+    curl_easy_setopt(exchange.easy.get(), CURLOPT_ERRORBUFFER, nullptr);
+    if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(exchange.easy));
+    exchange.easy.reset();
+  }
+  finished_.push_back([state = std::move(exchange.answer), answer = std::move(answer)]() mutable {
+    state->settle(std::move(answer), true);
+  });
+}
+
+void Transport::Loop::handOver() {
+  if (!finished_.empty()) queue_->post(std::exchange(finished_, {}));
+}
+
+void Transport::Loop::expire() {
+  now_ = Clock::now();
+  while (!byStart_.empty() && now_ >= byStart_.front()->started + resourceLimit_)
+    finish(*byStart_.front(), urlError(Foundation::NSURLErrorTimedOut, "The exchange took longer than it may."));
+  while (!byLastByte_.empty() && now_ >= byLastByte_.front()->lastByte + requestLimit_)
+    finish(*byLastByte_.front(), urlError(Foundation::NSURLErrorTimedOut, "The server was silent for too long."));
+}
+
+void Transport::Loop::wait() {
+  std::optional<Clock::time_point> due = timer_;
+  const auto soonest = [&due](Clock::time_point time) { due = due ? std::min(*due, time) : time; };
+  if (!byStart_.empty()) soonest(byStart_.front()->started + resourceLimit_);
+  if (!byLastByte_.empty()) soonest(byLastByte_.front()->lastByte + requestLimit_);
+  int timeout = -1;
+  if (due) {
+    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(*due - now_).count();
+    timeout = static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(rest, 0, 3'600'000));
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    if (!inbox_.empty() || stopping_) timeout = 0;
+    asleep_ = timeout != 0;
+  }
+  const int ready = ::poll(sockets_.data(), static_cast<nfds_t>(sockets_.size()), timeout);
+  {
+    const std::lock_guard lock(mutex_);
+    asleep_ = false;
+  }
+  now_ = Clock::now();
+  if (ready <= 0) return;
+  if (sockets_[0].revents != 0) wakePipe_.drain();
+  // By index: libcurl's answer to an event may open and close sockets.
+  for (std::size_t slot = 1; slot < sockets_.size(); ++slot) {
+    const short events = std::exchange(sockets_[slot].revents, short{0});
+    if (events == 0) continue;
+    const int mask = ((events & (POLLIN | POLLHUP)) != 0 ? CURL_CSELECT_IN : 0) |
+                     ((events & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
+                     ((events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0);
+    int running = 0;
+    curl_multi_socket_action(multi_.get(), sockets_[slot].fd, mask, &running);
+  }
+}
+
+void Transport::Loop::touch(Exchange& exchange) {
+  exchange.lastByte = now_;
+  byLastByte_.splice(byLastByte_.end(), byLastByte_, exchange.byLastByteEntry);
+}
+
+std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count, void* context) {
+  Exchange& exchange = *static_cast<Exchange*>(context);
+  exchange.driver->touch(exchange);
+  const std::string_view line(data, count);
+  exchange.headerBytes += count;
+  if (exchange.headerBytes > mostHeaderBytes) {
+    exchange.fault = urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are too large.");
+    return 0;
+  }
+  if (line == "\r\n" || line == "\n") {
+    long status = 0;
+    curl_easy_getinfo(exchange.easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status >= 200) exchange.statusCode = static_cast<int>(status);
+  }
+  return count;
+}
+
+std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, void* context) {
+  Exchange& exchange = *static_cast<Exchange*>(context);
+  Loop& loop = *exchange.driver;
+  loop.touch(exchange);
+  if (count > loop.configuration_.maximumResponseSize - exchange.body.size()) {
+    exchange.fault = urlError(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
+    return 0;
+  }
+  try {
+    if (exchange.body.empty()) {
+      curl_off_t length = 0;  // as announced, so perhaps a lie: worth a first guess, not more
+      curl_easy_getinfo(exchange.easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+      exchange.body.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, largestFirstGuess)));
+    }
+    const auto* const bytes = reinterpret_cast<const std::byte*>(data);
+    exchange.body.insert(exchange.body.end(), bytes, bytes + count);
+    return count;
+  } catch (const std::bad_alloc&) {
+    exchange.fault = posixError(ENOMEM);
+    return 0;
+  }
+}
+
+int Transport::Loop::onProgress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
+  Exchange& exchange = *static_cast<Exchange*>(context);
+  if (std::exchange(exchange.sent, sent) != sent) exchange.driver->touch(exchange);
+  return 0;
+}
+
+int Transport::Loop::onSocket(CURL*, curl_socket_t socket, int what, void* context, void* known) {
+  Loop& loop = *static_cast<Loop*>(context);
+  auto slot = reinterpret_cast<std::uintptr_t>(known);  // 0, the pipe's, while libcurl knows none
+  if (slot == 0) {
+    const auto free =
+        std::find_if(loop.sockets_.begin() + 1, loop.sockets_.end(), [](pollfd entry) { return entry.fd < 0; });
+    slot = static_cast<std::uintptr_t>(free - loop.sockets_.begin());
+    if (free == loop.sockets_.end()) loop.sockets_.push_back({});
+    curl_multi_assign(loop.multi_.get(), socket, reinterpret_cast<void*>(slot));
+  }
+  const int events = ((what & CURL_POLL_IN) != 0 ? POLLIN : 0) | ((what & CURL_POLL_OUT) != 0 ? POLLOUT : 0);
+  loop.sockets_[slot] = {what == CURL_POLL_REMOVE ? -1 : socket, static_cast<short>(events), 0};
+  return 0;
+}
+
+int Transport::Loop::onTimer(CURLM*, long milliseconds, void* context) {
+  Loop& loop = *static_cast<Loop*>(context);
+  loop.timer_.reset();
+  if (milliseconds >= 0) loop.timer_ = loop.now_ + std::chrono::milliseconds(milliseconds);
+  return 0;
+}
+
+void Transport::Exchange::cancel() {
+  if (const auto its = loop.lock()) its->cancel(shared_from_this());
+}
+
+Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
+    : loop_(std::make_shared<Loop>(configuration, std::move(queue))) {}
+
+Transport::~Transport() { loop_->stop(); }
+
+std::string Transport::acceptEncoding() {
+  initialiseCurl();
+  const curl_version_info_data& libcurl = *curl_version_info(CURLVERSION_NOW);
+  std::string list;
+  for (const auto& [feature, names] : {std::pair{CURL_VERSION_LIBZ, "deflate, gzip"},
+                                       std::pair{CURL_VERSION_BROTLI, "br"}, std::pair{CURL_VERSION_ZSTD, "zstd"}})
+    if ((libcurl.features & feature) != 0) (list += list.empty() ? "" : ", ") += names;
+  return list.empty() ? "identity" : list;
+}
+
+std::string Transport::userAgent() {
+  initialiseCurl();
+  return std::string("HalvernApi/" HALVERNAPI_VERSION " libcurl/") + curl_version_info(CURLVERSION_NOW)->version;
+}
+
+std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request, std::optional<NSError> error) {
+  // In the child of a fork the session's queue may be locked, and its thread is not there.
+  const bool leftBehind = loop_->leftBehind();
+  const auto queue = leftBehind ? std::make_shared<CompletionQueue>(nullptr) : loop_->queue();
+  const auto exchange = std::make_shared<Exchange>(loop_);
+  const boost::intrusive_ptr<DataRequest::Answer> answer(new DataRequest::Answer(queue, exchange));
+  auto started = std::make_shared<DataRequest>(std::move(request), answer);
+  if (!error) error = loadingFault(started->request()->url);
+  if (!error && leftBehind) error = cancelled();
+  if (!error) {
+    exchange->original = started;
+    exchange->answer = answer;
+    error = loop_->start(exchange);
+  }
+  if (error) queue->post([answer, error] { answer->settle(DefaultDataResponse{{}, {}, error}, true); });
+  return started;
+}
+
+}  // namespace HalvernApi::Alamofire

@@ -1,0 +1,19 @@
+// URLs as text. Free functions: any thread. Not installed.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace HalvernApi::Alamofire {
+
+// Whether every character may stand in a URL: those of RFC 3986, so no blanks, control characters or bytes beyond
+// ASCII.
+bool isUrlText(std::string_view text);
+
+// As it is, but with the password of the user information elided.
+std::string printableUrl(std::string_view url);
+
+// The scheme in front of the first colon; empty when there is none.
+std::string_view schemeOf(std::string_view url);
+
+}  // namespace HalvernApi::Alamofire

@@ -1,0 +1,28 @@
+// A block of bytes, and the two conversions that the library needs of it. Plain values: any thread.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "HalvernApi/Platform/Foundation/Export.hpp"
+
+namespace HalvernApi::Foundation {
+
+using Data = std::vector<std::byte>;
+
+// The bytes seen as text, without a copy; valid as long as `data` is unchanged.
+inline std::string_view textOf(const Data& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
+
+HALVERNAPI_EXPORT bool isUtf8(std::string_view text);
+
+// Base64 of RFC 4648, standard alphabet, padded to a multiple of four. Absent when any other character (line breaks and
+// blanks included), a wrong length or padding in the wrong place is found. Unused bits of the last group are ignored.
+HALVERNAPI_EXPORT std::optional<Data> decodeBase64(std::string_view text);
+
+}  // namespace HalvernApi::Foundation
+
+namespace HalvernApi {
+using Foundation::Data;
+}  // namespace HalvernApi

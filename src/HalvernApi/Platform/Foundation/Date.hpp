@@ -1,0 +1,36 @@
+// A point in time with microseconds, from years before 1 to beyond 9999. A plain value: any thread.
+#pragma once
+
+#include <chrono>
+#include <compare>
+#include <functional>
+
+namespace HalvernApi::Foundation {
+
+class Date {
+ public:
+  // A finer duration is rounded down to whole microseconds.
+  template <class Duration>
+  constexpr Date(std::chrono::sys_time<Duration> time) : time_(std::chrono::floor<std::chrono::microseconds>(time)) {}
+
+  // Since the Unix epoch, without leap seconds.
+  constexpr std::chrono::sys_time<std::chrono::microseconds> time() const { return time_; }
+
+  friend constexpr auto operator<=>(const Date&, const Date&) = default;
+
+ private:
+  std::chrono::sys_time<std::chrono::microseconds> time_;
+};
+
+}  // namespace HalvernApi::Foundation
+
+template <>
+struct std::hash<HalvernApi::Foundation::Date> {
+  std::size_t operator()(HalvernApi::Foundation::Date date) const {
+    return std::hash<std::chrono::microseconds::rep>{}(date.time().time_since_epoch().count());
+  }
+};
+
+namespace HalvernApi {
+using Foundation::Date;
+}  // namespace HalvernApi

@@ -1,0 +1,24 @@
+// Where completion handlers run: an application hands in its own main loop by deriving from this.
+#pragma once
+
+#include <functional>
+
+#include "HalvernApi/Platform/Foundation/Export.hpp"
+
+namespace HalvernApi::Foundation {
+
+class HALVERNAPI_EXPORT DispatchQueue {
+ public:
+  virtual ~DispatchQueue();
+
+  // Runs `task` soon, after those handed over before it, and returns at once. Called from any thread, the session's I/O
+  // thread included, so it must not block; it must not throw. Running `task` inside the call is allowed only to a queue
+  // whose tasks may hold up the network.
+  virtual void async(std::function<void()> task) = 0;
+};
+
+}  // namespace HalvernApi::Foundation
+
+namespace HalvernApi {
+using Foundation::DispatchQueue;
+}  // namespace HalvernApi

@@ -1,0 +1,117 @@
+#include "HalvernApi/Platform/Foundation/Thread.hpp"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace HalvernApi::Foundation {
+namespace {
+
+struct Process {
+  std::mutex mutex;
+  std::condition_variable left;
+  bool exiting = false;
+  int inside = 0;
+  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;
+  std::atomic<int> forks = 0;
+};
+
+// Never destroyed: threads look at it until the process is gone.
+Process& process() {
+  static Process& state = *[] {
+    // A child must not inherit the mutex locked, and its parent's threads are not inside anything there.
+    pthread_atfork([] { process().mutex.lock(); }, [] { process().mutex.unlock(); },
+                   [] {
+                     process().inside = 0;
+                     ++process().forks;
+                     process().mutex.unlock();
+                   });
+    return new Process;
+  }();
+  return state;
+}
+
+thread_local bool insideHere = false;
+
+struct ExitHandler {
+  ~ExitHandler() {
+    Process& state = process();
+    std::unique_lock lock(state.mutex);
+    state.exiting = true;
+    const auto stoppables = std::exchange(state.stoppables, {});
+    lock.unlock();
+    for (const auto& weak : stoppables)
+      if (const auto stoppable = weak.lock()) stoppable->stop();
+    lock.lock();
+    const int own = insideHere ? 1 : 0;  // a completion handler may be what called exit
+    state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= own; });
+  }
+};
+
+}  // namespace
+
+int forkCount() { return process().forks; }
+
+Thread::~Thread() {
+  if (!thread_.joinable()) return;
+  if (thread_.get_id() == std::this_thread::get_id() || forkCount() != forkCount_ || ProcessExit::begun())
+    thread_.detach();
+  else
+    thread_.join();
+}
+
+bool Thread::start(std::function<void()> run) {
+  static ExitHandler exitHandler;
+  forkCount_ = forkCount();
+  sigset_t blocked;
+  sigset_t before;
+  sigfillset(&blocked);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
+  try {
+    thread_ = std::thread(std::move(run));
+  } catch (const std::system_error&) {
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread_.joinable();
+}
+
+bool ProcessExit::begun() {
+  const std::lock_guard lock(process().mutex);
+  return process().exiting;
+}
+
+bool ProcessExit::enter() {
+  const std::lock_guard lock(process().mutex);
+  if (process().exiting) return false;
+  ++process().inside;
+  insideHere = true;
+  return true;
+}
+
+void ProcessExit::leave() {
+  const std::lock_guard lock(process().mutex);
+  insideHere = false;
+  --process().inside;
+  process().left.notify_all();
+}
+
+void ProcessExit::park() {
+  for (;;) pause();
+}
+
+void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
+  const std::lock_guard lock(process().mutex);
+  std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
+  process().stoppables.push_back(std::move(stoppable));
+}
+
+}  // namespace HalvernApi::Foundation

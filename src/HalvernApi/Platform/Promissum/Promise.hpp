@@ -1,0 +1,206 @@
+// A handle to the one result that an asynchronous operation comes to, a value or an error. Copies are cheap and share
+// the result; every member may be called from any thread.
+//
+// Callbacks run on the completion queue (of the session that made the promise, or one that all other promises share),
+// one at a time, in the order in which they were attached, never inside the call that attaches them. A callback that
+// throws ends the process.
+#pragma once
+
+#include <coroutine>
+#include <functional>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include "HalvernApi/Platform/Foundation/Expected.hpp"
+#include "HalvernApi/Platform/Promissum/PromiseCore.hpp"
+
+namespace HalvernApi::Promissum {
+
+using Foundation::Expected;
+using Foundation::Unexpected;
+
+template <class Value, class E>
+class Promise;
+
+// The shared result behind promises of one type. For those who make promises; applications use PromiseSource.
+template <class Value, class E>
+class PromiseState final : public PromiseCore {
+ public:
+  using PromiseCore::PromiseCore;
+  using Result = Expected<Value, E>;
+
+  // False, and nothing happens, when it was settled before. The caller holds a reference; `inTask` as for `publish`.
+  bool settle(Result result, bool inTask = false) {
+    if (!claim()) return false;
+    result_.emplace(std::move(result));
+    publish(inTask);
+    return true;
+  }
+
+  const Result& result() const { return *result_; }
+
+  // Calls `f` with the result once there is one: as an rvalue when nobody else can come to see it.
+  template <class F>
+  void whenSettled(F f) {
+    struct Call final : Callback {
+      explicit Call(F function) : function_(std::move(function)) {}
+      void run(PromiseCore& settled, bool last) noexcept override {
+        Result& result = *static_cast<PromiseState&>(settled).result_;
+        if (last)
+          function_(std::move(result));
+        else
+          function_(std::as_const(result));
+      }
+      F function_;
+    };
+    attach(std::make_unique<Call>(std::move(f)));
+  }
+
+ private:
+  std::optional<Result> result_;
+};
+
+template <class T>
+struct IsPromise : std::false_type {};
+template <class Value, class E>
+struct IsPromise<Promise<Value, E>> : std::true_type {};
+
+template <class Value, class E>
+class [[nodiscard]] Promise {
+ public:
+  using State = PromiseState<Value, E>;
+  using Result = Expected<Value, E>;
+  using ValueType = Value;
+  using ErrorType = E;
+
+  explicit Promise(boost::intrusive_ptr<State> state) : state_(std::move(state)) {}
+
+  // Settled from the start, for fakes of a service.
+  static Promise resolved(Value value) { return settled(Result(std::move(value))); }
+  static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
+
+  // A promise of `f(value)`; an error is passed on. Adds no hop between threads. Cancelling it cancels this one.
+  template <class F, class U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
+  Promise<U, E> map(F f) const {
+    return derive<U, E>([f = std::move(f)](auto&& result) mutable -> Expected<U, E> {
+      if (!result) return Unexpected<E>(std::forward<decltype(result)>(result).error());
+      return std::invoke(f, *std::forward<decltype(result)>(result));
+    });
+  }
+
+  // A promise of the same value, or of `f(error)`.
+  template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
+  Promise<Value, E2> mapError(F f) const {
+    return derive<Value, E2>([f = std::move(f)](auto&& result) mutable -> Expected<Value, E2> {
+      if (!result) return Unexpected<E2>(std::invoke(f, std::forward<decltype(result)>(result).error()));
+      return *std::forward<decltype(result)>(result);
+    });
+  }
+
+  // A promise of what the promise `f(value)` comes to; an error is passed on. Cancelling it cancels whichever is
+  // pending.
+  template <class F, class Next = std::invoke_result_t<F&, const Value&>>
+  Next flatMap(F f) const {
+    static_assert(IsPromise<Next>::value && std::is_same_v<typename Next::ErrorType, E>,
+                  "flatMap wants a function that returns a Promise with the same error type");
+    const auto relay = std::make_shared<CancelRelay>();
+    relay->follow(state_->cancellable());
+    boost::intrusive_ptr<typename Next::State> next(new typename Next::State(state_->queue(), relay));
+    state_->whenSettled([f = std::move(f), next, relay](auto&& result) mutable {
+      if (!result) {
+        next->settle(Unexpected<E>(std::forward<decltype(result)>(result).error()), true);
+        return;
+      }
+      const Next inner = std::invoke(f, *std::forward<decltype(result)>(result));
+      relay->follow(inner.state_->cancellable());
+      inner.state_->whenSettled([next = std::move(next), relay](auto&& innerResult) {
+        next->settle(std::forward<decltype(innerResult)>(innerResult), true);
+      });
+    });
+    return Next(std::move(next));
+  }
+
+  // `f(value)` on success.
+  template <class F>
+  const Promise& then(F f) const {
+    state_->whenSettled([f = std::move(f)](const Result& result) mutable {
+      if (result) std::invoke(f, *result);
+    });
+    return *this;
+  }
+
+  // `f(error)` on failure.
+  template <class F>
+  const Promise& trap(F f) const {
+    state_->whenSettled([f = std::move(f)](const Result& result) mutable {
+      if (!result) std::invoke(f, result.error());
+    });
+    return *this;
+  }
+
+  // `f()` either way.
+  template <class F>
+  const Promise& finally(F f) const {
+    state_->whenSettled([f = std::move(f)](const Result&) mutable { std::invoke(f); });
+    return *this;
+  }
+
+  // Blocks until settled. Inside a handler it runs that queue's other tasks while it waits; elsewhere on the thread of
+  // an application's queue it would keep the answer from arriving.
+  [[nodiscard]] Result get() const {
+    state_->wait(std::nullopt);
+    return state_->result();
+  }
+
+  // As `get`, but gives up after `timeout` with false.
+  bool waitFor(std::chrono::milliseconds timeout) const {
+    return state_->wait(std::chrono::steady_clock::now() + timeout);
+  }
+
+  // Asks the exchange beneath, through any chain of promises derived from one another, to end: it fails with
+  // `network` -999 soon. Nothing happens once settled, or where there is no exchange beneath.
+  void cancel() const { state_->cancel(); }
+
+  // `co_await promise` yields an Expected<Value, E>; the coroutine goes on in a task of the completion queue.
+  auto operator co_await() const {
+    struct Awaiter {
+      boost::intrusive_ptr<State> state;
+      bool await_ready() const noexcept { return false; }
+      void await_suspend(std::coroutine_handle<> coroutine) {
+        // From a copy: the coroutine may go on, and end this awaiter, before the call returns.
+        const auto kept = state;
+        kept->whenSettled([coroutine](const Result&) { coroutine.resume(); });
+      }
+      Result await_resume() { return state->result(); }
+    };
+    return Awaiter{state_};
+  }
+
+ private:
+  template <class, class>
+  friend class Promise;
+
+  static Promise settled(Result result) {
+    boost::intrusive_ptr<State> state(new State(nullptr));
+    state->settle(std::move(result));
+    return Promise(std::move(state));
+  }
+
+  template <class U, class E2, class F>
+  Promise<U, E2> derive(F f) const {
+    boost::intrusive_ptr<PromiseState<U, E2>> next(new PromiseState<U, E2>(state_->queue(), state_->cancellable()));
+    state_->whenSettled([f = std::move(f), next](auto&& result) mutable {
+      next->settle(f(std::forward<decltype(result)>(result)), true);
+    });
+    return Promise<U, E2>(std::move(next));
+  }
+
+  boost::intrusive_ptr<State> state_;
+};
+
+}  // namespace HalvernApi::Promissum
+
+namespace HalvernApi {
+using Promissum::Promise;
+}  // namespace HalvernApi

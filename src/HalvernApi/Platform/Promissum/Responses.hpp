@@ -1,0 +1,31 @@
+// What a promise of a decoded answer comes to: plain values.
+#pragma once
+
+#include <optional>
+#include <variant>
+
+#include "HalvernApi/Platform/Foundation/Data.hpp"
+#include "HalvernApi/Platform/Foundation/HTTPURLResponse.hpp"
+#include "HalvernApi/Platform/Foundation/NSError.hpp"
+#include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
+
+namespace HalvernApi::Promissum {
+
+template <class T>
+struct SuccessResponse {
+  T result;
+  Foundation::HTTPURLResponse response;
+};
+
+struct ErrorResponse {
+  std::variant<Foundation::NSError, Statham::JsonDecodeError> error;  // what went wrong
+  std::optional<Foundation::HTTPURLResponse> response{};              // absent when no answer came
+  std::optional<Foundation::Data> data{};                             // the body as far as it came
+};
+
+}  // namespace HalvernApi::Promissum
+
+namespace HalvernApi {
+using Promissum::ErrorResponse;
+using Promissum::SuccessResponse;
+}  // namespace HalvernApi

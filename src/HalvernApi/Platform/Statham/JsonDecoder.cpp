@@ -1,0 +1,16 @@
+#include "HalvernApi/Platform/Statham/JsonDecoder.hpp"
+
+namespace HalvernApi::Statham {
+
+Decoded<JsonDecoder> JsonDecoder::make(const JsonValue& json) {
+  if (const JsonObject* const object = json.if_object()) return JsonDecoder(*object);
+  return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "Object"));
+}
+
+const JsonValue* JsonDecoder::find(std::string_view key) const { return object_->if_contains(key); }
+
+void JsonDecoder::fileError(std::string_view key, JsonDecodeError error) {
+  errors_.push_back({std::string(key), std::move(error)});
+}
+
+}  // namespace HalvernApi::Statham

@@ -1,0 +1,60 @@
+// Reads the keys of one JSON object and collects what is wrong with them, so that a record reports every bad key at
+// once. For one thread; refers to the value that it was made over.
+#pragma once
+
+#include <utility>
+
+#include "HalvernApi/Platform/Statham/JsonCodec.hpp"
+
+namespace HalvernApi::Statham {
+
+class HALVERNAPI_EXPORT JsonDecoder {
+ public:
+  // Fails with wrongType when `json` is not an object.
+  static Decoded<JsonDecoder> make(const JsonValue& json);
+
+  // `decode` maps a JSON value to a Decoded<T>. Absent when the key is missing or does not decode, which is then filed
+  // under the key in `errors`.
+  template <class F>
+  auto required(std::string_view key, F decode) {
+    const JsonValue* const value = find(key);
+    return file(key, value != nullptr ? decode(*value) : missing<F>());
+  }
+
+  // `decode` maps a JSON value to a Decoded<std::optional<T>>. Present and empty when the key is missing or null.
+  template <class F>
+  auto optional(std::string_view key, F decode) {
+    using Value = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
+    const JsonValue* const value = find(key);
+    return value != nullptr ? file(key, decode(*value)) : std::optional<Value>(Value());
+  }
+
+  const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }
+
+ private:
+  explicit JsonDecoder(const JsonObject& object) : object_(&object) {}
+
+  const JsonValue* find(std::string_view key) const;
+  void fileError(std::string_view key, JsonDecodeError error);
+
+  template <class F>
+  static std::invoke_result_t<F&, const JsonValue&> missing() {
+    return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::missingKey());
+  }
+
+  template <class T>
+  std::optional<T> file(std::string_view key, Decoded<T> decoded) {
+    if (decoded) return *std::move(decoded);
+    fileError(key, std::move(decoded).error());
+    return std::nullopt;
+  }
+
+  const JsonObject* object_;
+  std::vector<JsonDecodeError::KeyError> errors_;
+};
+
+}  // namespace HalvernApi::Statham
+
+namespace HalvernApi {
+using Statham::JsonDecoder;
+}  // namespace HalvernApi
