@@ -27,8 +27,10 @@ template <class T>
 Promise<T, Error> HttpApiService::post(std::string_view path, std::optional<JsonObject> body,
                                        std::optional<std::string_view> accessToken,
                                        Expected<T, JsonDecodeError> (*decoder)(const JsonValue&)) const {
-  return request<T>(*manager_, baseUrl_ + std::string(path), HTTPMethod::post, std::move(body),
-                    JSONEncoding::default_(), apiToken_,
+  std::string url;
+  url.reserve(baseUrl_.size() + path.size());
+  url.append(baseUrl_).append(path);
+  return request<T>(*manager_, url, HTTPMethod::post, std::move(body), JSONEncoding::default_(), apiToken_,
                     accessToken ? std::optional<std::string>(*accessToken) : std::nullopt, decoder);
 }
 

@@ -14,8 +14,8 @@ auto named(std::string_view name) {
 }  // namespace
 
 bool equalIgnoringCase(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return lower(a) == lower(b); });
+  return left.size() == right.size() &&
+         std::equal(left.begin(), left.end(), right.begin(), [](char a, char b) { return lower(a) == lower(b); });
 }
 
 void HTTPHeaders::set(std::string_view name, std::optional<std::string> value) {

@@ -12,16 +12,16 @@ const JSONEncoding& JSONEncoding::default_() {
   return encoding;
 }
 
-Foundation::Expected<URLRequest, Foundation::NSError> JSONEncoding::encode(
-    URLRequest request, const std::optional<Statham::JsonObject>& parameters) const {
-  if (!parameters) return request;
+std::optional<Foundation::NSError> JSONEncoding::encode(URLRequest& request,
+                                                        const std::optional<Statham::JsonObject>& parameters) const {
+  if (!parameters) return std::nullopt;
   auto body = Statham::writeJson(*parameters);
   if (!body)
-    return Foundation::Unexpected<Foundation::NSError>(
-        makeError(AFError::parameterEncodingFailed, "The parameters cannot be written as JSON: " + body.error() + "."));
+    return makeError(AFError::parameterEncodingFailed,
+                     "The parameters cannot be written as JSON: " + body.error() + ".");
   request.body = *std::move(body);
   if (request.headers.find("Content-Type") == nullptr) request.headers.set("Content-Type", "application/json");
-  return request;
+  return std::nullopt;
 }
 
 }  // namespace HalvernApi::Alamofire

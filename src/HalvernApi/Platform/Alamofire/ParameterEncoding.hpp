@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
 #include "HalvernApi/Platform/Statham/Json.hpp"
 
@@ -13,9 +12,10 @@ namespace HalvernApi::Alamofire {
 class HALVERNAPI_EXPORT ParameterEncoding {
  public:
   virtual ~ParameterEncoding();
-  // Any thread. Absent parameters leave the request as it is; an error fails the request before anything is sent.
-  virtual Foundation::Expected<URLRequest, Foundation::NSError> encode(
-      URLRequest request, const std::optional<Statham::JsonObject>& parameters) const = 0;
+  // Any thread. Puts the parameters into the request; absent ones leave it as it is. The error, if there is one, fails
+  // the request before anything is sent.
+  virtual std::optional<Foundation::NSError> encode(URLRequest& request,
+                                                    const std::optional<Statham::JsonObject>& parameters) const = 0;
 };
 
 // The parameters as one JSON object in the body, with "Content-Type: application/json" where there is no such header
@@ -23,8 +23,8 @@ class HALVERNAPI_EXPORT ParameterEncoding {
 class HALVERNAPI_EXPORT JSONEncoding final : public ParameterEncoding {
  public:
   static const JSONEncoding& default_();
-  Foundation::Expected<URLRequest, Foundation::NSError> encode(
-      URLRequest request, const std::optional<Statham::JsonObject>& parameters) const override;
+  std::optional<Foundation::NSError> encode(URLRequest& request,
+                                            const std::optional<Statham::JsonObject>& parameters) const override;
 };
 
 }  // namespace HalvernApi::Alamofire

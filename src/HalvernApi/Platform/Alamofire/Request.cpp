@@ -15,21 +15,21 @@ using Promissum::ErrorResponse;
 Request::~Request() = default;
 
 std::string Request::debugDescription() const {
-  if (!request_) return "$ curl command could not be created";
+  if (!request()) return "$ curl command could not be created";
   constexpr std::array<std::string_view, 5> harmless = {"Accept", "Accept-Encoding", "Accept-Language", "Content-Type",
                                                         "User-Agent"};
   std::string text = "$ curl -v -X ";
-  text += rawValue(request_->method);
-  for (const auto& [name, value] : request_->headers) {
+  text += rawValue(request()->method);
+  for (const auto& [name, value] : request()->headers) {
     const bool shown = std::any_of(harmless.begin(), harmless.end(),
                                    [&](std::string_view known) { return equalIgnoringCase(known, name); });
     text += " -H '" + name + ": " + (shown ? value : "<elided>") + '\'';
   }
-  if (request_->body) text += " --data '<elided>'";
-  return text + " '" + printableUrl(request_->url) + '\'';
+  if (request()->body) text += " --data '<elided>'";
+  return text + " '" + printableUrl(request()->url) + '\'';
 }
 
-DataRequest::DataRequest(std::optional<URLRequest> request, boost::intrusive_ptr<Answer> answer)
+DataRequest::DataRequest(Sent request, boost::intrusive_ptr<Answer> answer)
     : Request(std::move(request)), answer_(std::move(answer)) {}
 
 DataRequest& DataRequest::validate() {
@@ -38,20 +38,14 @@ DataRequest& DataRequest::validate() {
 }
 
 DataRequest& DataRequest::response(std::function<void(const DefaultDataResponse&)> handler) {
-  answer_->whenSettled([handler = std::move(handler), judge = judge()](auto&& answered) {
+  answer_->whenSettled([judge = judge(), handler = std::move(handler)](auto&& answered) {
     const DefaultDataResponse& answer = *answered;
-    if (auto error = invalid(answer, judge))
+    if (auto error = validationError(answer, judge))
       handler({answer.response, answer.data, std::move(error)});
     else
       handler(answer);
   });
   return *this;
-}
-
-DataRequest::Judge DataRequest::judge() const {
-  if (!validated_) return {};
-  const std::string* const accept = request() ? request()->headers.find("Accept") : nullptr;
-  return {accept != nullptr ? *accept : "*/*"};
 }
 
 namespace {
@@ -86,23 +80,24 @@ bool accepts(std::string_view accept, std::string_view contentType) {
 
 }  // namespace
 
-std::optional<NSError> DataRequest::invalid(const DefaultDataResponse& answer, const Judge& judge) {
-  if (!judge.accept || answer.error || !answer.response) return std::nullopt;
+std::optional<NSError> DataRequest::validationError(const DefaultDataResponse& answer, const Sent& judge) {
+  if (!judge || answer.error || !answer.response) return std::nullopt;
   const int status = answer.response->statusCode;
   if (status < 200 || status > 299)
     return makeError(AFError::responseValidationFailed, "The status " + std::to_string(status) + " is not acceptable.");
   const bool empty = !answer.data || answer.data->empty();
-  if (empty || accepts(*judge.accept, answer.response->contentType)) return std::nullopt;
+  const std::string* const accept = *judge ? (*judge)->headers.find("Accept") : nullptr;
+  if (empty || accept == nullptr || accepts(*accept, answer.response->contentType)) return std::nullopt;
   return makeError(AFError::responseValidationFailed, "The content type of the answer is not acceptable.");
 }
 
-std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answer, const Judge& judge,
+std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answer, const Sent& judge,
                                                        const Decode& decode) {
   const auto fail = [&](std::variant<NSError, Statham::JsonDecodeError> error) {
     return ErrorResponse{std::move(error), std::move(answer.response), std::move(answer.data)};
   };
   if (answer.error) return fail(*std::move(answer.error));
-  if (auto error = invalid(answer, judge)) return fail(*std::move(error));
+  if (auto error = validationError(answer, judge)) return fail(*std::move(error));
   const auto notJson = [&](std::string_view why) {
     return fail(makeError(AFError::responseSerializationFailed, "The answer is not JSON: " + std::string(why) + "."));
   };

@@ -16,16 +16,17 @@ class HALVERNAPI_EXPORT Request {
   virtual ~Request();
 
   // Absent when the URL's text cannot be a URL.
-  const std::optional<URLRequest>& request() const { return request_; }
+  const std::optional<URLRequest>& request() const { return *request_; }
 
   // A curl command line for bug reports: what may be a secret (the body, and every header but harmless ones) is elided.
   std::string debugDescription() const;
 
  protected:
-  explicit Request(std::optional<URLRequest> request) : request_(std::move(request)) {}
+  using Sent = std::shared_ptr<const std::optional<URLRequest>>;
 
- private:
-  const std::optional<URLRequest> request_;
+  explicit Request(Sent request) : request_(std::move(request)) {}
+
+  const Sent request_;
 };
 
 struct DefaultDataResponse {
@@ -39,7 +40,7 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
   // The answer's shared state; it always comes to a value.
   using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
 
-  DataRequest(std::optional<URLRequest> request, boost::intrusive_ptr<Answer> answer);
+  DataRequest(Sent request, boost::intrusive_ptr<Answer> answer);
 
   // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
   // media type does not match the request's "Accept".
@@ -54,7 +55,7 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
       std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)> decoder) {
     using Result = Promissum::PromiseState<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
     boost::intrusive_ptr<Result> result(new Result(answer_->queue(), answer_->cancellable()));
-    answer_->whenSettled([result, decoder = std::move(decoder), judge = judge()](auto&& answered) {
+    answer_->whenSettled([judge = judge(), result, decoder = std::move(decoder)](auto&& answered) {
       std::optional<T> value;
       const auto decode = [&](const Statham::JsonValue& json) -> std::optional<Statham::JsonDecodeError> {
         auto decoded = decoder(json);
@@ -74,14 +75,11 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
  private:
   using Decode = std::function<std::optional<Statham::JsonDecodeError>(const Statham::JsonValue&)>;
 
-  // What validation holds an answer to; absent when it was not asked for.
-  struct Judge {
-    std::optional<std::string> accept;
-  };
-
-  Judge judge() const;
-  static std::optional<Foundation::NSError> invalid(const DefaultDataResponse& answer, const Judge& judge);
-  static std::optional<Promissum::ErrorResponse> decodeAnswer(DefaultDataResponse& answer, const Judge& judge,
+  // The request whose "Accept" an answer is held to; null without validation. Handlers keep this rather than all of the
+  // data request, which would keep the answer.
+  Sent judge() const { return validated_ ? request_ : nullptr; }
+  static std::optional<Foundation::NSError> validationError(const DefaultDataResponse& answer, const Sent& judge);
+  static std::optional<Promissum::ErrorResponse> decodeAnswer(DefaultDataResponse& answer, const Sent& judge,
                                                               const Decode& decode);
 
   const boost::intrusive_ptr<Answer> answer_;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
+#include "HalvernApi/Platform/Alamofire/CharacterSet.hpp"
 #include "HalvernApi/Platform/Alamofire/Transport.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
@@ -27,16 +28,14 @@ std::string acceptLanguage() {
     if (locale.empty()) locale = setting(name);
   std::string_view list = setting("LANGUAGE");  // counts only where a locale is set at all
   if (list.empty() || locale.empty() || locale.starts_with("C.") || locale == "C" || locale == "POSIX") list = locale;
+  static constexpr CharacterSet allowed("-");
   std::vector<std::string> languages;
   while (!list.empty() && languages.size() < 6) {
     const std::string_view entry = list.substr(0, list.find(':'));
     list.remove_prefix(std::min(list.size(), entry.size() + 1));
     std::string language(entry.substr(0, entry.find_first_of(".@")));
     std::replace(language.begin(), language.end(), '_', '-');
-    const bool wellFormed = std::all_of(language.begin(), language.end(), [](char c) {
-      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
-    });
-    if (language.size() < 2 || language == "POSIX" || !wellFormed) continue;
+    if (language.size() < 2 || language == "POSIX" || !allowed.containsAll(language)) continue;
     if (std::find(languages.begin(), languages.end(), language) == languages.end()) languages.push_back(language);
   }
   if (languages.empty()) return "en";
@@ -55,15 +54,11 @@ HTTPHeaders headersFrom(const std::map<std::string, std::string>& map) {
 
 // What would break the header block or the framing of the message, in words; empty when nothing does.
 std::string_view headerFault(const HTTPHeaders& headers) {
-  const auto isToken = [](char c) {
-    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           marks.find(c) != std::string_view::npos;
-  };
+  static constexpr CharacterSet token("!#$%&'*+-.^_`|~");
   const auto isControl = [](char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; };
   constexpr std::array<std::string_view, 3> framing = {"Content-Length", "Transfer-Encoding", "Expect"};
   for (const auto& [name, value] : headers) {
-    if (name.empty() || !std::all_of(name.begin(), name.end(), isToken)) return "A header's name is not a token.";
+    if (name.empty() || !token.containsAll(name)) return "A header's name is not a token.";
     if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
     if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
     if (std::any_of(framing.begin(), framing.end(),
@@ -96,11 +91,7 @@ std::shared_ptr<DataRequest> SessionManager::request(std::string_view url, HTTPM
   std::optional<NSError> error;
   if (isUrlText(url)) {
     request = URLRequest{std::string(url), method, std::move(headers)};
-    auto encoded = encoding.encode(*request, parameters);
-    if (encoded)
-      request = *std::move(encoded);
-    else
-      error = std::move(encoded).error();
+    error = encoding.encode(*request, parameters);
     for (const auto& [name, value] : additionalHeaders_)
       if (request->headers.find(name) == nullptr) request->headers.set(name, value);
     if (const std::string_view fault = headerFault(request->headers); !error && !fault.empty())

@@ -40,15 +40,8 @@ NSError posixError(int code) { return {std::string(Foundation::NSPOSIXErrorDomai
 
 NSError cancelled() { return urlError(Foundation::NSURLErrorCancelled, "The request was cancelled."); }
 
-// Why a URL cannot be loaded.
-std::optional<NSError> loadingFault(const std::string& url) {
-  const std::string_view scheme = schemeOf(url);
-  if (!equalIgnoringCase(scheme, "http") && !equalIgnoringCase(scheme, "https"))
-    return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
-  if (urlPart(parseUrl(url), CURLUPART_HOST).empty())
-    return urlError(Foundation::NSURLErrorBadURL, "The URL names no host, or is malformed.");
-  return std::nullopt;
-}
+bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
+bool isHttp(std::string_view url) { return equalIgnoringCase(schemeOf(url), "http"); }
 
 // Wakes a thread out of poll().
 class WakePipe {
@@ -79,21 +72,29 @@ class WakePipe {
 
 }  // namespace
 
+// What serves one request after the other. Settings that they share stay set.
+struct Transport::Handle {
+  CurlEasy easy;
+  Exchange* exchange = nullptr;  // whose turn it is
+  CurlHeaders headers;
+  std::array<char, CURL_ERROR_SIZE> words{};
+  std::string url;
+  std::optional<std::pair<HTTPMethod, bool>> method;  // and whether it sends a body
+};
+
 // One request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
 struct Transport::Exchange final : public Promissum::Cancellable, public std::enable_shared_from_this<Exchange> {
   explicit Exchange(std::weak_ptr<Loop> itsLoop) : loop(std::move(itsLoop)) {}
   void cancel() override;
 
-  const URLRequest& request() const { return redirected ? *redirected : *original->request(); }
+  const URLRequest& request() const { return redirected ? *redirected : **original; }
 
   const std::weak_ptr<Loop> loop;
-  std::shared_ptr<const DataRequest> original;
+  std::shared_ptr<const std::optional<URLRequest>> original;
   std::optional<URLRequest> redirected;
   boost::intrusive_ptr<DataRequest::Answer> answer;
 
-  CurlEasy easy;
-  CurlHeaders headers;
-  std::array<char, CURL_ERROR_SIZE> words{};
+  std::unique_ptr<Handle> handle;
   int redirects = 0;
   curl_off_t sent = 0;
 
@@ -102,6 +103,7 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
   std::size_t headerBytes = 0;
   Foundation::Data body;
   std::optional<NSError> fault;  // why a callback refused to go on
+  DefaultDataResponse outcome;   // once finished
 
   // In the lists of the I/O thread.
   Loop* driver = nullptr;  // null when not in flight
@@ -144,6 +146,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   void run();
   bool takeInbox();
   void begin(std::shared_ptr<Exchange> exchange);
+  std::unique_ptr<Handle> makeHandle();
   bool prepare(Exchange& exchange);
   void reap();
   void complete(Exchange& exchange, CURLcode result);
@@ -177,7 +180,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
 
   // All below: the I/O thread alone, once it runs.
   CurlMulti multi_;
-  std::vector<CurlEasy> pool_;
+  std::vector<std::unique_ptr<Handle>> pool_;
   std::list<std::shared_ptr<Exchange>> byStart_;  // oldest first
   std::list<Exchange*> byLastByte_;               // longest silence first
   std::vector<pollfd> sockets_;                   // the first one is the pipe's; a free slot has the descriptor -1
@@ -292,47 +295,60 @@ void Transport::Loop::begin(std::shared_ptr<Exchange> shared) {
   exchange.byStartEntry = byStart_.insert(byStart_.end(), std::move(shared));
   exchange.byLastByteEntry = byLastByte_.insert(byLastByte_.end(), &exchange);
   if (!pool_.empty()) {
-    exchange.easy = std::move(pool_.back());
+    exchange.handle = std::move(pool_.back());
     pool_.pop_back();
   } else {
-    exchange.easy = makeEasy(configuration_);
+    exchange.handle = makeHandle();
   }
   if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
 }
 
+std::unique_ptr<Transport::Handle> Transport::Loop::makeHandle() {
+  auto handle = std::make_unique<Handle>();
+  handle->easy = makeEasy(configuration_);
+  CURL* const easy = handle->easy.get();
+  if (easy == nullptr) return nullptr;
+  curl_easy_setopt(easy, CURLOPT_PRIVATE, handle.get());
+  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, handle->words.data());
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, handle.get());
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, handle.get());
+  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
+  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, handle.get());
+  return handle;
+}
+
 // Sets what depends on the request, and hands the transfer to libcurl.
 bool Transport::Loop::prepare(Exchange& exchange) {
-  CURL* const easy = exchange.easy.get();
-  if (easy == nullptr) return false;
+  if (!exchange.handle) return false;
+  Handle& handle = *exchange.handle;
+  CURL* const easy = handle.easy.get();
   const URLRequest& request = exchange.request();
-  const bool isPost = request.method == HTTPMethod::post;
-  const bool sendsBody =
-      request.body || isPost || request.method == HTTPMethod::put || request.method == HTTPMethod::patch;
-  const std::string_view body = request.body ? std::string_view(*request.body) : std::string_view();
-  exchange.headers.assign(request.headers, request.body.has_value());
-  curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
-  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, exchange.headers.list());
-  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, exchange.words.data());
-  curl_easy_setopt(easy, CURLOPT_PRIVATE, &exchange);
-  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
-  curl_easy_setopt(easy, CURLOPT_HEADERDATA, &exchange);
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &exchange);
-  if (sendsBody) {
-    curl_easy_setopt(easy, CURLOPT_POST, 1L);
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data() != nullptr ? body.data() : "");
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-  } else if (request.method == HTTPMethod::head) {
-    curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
-  } else {
-    curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+  const std::string_view body = request.body ? std::string_view(*request.body) : std::string_view("");
+  handle.exchange = &exchange;
+  handle.words[0] = '\0';
+  handle.headers.assign(request.headers, request.body.has_value());
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, handle.headers.list());
+  if (handle.url != request.url) {
+    handle.url = request.url;
+    curl_easy_setopt(easy, CURLOPT_URL, handle.url.c_str());
+    // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, isHttps(handle.url) ? 1L : 0L);
   }
-  curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
-  // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
-  curl_easy_setopt(easy, CURLOPT_PIPEWAIT, equalIgnoringCase(schemeOf(request.url), "https") ? 1L : 0L);
-  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
-  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
-  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &exchange);
+  const bool isPost = request.method == HTTPMethod::post;
+  const bool sendsBody = isPost || request.body;
+  if (const std::pair method(request.method, sendsBody); handle.method != method) {
+    handle.method = method;
+    const bool isHead = request.method == HTTPMethod::head;
+    curl_easy_setopt(easy, sendsBody ? CURLOPT_POST : isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
+    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
+  }
+  if (sendsBody) {
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data());
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
+  }
   exchange.statusCode = 0;
   exchange.sent = 0;
   exchange.body.clear();
@@ -351,15 +367,19 @@ void Transport::Loop::reap() {
   int left = 0;
   while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
-    char* exchange = nullptr;
-    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
-    complete(*reinterpret_cast<Exchange*>(exchange), message->data.result);
+    char* handle = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &handle);
+    complete(*reinterpret_cast<Handle*>(handle)->exchange, message->data.result);
   }
 }
 
 void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
   if (exchange.fault) return finish(exchange, std::exchange(exchange.fault, std::nullopt));
-  if (result != CURLE_OK) return finish(exchange, errorOf(exchange.easy.get(), result, exchange.words.data()));
+  if (result != CURLE_OK)
+    return finish(exchange, errorOf(exchange.handle->easy.get(), result, exchange.handle->words.data()));
+  if (exchange.statusCode == 0)
+    return finish(exchange,
+                  urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are cut short."));
   if (exchange.statusCode >= 300 && exchange.statusCode < 400 && follow(exchange)) return;
   finish(exchange, std::nullopt);
 }
@@ -368,7 +388,7 @@ void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
 // and 308 repeat the request. Any other is the answer. True when the exchange goes on, or has ended here.
 bool Transport::Loop::follow(Exchange& exchange) {
   char* target = nullptr;
-  curl_easy_getinfo(exchange.easy.get(), CURLINFO_REDIRECT_URL, &target);
+  curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_REDIRECT_URL, &target);
   if (target == nullptr || !sameOrigin(target, exchange.request().url)) return false;
   URLRequest request = exchange.request();
   switch (exchange.statusCode) {
@@ -390,38 +410,42 @@ bool Transport::Loop::follow(Exchange& exchange) {
   if (request.method == HTTPMethod::get) request.body.reset();
   request.url = target;
   exchange.redirected = std::move(request);
-  curl_multi_remove_handle(multi_.get(), exchange.easy.get());
+  curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
   if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
   return true;
 }
 
 void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
-  const std::shared_ptr<Exchange> kept = *exchange.byStartEntry;
+  std::shared_ptr<Exchange> finished = std::move(*exchange.byStartEntry);
   exchange.driver = nullptr;
   byLastByte_.erase(exchange.byLastByteEntry);
   byStart_.erase(exchange.byStartEntry);
 
-  DefaultDataResponse answer;
+  DefaultDataResponse& outcome = exchange.outcome;
   if (exchange.statusCode != 0) {
     char* contentType = nullptr;
-    curl_easy_getinfo(exchange.easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
-    answer.response = {exchange.statusCode, contentType != nullptr ? contentType : ""};
-    answer.data = std::move(exchange.body);
+    curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
+    outcome.response = {exchange.statusCode, contentType != nullptr ? contentType : ""};
+    outcome.data = std::move(exchange.body);
   }
-  answer.error = std::move(error);
-  if (exchange.easy) {
-    curl_multi_remove_handle(multi_.get(), exchange.easy.get());
-    curl_easy_setopt(exchange.easy.get(), CURLOPT_ERRORBUFFER, nullptr);
-    if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(exchange.easy));
-    exchange.easy.reset();
+  outcome.error = std::move(error);
+  if (exchange.handle) {
+    curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
+    if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(exchange.handle));
+    exchange.handle.reset();
   }
-  finished_.push_back([state = std::move(exchange.answer), answer = std::move(answer)]() mutable {
-    state->settle(std::move(answer), true);
+  // The exchange goes along: memory is best freed by the thread that allocated it.
+  finished_.push_back([exchange = std::move(finished)]() mutable {
+    const auto answer = std::move(exchange->answer);
+    DefaultDataResponse response = std::move(exchange->outcome);
+    exchange.reset();
+    answer->settle(std::move(response), true);
   });
 }
 
 void Transport::Loop::handOver() {
-  if (!finished_.empty()) queue_->post(std::exchange(finished_, {}));
+  if (finished_.empty()) return;
+  queue_->post(std::exchange(finished_, {}));
 }
 
 void Transport::Loop::expire() {
@@ -473,7 +497,7 @@ void Transport::Loop::touch(Exchange& exchange) {
 }
 
 std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count, void* context) {
-  Exchange& exchange = *static_cast<Exchange*>(context);
+  Exchange& exchange = *static_cast<Handle*>(context)->exchange;
   exchange.driver->touch(exchange);
   const std::string_view line(data, count);
   exchange.headerBytes += count;
@@ -483,14 +507,14 @@ std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count
   }
   if (line == "\r\n" || line == "\n") {
     long status = 0;
-    curl_easy_getinfo(exchange.easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status >= 200) exchange.statusCode = static_cast<int>(status);
   }
   return count;
 }
 
 std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, void* context) {
-  Exchange& exchange = *static_cast<Exchange*>(context);
+  Exchange& exchange = *static_cast<Handle*>(context)->exchange;
   Loop& loop = *exchange.driver;
   loop.touch(exchange);
   if (count > loop.configuration_.maximumResponseSize - exchange.body.size()) {
@@ -500,7 +524,7 @@ std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, 
   try {
     if (exchange.body.empty()) {
       curl_off_t length = 0;  // as announced, so perhaps a lie: worth a first guess, not more
-      curl_easy_getinfo(exchange.easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+      curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
       exchange.body.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, largestFirstGuess)));
     }
     const auto* const bytes = reinterpret_cast<const std::byte*>(data);
@@ -513,7 +537,7 @@ std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, 
 }
 
 int Transport::Loop::onProgress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
-  Exchange& exchange = *static_cast<Exchange*>(context);
+  Exchange& exchange = *static_cast<Handle*>(context)->exchange;
   if (std::exchange(exchange.sent, sent) != sent) exchange.driver->touch(exchange);
   return 0;
 }
@@ -570,16 +594,17 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
   const auto queue = leftBehind ? std::make_shared<CompletionQueue>(nullptr) : loop_->queue();
   const auto exchange = std::make_shared<Exchange>(loop_);
   const boost::intrusive_ptr<DataRequest::Answer> answer(new DataRequest::Answer(queue, exchange));
-  auto started = std::make_shared<DataRequest>(std::move(request), answer);
-  if (!error) error = loadingFault(started->request()->url);
+  const auto sent = std::make_shared<const std::optional<URLRequest>>(std::move(request));
+  if (!error && !isHttp((*sent)->url) && !isHttps((*sent)->url))
+    error = urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
   if (!error && leftBehind) error = cancelled();
   if (!error) {
-    exchange->original = started;
+    exchange->original = sent;
     exchange->answer = answer;
     error = loop_->start(exchange);
   }
   if (error) queue->post([answer, error] { answer->settle(DefaultDataResponse{{}, {}, error}, true); });
-  return started;
+  return std::make_shared<DataRequest>(sent, answer);
 }
 
 }  // namespace HalvernApi::Alamofire

@@ -26,6 +26,7 @@ class Transport {
  private:
   class Loop;
   struct Exchange;
+  struct Handle;
   const std::shared_ptr<Loop> loop_;
 };
 

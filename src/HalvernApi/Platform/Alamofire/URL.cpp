@@ -1,20 +1,12 @@
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 
-#include <algorithm>
+#include "HalvernApi/Platform/Alamofire/CharacterSet.hpp"
 
 namespace HalvernApi::Alamofire {
-namespace {
-
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-}  // namespace
 
 bool isUrlText(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) {
-    constexpr std::string_view marks = "-._~:/?#[]@!$&'()*+,;=%";
-    return isLetter(c) || isDigit(c) || marks.find(c) != std::string_view::npos;
-  });
+  static constexpr CharacterSet allowed("-._~:/?#[]@!$&'()*+,;=%");
+  return allowed.containsAll(text);
 }
 
 std::string printableUrl(std::string_view url) {
@@ -30,13 +22,10 @@ std::string printableUrl(std::string_view url) {
 }
 
 std::string_view schemeOf(std::string_view url) {
+  static constexpr CharacterSet allowed("+-.");
   const std::size_t colon = url.find(':');
-  if (colon == std::string_view::npos || colon == 0 || !isLetter(url.front())) return {};
-  const std::string_view scheme = url.substr(0, colon);
-  const bool wellFormed = std::all_of(scheme.begin(), scheme.end(), [](char c) {
-    return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.';
-  });
-  return wellFormed ? scheme : std::string_view();
+  const bool hasScheme = colon != std::string_view::npos && allowed.containsAll(url.substr(0, colon));
+  return hasScheme ? url.substr(0, colon) : std::string_view();
 }
 
 }  // namespace HalvernApi::Alamofire

@@ -27,6 +27,7 @@ class ThreadQueue final : public DispatchQueue {
       return task();
     }
     state_->tasks.push_back(std::move(task));
+    lock.unlock();  // first, or the thread wakes only to wait for the lock
     state_->changed.notify_one();
   }
 

@@ -62,7 +62,7 @@ std::optional<Data> decodeBase64(std::string_view text) {
     store(out, bits);
   }
   std::array<char, 4> tail{last[0], last[1], last[2], last[3]};
-  std::fill_n(tail.end() - padding, padding, 'A');
+  for (std::size_t place = 4 - padding; place < 4; ++place) tail[place] = 'A';
   const std::uint32_t bits = group(tail.data());
   store(out, bits);
   if (((seen | bits) & invalid) != 0) return std::nullopt;

@@ -36,26 +36,18 @@ PromiseCore::~PromiseCore() {
   while (first_) first_ = std::move(first_->next_);  // one by one: a long chain must not end in deep recursion
 }
 
-bool PromiseCore::settled() const {
-  const std::lock_guard lock(mutex_);
-  return settled_;
-}
-
-bool PromiseCore::claim() {
-  const std::lock_guard lock(mutex_);
-  return !std::exchange(claimed_, true);
-}
-
 void PromiseCore::publish(bool inTask) {
+  std::unique_ptr<Callback> callbacks;
   {
     const std::lock_guard lock(mutex_);
     settled_ = true;
-    running_ = first_ != nullptr;
     settledChanged_.notify_all();
-    if (!running_) return;
+    if (!first_) return;
+    running_ = true;
+    if (inTask && CompletionQueue::current() == queue_.get()) callbacks = std::move(first_);
   }
-  if (inTask && CompletionQueue::current() == queue_.get())
-    runCallbacks();
+  if (callbacks)
+    runCallbacks(std::move(callbacks));
   else
     postCallbacks();
 }
@@ -73,29 +65,31 @@ void PromiseCore::attach(std::unique_ptr<Callback> callback) {
 }
 
 void PromiseCore::postCallbacks() {
-  queue_->post([self = boost::intrusive_ptr<PromiseCore>(this)] { self->runCallbacks(); });
+  queue_->post([self = boost::intrusive_ptr<PromiseCore>(this)] { self->runCallbacks(nullptr); });
 }
 
-void PromiseCore::runCallbacks() {
-  std::unique_lock lock(mutex_);
-  while (first_) {
-    const std::unique_ptr<Callback> callback = std::move(first_);
-    first_ = std::move(callback->next_);
-    const bool more = first_ != nullptr;
-    lock.unlock();
-    callback->run(*this, !more && use_count() == 1);
-    lock.lock();
+// Runs `callbacks`, and then those that have been attached meanwhile. No lock is held while one of them runs or goes:
+// what it holds may be the application's.
+void PromiseCore::runCallbacks(std::unique_ptr<Callback> callbacks) {
+  for (;;) {
+    while (callbacks) {
+      const auto callback = std::exchange(callbacks, std::move(callbacks->next_));
+      const bool unseen = use_count() == 1;  // then nobody can attach any more, and `first_` may be read
+      callback->run(*this, unseen && !callbacks && !first_);
+    }
+    const std::lock_guard lock(mutex_);
+    callbacks = std::move(first_);
+    if (callbacks) continue;
+    running_ = false;
+    return;
   }
-  running_ = false;
 }
 
 bool PromiseCore::wait(Deadline deadline) const {
-  std::unique_lock lock(mutex_);
   if (settled_) return true;
   CompletionQueue* queue = CompletionQueue::current();
   if (queue == nullptr && Foundation::ProcessExit::begun()) queue = queue_.get();
   if (queue != nullptr) {
-    lock.unlock();
     struct Wake final : Callback {
       explicit Wake(Queue waiting) : waiting_(std::move(waiting)) {}
       void run(PromiseCore&, bool) noexcept override {
@@ -106,7 +100,8 @@ bool PromiseCore::wait(Deadline deadline) const {
     const_cast<PromiseCore*>(this)->attach(std::make_unique<Wake>(queue->shared_from_this()));
     return queue->runUntil([this] { return settled(); }, deadline);
   }
-  const auto done = [this] { return settled_; };
+  std::unique_lock lock(mutex_);
+  const auto done = [this] { return settled_.load(); };
   if (deadline) return settledChanged_.wait_until(lock, *deadline, done);
   settledChanged_.wait(lock, done);
   return true;
@@ -117,15 +112,11 @@ void PromiseCore::cancel() const {
   if (const auto work = cancellable_.lock()) work->cancel();
 }
 
-void PromiseCore::addSource() {
-  const std::lock_guard lock(mutex_);
-  ++sources_;
-}
+void PromiseCore::addSource() { ++sources_; }
 
 void PromiseCore::removeSource() {
-  const std::lock_guard lock(mutex_);
-  --sources_;
-  assert((sources_ > 0 || claimed_) && "a PromiseSource was dropped before it settled its promise");
+  [[maybe_unused]] const int left = --sources_;
+  assert((left > 0 || claimed_) && "a PromiseSource was dropped before it settled its promise");
 }
 
 }  // namespace HalvernApi::Promissum

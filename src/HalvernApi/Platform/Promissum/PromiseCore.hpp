@@ -2,6 +2,7 @@
 // queue. Applications use Promise and PromiseSource, which are typed skins over this.
 #pragma once
 
+#include <atomic>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
 #include <chrono>
@@ -58,10 +59,10 @@ class HALVERNAPI_EXPORT PromiseCore : public boost::intrusive_ref_counter<Promis
   virtual ~PromiseCore();
 
   const Queue& queue() const { return queue_; }
-  bool settled() const;
+  bool settled() const { return settled_; }
 
   // Settling takes two steps: the first caller of `claim` stores the result, then publishes it.
-  bool claim();
+  bool claim() { return !claimed_.exchange(true); }
   // Runs the callbacks: inside the call when it is made in a task of the promise's own queue and `inTask` is set, which
   // a continuation or the delivery of an answer may ask for; as a task of their own otherwise. The caller holds a
   // reference.
@@ -82,7 +83,7 @@ class HALVERNAPI_EXPORT PromiseCore : public boost::intrusive_ref_counter<Promis
 
  private:
   void postCallbacks();
-  void runCallbacks();
+  void runCallbacks(std::unique_ptr<Callback> callbacks);
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
@@ -90,10 +91,10 @@ class HALVERNAPI_EXPORT PromiseCore : public boost::intrusive_ref_counter<Promis
   mutable std::condition_variable settledChanged_;
   std::unique_ptr<Callback> first_;
   Callback* last_ = nullptr;
-  int sources_ = 0;
-  bool claimed_ = false;
-  bool settled_ = false;
-  bool running_ = false;  // a task that runs the callbacks is under way
+  std::atomic<int> sources_ = 0;
+  std::atomic<bool> claimed_ = false;
+  std::atomic<bool> settled_ = false;  // set under the mutex
+  bool running_ = false;               // a task that runs the callbacks is under way
 };
 
 }  // namespace HalvernApi::Promissum

@@ -1,0 +1,36 @@
+// The library as an application uses it: each handler starts the next call.
+#include <HalvernApi/HalvernApi.hpp>
+
+#include <future>
+
+#include "Measure.hpp"
+
+int main(int argc, char** argv) {
+  using namespace HalvernApi;
+  const auto arguments = Bench::Arguments::read(argc, argv);
+  Bench::Meter meter(arguments.calls);
+  URLSessionConfiguration configuration{.httpMaximumConnectionsPerHost = arguments.inFlight};
+  if (!arguments.certificateAuthority.empty()) {
+    configuration.certificateAuthorityFile = arguments.certificateAuthority;
+    configuration.httpMaximumConnectionsPerHost = 1;
+  }
+  HttpApiService service(arguments.baseUrl, configuration, "sandbox-key");
+  std::promise<void> done;
+  const std::function<void()> call = [&] {
+    const auto started = meter.start();
+    service.login("somebody@example.com", "correct horse", "instance-1", "Phone")
+        .then([&, started](const AuthenticationResponse&) {
+          if (meter.end(started))
+            done.set_value();
+          else if (meter.more())
+            call();
+        })
+        .trap([&](const Error&) { meter.failed(); });
+  };
+  // From a handler, so that only the session's queue touches the meter.
+  service.sendPasswordReset("somebody@example.com").finally([&] {
+    for (int i = 0; i < arguments.inFlight; ++i) call();
+  });
+  done.get_future().wait();
+  meter.report();
+}
