@@ -2,12 +2,15 @@
 #pragma once
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Bench {
@@ -17,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 struct Arguments {
   std::string baseUrl;
   int inFlight;
-  int calls;
+  int calls;                         // 0: start the calls in flight, and measure the memory that they take
   std::string certificateAuthority;  // empty without TLS
 
   static Arguments read(int argc, char** argv) {
@@ -37,14 +40,40 @@ inline const char* loginBody =
 inline double cpuMicroseconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  const auto micros = [](timeval time) { return 1e6 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec); };
+  const auto micros = [](timeval time) {
+    return 1e6 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec);
+  };
   return micros(usage.ru_utime) + micros(usage.ru_stime);
 }
 
-// Counts calls, leaves out a warm-up of a tenth of them, and reports on standard error; the answers go to standard output.
+// Resident memory of the process, in bytes.
+inline double residentBytes() {
+  double pages = 0;
+  std::ifstream statistics("/proc/self/statm");
+  statistics.ignore(64, ' ') >> pages;
+  return pages * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+// Runs `step` until the memory has been the same for a quarter of a second, and reports its growth since `before` a
+// call.
+template <class Step>
+void reportMemory(double before, int calls, Step step) {
+  double last = 0;
+  for (int same = 0; same < 5; same = residentBytes() == last ? same + 1 : 0) {
+    last = residentBytes();
+    step();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  std::fprintf(stderr, "bytes %.0f\n", (last - before) / calls);
+}
+
+// Counts calls, leaves out a warm-up of a tenth of them, and reports on standard error; the answers go to standard
+// output.
 class Meter {
  public:
-  explicit Meter(int calls) : warmUp_(calls / 10), last_(calls + calls / 10) { latencies_.reserve(static_cast<std::size_t>(calls)); }
+  explicit Meter(int calls) : warmUp_(calls / 10), last_(calls + calls / 10) {
+    latencies_.reserve(static_cast<std::size_t>(calls));
+  }
 
   bool more() const { return started_ < last_; }
   Clock::time_point start() {
@@ -54,35 +83,42 @@ class Meter {
   // True when it was the last one.
   bool end(Clock::time_point started) {
     const auto now = Clock::now();
-    if (++ended_ == warmUp_) {
+    if (++ended_ == 1) firstAnswer_ = now;
+    if (ended_ == warmUp_) {
       wall_ = now;
       cpu_ = cpuMicroseconds();
     } else if (ended_ > warmUp_) {
-      latencies_.push_back(std::chrono::duration<double, std::micro>(now - started).count());
+      latencies_.push_back(microseconds(now - started));
     }
     return ended_ == last_;
   }
-  void failed() {
+  [[noreturn]] static void failed() {
     std::fprintf(stderr, "a call failed\n");
     std::_Exit(1);
   }
 
-  // Microseconds of CPU a call, calls a second, median and 99th percentile of the latency in microseconds.
+  // Microseconds of CPU a call, calls a second, median and 99th percentile of the latency in microseconds, and the time
+  // from the making of the meter to the first answer.
   void report() {
     const double calls = static_cast<double>(latencies_.size());
     const double cpu = (cpuMicroseconds() - cpu_) / calls;
-    const double seconds = std::chrono::duration<double>(Clock::now() - wall_).count();
+    const double seconds = microseconds(Clock::now() - wall_) / 1e6;
     std::sort(latencies_.begin(), latencies_.end());
     const auto at = [&](double share) { return latencies_[static_cast<std::size_t>(share * (calls - 1))]; };
-    std::fprintf(stderr, "cpu %.2f rate %.0f p50 %.1f p99 %.1f\n", cpu, calls / seconds, at(0.5), at(0.99));
+    std::fprintf(stderr, "cpu %.2f rate %.0f p50 %.1f p99 %.1f first %.1f\n", cpu, calls / seconds, at(0.5), at(0.99),
+                 microseconds(firstAnswer_ - made_));
   }
 
  private:
+  static double microseconds(Clock::duration time) { return std::chrono::duration<double, std::micro>(time).count(); }
+
+  const Clock::time_point made_ = Clock::now();
   const int warmUp_;
   const int last_;
   int started_ = 0;
   int ended_ = 0;
-  Clock::time_point wall_;
+  Clock::time_point firstAnswer_;
+  Clock::time_point wall_ = made_;
   double cpu_ = 0;
   std::vector<double> latencies_;
 };

@@ -25,12 +25,14 @@ int main(int argc, char** argv) {
   Bench::Meter meter(arguments.calls);
   curl_global_init(CURL_GLOBAL_DEFAULT);
   CURLM* const multi = curl_multi_init();
+  if (arguments.calls == 0) curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, 6L);
   curl_slist* headers = nullptr;
-  for (const char* line : {"Accept-Language: en", "User-Agent: bare", "Accept: application/json", "Api-Key: sandbox-key",
-                           "Content-Type: application/json", "Expect:"})
+  for (const char* line : {"Accept-Language: en", "User-Agent: bare", "Accept: application/json",
+                           "Api-Key: sandbox-key", "Content-Type: application/json", "Expect:"})
     headers = curl_slist_append(headers, line);
   const std::string url = arguments.baseUrl + Bench::loginPath;
   std::vector<std::unique_ptr<Call>> calls;
+  const double memory = Bench::residentBytes();
   const auto start = [&](Call& call) {
     call.body.clear();
     call.started = meter.start();
@@ -53,6 +55,11 @@ int main(int argc, char** argv) {
     curl_easy_setopt(call.easy, CURLOPT_WRITEDATA, &call);
     curl_easy_setopt(call.easy, CURLOPT_PRIVATE, &call);
     start(call);
+  }
+  if (arguments.calls == 0) {
+    int running = 0;
+    Bench::reportMemory(memory, arguments.inFlight, [&] { curl_multi_perform(multi, &running); });
+    std::_Exit(0);
   }
   for (int running = 1; running > 0;) {
     curl_multi_perform(multi, &running);

@@ -9,7 +9,8 @@ int main(int argc, char** argv) {
   using namespace HalvernApi;
   const auto arguments = Bench::Arguments::read(argc, argv);
   Bench::Meter meter(arguments.calls);
-  URLSessionConfiguration configuration{.httpMaximumConnectionsPerHost = arguments.inFlight};
+  URLSessionConfiguration configuration;
+  if (arguments.calls > 0) configuration.httpMaximumConnectionsPerHost = arguments.inFlight;
   if (!arguments.certificateAuthority.empty()) {
     configuration.certificateAuthorityFile = arguments.certificateAuthority;
     configuration.httpMaximumConnectionsPerHost = 1;
@@ -27,8 +28,17 @@ int main(int argc, char** argv) {
         })
         .trap([&](const Error&) { meter.failed(); });
   };
+  if (arguments.calls == 0) {
+    std::vector<Promise<AuthenticationResponse, Error>> promises;
+    promises.reserve(static_cast<std::size_t>(arguments.inFlight));
+    const double memory = Bench::residentBytes();
+    for (int i = 0; i < arguments.inFlight; ++i)
+      promises.push_back(service.login("somebody@example.com", "correct horse", "instance-1", "Phone"));
+    Bench::reportMemory(memory, arguments.inFlight, [] {});
+    std::_Exit(0);
+  }
   // From a handler, so that only the session's queue touches the meter.
-  service.sendPasswordReset("somebody@example.com").finally([&] {
+  service.login("somebody@example.com", "correct horse", "instance-1", "Phone").then([&](const auto&) {
     for (int i = 0; i < arguments.inFlight; ++i) call();
   });
   done.get_future().wait();

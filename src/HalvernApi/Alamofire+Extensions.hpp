@@ -25,8 +25,10 @@ Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMet
                           std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
   return startValidated(session, url, method, parameters, encoding, std::move(apiKey), std::move(accessToken))
       ->template responseJsonDecodePromise<T>(std::move(decoder))
-      .map([](SuccessResponse<T> success) { return std::move(success.result); })
-      .mapError([](const ErrorResponse& failure) { return Error(failure); });
+      .mapResult([](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
+        if (!answer) return Unexpected<Error>(Error(answer.error()));
+        return std::move(answer->result);
+      });
 }
 
 }  // namespace HalvernApi

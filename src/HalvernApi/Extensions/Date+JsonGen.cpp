@@ -5,8 +5,7 @@
 #include <absl/time/time.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
+#include <cstdlib>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
@@ -18,13 +17,28 @@ namespace {
 
 // Takes a number of `least` to `most` digits off the front of `text`; absent when it does not start with one.
 std::optional<int> takeNumber(std::string_view& text, std::size_t least, std::size_t most) {
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  const auto digits = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isDigit) - text.begin());
-  if (digits < least || digits > most) return std::nullopt;
   int number = 0;
-  std::from_chars(text.data(), text.data() + digits, number);
+  std::size_t digits = 0;
+  for (; digits < text.size() && text[digits] >= '0' && text[digits] <= '9'; ++digits) {
+    if (digits == most) return std::nullopt;
+    number = 10 * number + (text[digits] - '0');
+  }
+  if (digits < least) return std::nullopt;
   text.remove_prefix(digits);
   return number;
+}
+
+// The device's time zone. Abseil finds it by name in a table that all threads share; as long as TZ stays as it was,
+// each thread remembers what it found.
+absl::TimeZone localZone() {
+  thread_local std::optional<std::string> known;
+  thread_local absl::TimeZone zone;
+  const char* const name = std::getenv("TZ");
+  if (const std::string_view current = name != nullptr ? name : ""; known != current) {
+    zone = absl::LocalTimeZone();
+    known = current;
+  }
+  return zone;
 }
 
 std::optional<Date> parse(std::string_view text) {
@@ -45,7 +59,7 @@ std::optional<Date> parse(std::string_view text) {
   const bool exists = year >= 1 && civil.month() == month && civil.day() == day && civil.hour() == hour &&
                       civil.minute() == minute && civil.second() == second;
   if (!text.empty() || !exists) return std::nullopt;
-  const absl::Time time = absl::LocalTimeZone().At(civil).pre;
+  const absl::Time time = localZone().At(civil).pre;
   return Date(std::chrono::sys_time<std::chrono::seconds>(std::chrono::seconds(absl::ToUnixSeconds(time))));
 }
 
@@ -59,13 +73,22 @@ Foundation::Expected<Date, JsonDecodeError> JsonCodec<Date>::decodeJson(const Js
 
 std::string JsonCodec<Date>::encodeJson(Date date) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(date.time()).time_since_epoch().count();
-  const absl::CivilSecond civil = absl::LocalTimeZone().At(absl::FromUnixSeconds(seconds)).cs;
+  const absl::CivilSecond civil = localZone().At(absl::FromUnixSeconds(seconds)).cs;
   // The pattern's year is that of its era, and the era is not part of it.
   const long year = static_cast<long>(civil.year() > 0 ? civil.year() : 1 - civil.year());
-  std::array<char, 48> text;
-  const int length = std::snprintf(text.data(), text.size(), "%04ld-%02d-%02dT%02d:%02d:%02d", year, civil.month(),
-                                   civil.day(), civil.hour(), civil.minute(), civil.second());
-  return std::string(text.data(), static_cast<std::size_t>(length));
+  std::string text;
+  const auto append = [&text](long number, std::size_t digits) {
+    const std::string figures = std::to_string(number);
+    text.append(digits - std::min(digits, figures.size()), '0') += figures;
+  };
+  append(year, 4);
+  const std::pair<char, int> others[] = {
+      {'-', civil.month()}, {'-', civil.day()}, {'T', civil.hour()}, {':', civil.minute()}, {':', civil.second()}};
+  for (const auto& [separator, number] : others) {
+    text += separator;
+    append(number, 2);
+  }
+  return text;
 }
 
 }  // namespace HalvernApi::Statham

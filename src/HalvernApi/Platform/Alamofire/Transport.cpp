@@ -98,12 +98,9 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
   int redirects = 0;
   curl_off_t sent = 0;
 
-  // The answer so far.
-  int statusCode = 0;  // 0 until its header block is complete
+  // The answer so far: the response from its last header on, an error when a callback has refused to go on.
+  DefaultDataResponse outcome;
   std::size_t headerBytes = 0;
-  Foundation::Data body;
-  std::optional<NSError> fault;  // why a callback refused to go on
-  DefaultDataResponse outcome;   // once finished
 
   // In the lists of the I/O thread.
   Loop* driver = nullptr;  // null when not in flight
@@ -349,9 +346,8 @@ bool Transport::Loop::prepare(Exchange& exchange) {
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
   }
-  exchange.statusCode = 0;
+  exchange.outcome = {};
   exchange.sent = 0;
-  exchange.body.clear();
   return curl_multi_add_handle(multi_.get(), easy) == CURLM_OK;
 }
 
@@ -374,24 +370,26 @@ void Transport::Loop::reap() {
 }
 
 void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
-  if (exchange.fault) return finish(exchange, std::exchange(exchange.fault, std::nullopt));
+  if (exchange.outcome.error) return finish(exchange, std::move(exchange.outcome.error));
   if (result != CURLE_OK)
     return finish(exchange, errorOf(exchange.handle->easy.get(), result, exchange.handle->words.data()));
-  if (exchange.statusCode == 0)
+  if (!exchange.outcome.response)
     return finish(exchange,
                   urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are cut short."));
-  if (exchange.statusCode >= 300 && exchange.statusCode < 400 && follow(exchange)) return;
+  if (follow(exchange)) return;
   finish(exchange, std::nullopt);
 }
 
 // A redirect to the same origin is followed as browsers do: 301 and 302 turn a POST into a GET, 303 all but a HEAD, 307
 // and 308 repeat the request. Any other is the answer. True when the exchange goes on, or has ended here.
 bool Transport::Loop::follow(Exchange& exchange) {
+  const int status = exchange.outcome.response->statusCode;
+  if (status < 300 || status > 399) return false;
   char* target = nullptr;
   curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_REDIRECT_URL, &target);
   if (target == nullptr || !sameOrigin(target, exchange.request().url)) return false;
   URLRequest request = exchange.request();
-  switch (exchange.statusCode) {
+  switch (status) {
     case 301:
     case 302:
       if (request.method == HTTPMethod::post) request.method = HTTPMethod::get;
@@ -422,11 +420,11 @@ void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
   byStart_.erase(exchange.byStartEntry);
 
   DefaultDataResponse& outcome = exchange.outcome;
-  if (exchange.statusCode != 0) {
+  if (outcome.response) {
     char* contentType = nullptr;
     curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
-    outcome.response = {exchange.statusCode, contentType != nullptr ? contentType : ""};
-    outcome.data = std::move(exchange.body);
+    if (contentType != nullptr) outcome.response->contentType = contentType;
+    if (!outcome.data) outcome.data.emplace();
   }
   outcome.error = std::move(error);
   if (exchange.handle) {
@@ -502,13 +500,14 @@ std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count
   const std::string_view line(data, count);
   exchange.headerBytes += count;
   if (exchange.headerBytes > mostHeaderBytes) {
-    exchange.fault = urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are too large.");
+    exchange.outcome.error =
+        urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are too large.");
     return 0;
   }
   if (line == "\r\n" || line == "\n") {
     long status = 0;
     curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (status >= 200) exchange.statusCode = static_cast<int>(status);
+    if (status >= 200) exchange.outcome.response = {static_cast<int>(status)};
   }
   return count;
 }
@@ -517,21 +516,24 @@ std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, 
   Exchange& exchange = *static_cast<Handle*>(context)->exchange;
   Loop& loop = *exchange.driver;
   loop.touch(exchange);
-  if (count > loop.configuration_.maximumResponseSize - exchange.body.size()) {
-    exchange.fault = urlError(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
+  if (!exchange.outcome.data) exchange.outcome.data.emplace();
+  Foundation::Data& body = *exchange.outcome.data;
+  if (count > loop.configuration_.maximumResponseSize - body.size()) {
+    exchange.outcome.error =
+        urlError(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
     return 0;
   }
   try {
-    if (exchange.body.empty()) {
+    if (body.empty()) {
       curl_off_t length = 0;  // as announced, so perhaps a lie: worth a first guess, not more
       curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-      exchange.body.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, largestFirstGuess)));
+      body.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, largestFirstGuess)));
     }
     const auto* const bytes = reinterpret_cast<const std::byte*>(data);
-    exchange.body.insert(exchange.body.end(), bytes, bytes + count);
+    body.insert(body.end(), bytes, bytes + count);
     return count;
   } catch (const std::bad_alloc&) {
-    exchange.fault = posixError(ENOMEM);
+    exchange.outcome.error = posixError(ENOMEM);
     return 0;
   }
 }

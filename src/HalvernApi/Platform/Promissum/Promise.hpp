@@ -80,10 +80,22 @@ class [[nodiscard]] Promise {
   static Promise resolved(Value value) { return settled(Result(std::move(value))); }
   static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
 
-  // A promise of `f(value)`; an error is passed on. Adds no hop between threads. Cancelling it cancels this one.
+  // A promise of what `f` makes of this one's Expected: another Expected. Adds no hop between threads. Cancelling the
+  // new promise cancels this one.
+  template <class F, class Next = std::decay_t<std::invoke_result_t<F&, const Result&>>>
+  Promise<typename Next::value_type, typename Next::error_type> mapResult(F f) const {
+    using NextState = PromiseState<typename Next::value_type, typename Next::error_type>;
+    boost::intrusive_ptr<NextState> next(new NextState(state_->queue(), state_->cancellable()));
+    state_->whenSettled([f = std::move(f), next](auto&& result) mutable {
+      next->settle(std::invoke(f, std::forward<decltype(result)>(result)), true);
+    });
+    return Promise<typename Next::value_type, typename Next::error_type>(std::move(next));
+  }
+
+  // A promise of `f(value)`; an error is passed on.
   template <class F, class U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
   Promise<U, E> map(F f) const {
-    return derive<U, E>([f = std::move(f)](auto&& result) mutable -> Expected<U, E> {
+    return mapResult([f = std::move(f)](auto&& result) mutable -> Expected<U, E> {
       if (!result) return Unexpected<E>(std::forward<decltype(result)>(result).error());
       return std::invoke(f, *std::forward<decltype(result)>(result));
     });
@@ -92,7 +104,7 @@ class [[nodiscard]] Promise {
   // A promise of the same value, or of `f(error)`.
   template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
   Promise<Value, E2> mapError(F f) const {
-    return derive<Value, E2>([f = std::move(f)](auto&& result) mutable -> Expected<Value, E2> {
+    return mapResult([f = std::move(f)](auto&& result) mutable -> Expected<Value, E2> {
       if (!result) return Unexpected<E2>(std::invoke(f, std::forward<decltype(result)>(result).error()));
       return *std::forward<decltype(result)>(result);
     });
@@ -185,15 +197,6 @@ class [[nodiscard]] Promise {
     boost::intrusive_ptr<State> state(new State(nullptr));
     state->settle(std::move(result));
     return Promise(std::move(state));
-  }
-
-  template <class U, class E2, class F>
-  Promise<U, E2> derive(F f) const {
-    boost::intrusive_ptr<PromiseState<U, E2>> next(new PromiseState<U, E2>(state_->queue(), state_->cancellable()));
-    state_->whenSettled([f = std::move(f), next](auto&& result) mutable {
-      next->settle(f(std::forward<decltype(result)>(result)), true);
-    });
-    return Promise<U, E2>(std::move(next));
   }
 
   boost::intrusive_ptr<State> state_;

@@ -7,7 +7,11 @@ Decoded<JsonDecoder> JsonDecoder::make(const JsonValue& json) {
   return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "Object"));
 }
 
-const JsonValue* JsonDecoder::find(std::string_view key) const { return object_->if_contains(key); }
+const JsonValue* JsonDecoder::find(std::string_view key) {
+  // Members nearly always come in the order in which they are asked for.
+  if (next_ == object_->end() || next_->key() != key) next_ = object_->find(key);
+  return next_ != object_->end() ? &(next_++)->value() : nullptr;
+}
 
 void JsonDecoder::fileError(std::string_view key, JsonDecodeError error) {
   errors_.push_back({std::string(key), std::move(error)});

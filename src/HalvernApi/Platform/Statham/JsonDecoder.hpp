@@ -2,6 +2,7 @@
 // once. For one thread; refers to the value that it was made over.
 #pragma once
 
+#include <boost/json/object.hpp>
 #include <utility>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
@@ -32,9 +33,9 @@ class HALVERNAPI_EXPORT JsonDecoder {
   const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }
 
  private:
-  explicit JsonDecoder(const JsonObject& object) : object_(&object) {}
+  explicit JsonDecoder(const JsonObject& object) : object_(&object), next_(object.begin()) {}
 
-  const JsonValue* find(std::string_view key) const;
+  const JsonValue* find(std::string_view key);
   void fileError(std::string_view key, JsonDecodeError error);
 
   template <class F>
@@ -50,6 +51,7 @@ class HALVERNAPI_EXPORT JsonDecoder {
   }
 
   const JsonObject* object_;
+  JsonObject::const_iterator next_;
   std::vector<JsonDecodeError::KeyError> errors_;
 };
 

@@ -134,7 +134,7 @@ bool Writer::value(const JsonValue& json, int depth) {
 
 Expected<std::string, std::string> writeJson(const JsonObject& object) {
   Writer writer;
-  writer.out.reserve(256);
+  writer.out.reserve(160);
   if (!writer.object(object, 0)) return Unexpected<std::string>(std::move(writer.fault));
   return std::move(writer.out);
 }

@@ -1,0 +1,41 @@
+// A peer: cpp-httplib with nlohmann/json, a thread and a client for each call in flight, as its blocking interface
+// wants.
+#include <httplib.h>
+
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "Measure.hpp"
+
+int main(int argc, char** argv) {
+  const auto arguments = Bench::Arguments::read(argc, argv);
+  Bench::Meter meter(arguments.calls);
+  std::mutex mutex;
+  const auto work = [&] {
+    httplib::Client client(arguments.baseUrl);
+    client.set_keep_alive(true);
+    client.set_tcp_nodelay(true);
+    const httplib::Headers headers = {{"Accept", "application/json"}, {"Api-Key", "sandbox-key"}};
+    for (;;) {
+      std::unique_lock lock(mutex);
+      if (!meter.more()) return;
+      const auto started = meter.start();
+      lock.unlock();
+      const nlohmann::json body = {{"email", "somebody@example.com"},
+                                   {"password", "correct horse"},
+                                   {"appInstanceId", "instance-1"},
+                                   {"appInstanceName", "Phone"}};
+      const auto answer = client.Post(Bench::loginPath, headers, body.dump(), "application/json");
+      if (!answer || answer->status != 200) Bench::Meter::failed();
+      std::puts(answer->body.c_str());
+      const auto json = nlohmann::json::parse(answer->body);
+      if (json.at("accessToken").get<std::string>().empty()) Bench::Meter::failed();
+      lock.lock();
+      meter.end(started);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < arguments.inFlight; ++i) threads.emplace_back(work);
+  for (std::thread& thread : threads) thread.join();
+  meter.report();
+}
