@@ -31,9 +31,7 @@ class HALVERNAPI_EXPORT DeviceOrientation {
   static Expected<DeviceOrientation, JsonDecodeError> decodeJson(const JsonValue& json);
   std::string encodeJson() const;
 
-  friend constexpr bool operator==(DeviceOrientation left, DeviceOrientation right) {
-    return left.case_ == right.case_;
-  }
+  friend constexpr bool operator==(DeviceOrientation a, DeviceOrientation b) { return a.case_ == b.case_; }
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, DeviceOrientation);
 
  private:

@@ -33,7 +33,7 @@ class HALVERNAPI_EXPORT Sex {
   static Expected<Sex, JsonDecodeError> decodeJson(const JsonValue& json);
   std::string encodeJson() const;
 
-  friend constexpr bool operator==(Sex left, Sex right) { return left.case_ == right.case_; }
+  friend constexpr bool operator==(Sex a, Sex b) { return a.case_ == b.case_; }
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, Sex);
 
  private:

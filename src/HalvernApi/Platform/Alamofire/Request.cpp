@@ -21,8 +21,9 @@ std::string Request::debugDescription() const {
   std::string text = "$ curl -v -X ";
   text += rawValue(request()->method);
   for (const auto& [name, value] : request()->headers) {
-    const bool shown = std::any_of(harmless.begin(), harmless.end(),
-                                   [&](std::string_view known) { return equalIgnoringCase(known, name); });
+    const bool shown = std::any_of(harmless.begin(), harmless.end(), [&, &name = name](std::string_view known) {
+      return equalIgnoringCase(known, name);
+    });
     text += " -H '" + name + ": " + (shown ? value : "<elided>") + '\'';
   }
   if (request()->body) text += " --data '<elided>'";

@@ -72,7 +72,7 @@ std::string_view headerFault(const HTTPHeaders& headers) {
 
 SessionManager::SessionManager(const Foundation::URLSessionConfiguration& configuration)
     : additionalHeaders_(headersFrom(configuration.httpAdditionalHeaders)),
-      queue_(std::make_shared<CompletionQueue>(configuration.completionQueue)),
+      queue_(CompletionQueue::on(configuration.completionQueue)),
       transport_(std::make_unique<Transport>(configuration, queue_)) {}
 
 SessionManager::~SessionManager() = default;

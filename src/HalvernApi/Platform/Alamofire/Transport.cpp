@@ -1,8 +1,6 @@
 #include "HalvernApi/Platform/Alamofire/Transport.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +14,7 @@
 #include "HalvernApi/Platform/Alamofire/Curl.hpp"
 #include "HalvernApi/Platform/Alamofire/Timing.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Alamofire/WakePipe.hpp"
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 #include "HalvernApi/Platform/Foundation/Thread.hpp"
 
@@ -27,6 +26,7 @@ using Foundation::NSError;
 namespace {
 
 constexpr int mostRedirects = 16;
+constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
 constexpr std::size_t mostHeaderBytes = 256 * 1024;
 constexpr std::size_t mostPooledHandles = 64;
 constexpr curl_off_t largestFirstGuess = 1024 * 1024;
@@ -43,32 +43,15 @@ NSError cancelled() { return urlError(Foundation::NSURLErrorCancelled, "The requ
 bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
 bool isHttp(std::string_view url) { return equalIgnoringCase(schemeOf(url), "http"); }
 
-// Wakes a thread out of poll().
-class WakePipe {
- public:
-  ~WakePipe() {
-    for (const int end : ends_)
-      if (end >= 0) ::close(end);
-  }
-  bool open() {
-    if (::pipe(ends_) != 0) return false;
-    for (const int end : ends_) {
-      ::fcntl(end, F_SETFD, FD_CLOEXEC);
-      ::fcntl(end, F_SETFL, O_NONBLOCK);
-    }
-    return true;
-  }
-  int readEnd() const { return ends_[0]; }
-  void wake() const { [[maybe_unused]] const ssize_t written = ::write(ends_[1], "", 1); }  // full: it is awake
-  void drain() const {
-    char bytes[64];
-    while (::read(ends_[0], bytes, sizeof bytes) == sizeof bytes) {
-    }
-  }
-
- private:
-  int ends_[2] = {-1, -1};
-};
+// Why a URL cannot be loaded, as far as that shows without taking it apart, which is libcurl's to do.
+std::optional<NSError> loadingFault(std::string_view url) {
+  if (!isHttp(url) && !isHttps(url))
+    return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
+  url.remove_prefix(schemeOf(url).size() + 1);
+  if (!url.starts_with("//") || url.find_first_of("/?#", 2) == 2 || url.size() == 2)
+    return urlError(Foundation::NSURLErrorBadURL, "The URL names no host.");
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -78,6 +61,7 @@ struct Transport::Handle {
   Exchange* exchange = nullptr;  // whose turn it is
   CurlHeaders headers;
   std::array<char, CURL_ERROR_SIZE> words{};
+  std::size_t slot = 0;  // where its socket is, or was
   std::string url;
   std::optional<std::pair<HTTPMethod, bool>> method;  // and whether it sends a body
 };
@@ -96,6 +80,7 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
 
   std::unique_ptr<Handle> handle;
   int redirects = 0;
+  bool sentAgain = false;
   curl_off_t sent = 0;
 
   // The answer so far: the response from its last header on, an error when a callback has refused to go on.
@@ -109,6 +94,15 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
   std::list<std::shared_ptr<Exchange>>::iterator byStartEntry;
   std::list<Exchange*>::iterator byLastByteEntry;
 };
+
+namespace {
+
+bool hasFirstByte(CURL* easy) {
+  curl_off_t microseconds = 0;
+  return curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &microseconds) == CURLE_OK && microseconds > 0;
+}
+
+}  // namespace
 
 // What the I/O thread works on. The thread shares it with the transport, and may outlive that by a moment.
 class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::enable_shared_from_this<Loop> {
@@ -132,11 +126,11 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
 
  private:
   struct Command {
-    enum Kind { start, cancel } kind;
+    enum class Kind { start, cancel } kind;
     std::shared_ptr<Exchange> exchange;
   };
 
-  bool ensureThread(std::optional<NSError>& error);
+  std::optional<NSError> ensureThread();
   void wakeIfAsleep(std::unique_lock<std::mutex> lock);
 
   // All below: the I/O thread alone.
@@ -147,6 +141,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   bool prepare(Exchange& exchange);
   void reap();
   void complete(Exchange& exchange, CURLcode result);
+  bool sendAgain(Exchange& exchange);
   bool follow(Exchange& exchange);
   void finish(Exchange& exchange, std::optional<NSError> error);
   void expire();
@@ -158,7 +153,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* context);
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* context);
   static int onProgress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
-  static int onSocket(CURL*, curl_socket_t socket, int what, void* context, void* slot);
+  static int onSocket(CURL* easy, curl_socket_t socket, int what, void* context, void* slot);
   static int onTimer(CURLM*, long milliseconds, void* context);
 
   Foundation::URLSessionConfiguration configuration_;
@@ -181,44 +176,44 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   std::list<std::shared_ptr<Exchange>> byStart_;  // oldest first
   std::list<Exchange*> byLastByte_;               // longest silence first
   std::vector<pollfd> sockets_;                   // the first one is the pipe's; a free slot has the descriptor -1
+  std::vector<Handle*> receivers_;                // whose bytes each socket brings; null where it may be several
   std::optional<Clock::time_point> timer_;
   Clock::time_point now_;
   std::vector<CompletionQueue::Task> finished_;
   std::thread::id ioThread_;
   Foundation::Thread thread_;
-
-  friend class Transport;
 };
 
-bool Transport::Loop::ensureThread(std::optional<NSError>& error) {
-  if (running_) return true;
-  initialiseCurl();
-  multi_.reset(curl_multi_init());
-  if (!multi_)
-    error = posixError(ENOMEM);
-  else if (!wakePipe_.open())
-    error = posixError(errno);
-  if (error) return false;
-  const long connections = std::max(configuration_.httpMaximumConnectionsPerHost, 1);
-  curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, connections);
-  curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, connections + 4);  // idle ones, some to other hosts
-  curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, onSocket);
-  curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
-  curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, onTimer);
-  curl_multi_setopt(multi_.get(), CURLMOPT_TIMERDATA, this);
-  sockets_.push_back({wakePipe_.readEnd(), POLLIN, 0});
+// Under the mutex. The error says why there is none; the next request tries again.
+std::optional<NSError> Transport::Loop::ensureThread() {
+  if (running_) return std::nullopt;
+  if (!multi_) {
+    initialiseCurl();
+    CurlMulti multi(curl_multi_init());
+    if (!multi) return posixError(ENOMEM);
+    if (!wakePipe_.open()) return posixError(errno);
+    const long connections = std::max(configuration_.httpMaximumConnectionsPerHost, 1);
+    curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, connections);
+    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections + 4);  // idle ones, some to other hosts
+    curl_multi_setopt(multi.get(), CURLMOPT_SOCKETFUNCTION, onSocket);
+    curl_multi_setopt(multi.get(), CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi.get(), CURLMOPT_TIMERFUNCTION, onTimer);
+    curl_multi_setopt(multi.get(), CURLMOPT_TIMERDATA, this);
+    multi_ = std::move(multi);
+    sockets_.push_back({wakePipe_.readEnd(), POLLIN, 0});
+    receivers_.push_back(nullptr);
+  }
   running_ = thread_.start([self = shared_from_this()] { self->run(); });
-  if (!running_) error = posixError(EAGAIN);
-  if (running_) Foundation::ProcessExit::stopAtExit(weak_from_this());
-  return running_;
+  if (!running_) return posixError(EAGAIN);
+  Foundation::ProcessExit::stopAtExit(weak_from_this());
+  return std::nullopt;
 }
 
 std::optional<NSError> Transport::Loop::start(const std::shared_ptr<Exchange>& exchange) {
-  std::optional<NSError> error;
   std::unique_lock lock(mutex_);
   if (stopping_) return cancelled();
-  if (!ensureThread(error)) return error;
-  inbox_.push_back({Command::start, exchange});
+  if (auto error = ensureThread()) return error;
+  inbox_.push_back({Command::Kind::start, exchange});
   wakeIfAsleep(std::move(lock));
   return std::nullopt;
 }
@@ -226,7 +221,7 @@ std::optional<NSError> Transport::Loop::start(const std::shared_ptr<Exchange>& e
 void Transport::Loop::cancel(const std::shared_ptr<Exchange>& exchange) {
   if (leftBehind()) return;
   std::unique_lock lock(mutex_);
-  inbox_.push_back({Command::cancel, exchange});
+  inbox_.push_back({Command::Kind::cancel, exchange});
   wakeIfAsleep(std::move(lock));
 }
 
@@ -277,7 +272,7 @@ bool Transport::Loop::takeInbox() {
   }
   now_ = Clock::now();
   for (Command& command : commands) {
-    if (command.kind == Command::start)
+    if (command.kind == Command::Kind::start)
       begin(std::move(command.exchange));
     else if (command.exchange->driver != nullptr)
       finish(*command.exchange, cancelled());
@@ -346,6 +341,7 @@ bool Transport::Loop::prepare(Exchange& exchange) {
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
   }
+  curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, exchange.sentAgain ? 1L : 0L);
   exchange.outcome = {};
   exchange.sent = 0;
   return curl_multi_add_handle(multi_.get(), easy) == CURLM_OK;
@@ -371,13 +367,28 @@ void Transport::Loop::reap() {
 
 void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
   if (exchange.outcome.error) return finish(exchange, std::move(exchange.outcome.error));
+  if (result == CURLE_OUT_OF_MEMORY && !exchange.outcome.response && hasFirstByte(exchange.handle->easy.get()))
+    // libcurl's word for a header line that is longer than it takes.
+    return finish(exchange, urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders));
+  if (result == CURLE_SEND_ERROR && sendAgain(exchange)) return;
   if (result != CURLE_OK)
     return finish(exchange, errorOf(exchange.handle->easy.get(), result, exchange.handle->words.data()));
   if (!exchange.outcome.response)
     return finish(exchange,
-                  urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are cut short."));
+                  urlError(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers."));
   if (follow(exchange)) return;
   finish(exchange, std::nullopt);
+}
+
+// A connection that was kept may turn out to be dead only when it is written to. What could not be sent in full has not
+// been acted upon, so it is sent once more, over a new one. True when it is.
+bool Transport::Loop::sendAgain(Exchange& exchange) {
+  long newConnections = 1;
+  curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_NUM_CONNECTS, &newConnections);
+  if (newConnections != 0 || exchange.headerBytes != 0 || exchange.sentAgain) return false;
+  exchange.sentAgain = true;
+  curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
+  return prepare(exchange);
 }
 
 // A redirect to the same origin is followed as browsers do: 301 and 302 turn a POST into a GET, 303 all but a HEAD, 307
@@ -389,13 +400,17 @@ bool Transport::Loop::follow(Exchange& exchange) {
   curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_REDIRECT_URL, &target);
   if (target == nullptr || !sameOrigin(target, exchange.request().url)) return false;
   URLRequest request = exchange.request();
+  const auto becomeGet = [&request] {
+    request.method = HTTPMethod::get;
+    request.body.reset();
+  };
   switch (status) {
     case 301:
     case 302:
-      if (request.method == HTTPMethod::post) request.method = HTTPMethod::get;
+      if (request.method == HTTPMethod::post) becomeGet();
       break;
     case 303:
-      if (request.method != HTTPMethod::head) request.method = HTTPMethod::get;
+      if (request.method != HTTPMethod::head) becomeGet();
       break;
     case 307:
     case 308: break;
@@ -405,7 +420,6 @@ bool Transport::Loop::follow(Exchange& exchange) {
     finish(exchange, urlError(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end."));
     return true;
   }
-  if (request.method == HTTPMethod::get) request.body.reset();
   request.url = target;
   exchange.redirected = std::move(request);
   curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
@@ -424,10 +438,12 @@ void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
     char* contentType = nullptr;
     curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
     if (contentType != nullptr) outcome.response->contentType = contentType;
-    if (!outcome.data) outcome.data.emplace();
   }
   outcome.error = std::move(error);
   if (exchange.handle) {
+    exchange.handle->exchange = nullptr;
+    Handle*& receiver = receivers_[exchange.handle->slot];
+    if (receiver == exchange.handle.get()) receiver = nullptr;
     curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
     if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(exchange.handle));
     exchange.handle.reset();
@@ -481,6 +497,8 @@ void Transport::Loop::wait() {
   for (std::size_t slot = 1; slot < sockets_.size(); ++slot) {
     const short events = std::exchange(sockets_[slot].revents, short{0});
     if (events == 0) continue;
+    // Here, and not in the callbacks alone: half a header line is a sign of life too.
+    if (receivers_[slot] != nullptr && (events & POLLIN) != 0) touch(*receivers_[slot]->exchange);
     const int mask = ((events & (POLLIN | POLLHUP)) != 0 ? CURL_CSELECT_IN : 0) |
                      ((events & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
                      ((events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0);
@@ -500,8 +518,7 @@ std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count
   const std::string_view line(data, count);
   exchange.headerBytes += count;
   if (exchange.headerBytes > mostHeaderBytes) {
-    exchange.outcome.error =
-        urlError(Foundation::NSURLErrorBadServerResponse, "The headers of the answer are too large.");
+    exchange.outcome.error = urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
     return 0;
   }
   if (line == "\r\n" || line == "\n") {
@@ -521,6 +538,7 @@ std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, 
   if (count > loop.configuration_.maximumResponseSize - body.size()) {
     exchange.outcome.error =
         urlError(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
+    exchange.outcome.data.reset();
     return 0;
   }
   try {
@@ -544,18 +562,28 @@ int Transport::Loop::onProgress(void* context, curl_off_t, curl_off_t, curl_off_
   return 0;
 }
 
-int Transport::Loop::onSocket(CURL*, curl_socket_t socket, int what, void* context, void* known) {
+int Transport::Loop::onSocket(CURL* easy, curl_socket_t socket, int what, void* context, void* known) {
   Loop& loop = *static_cast<Loop*>(context);
   auto slot = reinterpret_cast<std::uintptr_t>(known);  // 0, the pipe's, while libcurl knows none
   if (slot == 0) {
     const auto free =
         std::find_if(loop.sockets_.begin() + 1, loop.sockets_.end(), [](pollfd entry) { return entry.fd < 0; });
     slot = static_cast<std::uintptr_t>(free - loop.sockets_.begin());
-    if (free == loop.sockets_.end()) loop.sockets_.push_back({});
+    if (free == loop.sockets_.end()) {
+      loop.sockets_.push_back({});
+      loop.receivers_.push_back(nullptr);
+    }
     curl_multi_assign(loop.multi_.get(), socket, reinterpret_cast<void*>(slot));
   }
   const int events = ((what & CURL_POLL_IN) != 0 ? POLLIN : 0) | ((what & CURL_POLL_OUT) != 0 ? POLLOUT : 0);
   loop.sockets_[slot] = {what == CURL_POLL_REMOVE ? -1 : socket, static_cast<short>(events), 0};
+  char* address = nullptr;
+  curl_easy_getinfo(easy, CURLINFO_PRIVATE, &address);
+  Handle* const handle = reinterpret_cast<Handle*>(address);  // null for one of libcurl's own
+  // Over TLS a connection may carry several transfers, and this names but one of them.
+  const bool alone = handle != nullptr && handle->exchange != nullptr && isHttp(handle->url);
+  if (alone) handle->slot = slot;
+  loop.receivers_[slot] = alone && what != CURL_POLL_REMOVE ? handle : nullptr;
   return 0;
 }
 
@@ -593,12 +621,11 @@ std::string Transport::userAgent() {
 std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request, std::optional<NSError> error) {
   // In the child of a fork the session's queue may be locked, and its thread is not there.
   const bool leftBehind = loop_->leftBehind();
-  const auto queue = leftBehind ? std::make_shared<CompletionQueue>(nullptr) : loop_->queue();
+  const auto queue = leftBehind ? CompletionQueue::on(nullptr) : loop_->queue();
   const auto exchange = std::make_shared<Exchange>(loop_);
   const boost::intrusive_ptr<DataRequest::Answer> answer(new DataRequest::Answer(queue, exchange));
   const auto sent = std::make_shared<const std::optional<URLRequest>>(std::move(request));
-  if (!error && !isHttp((*sent)->url) && !isHttps((*sent)->url))
-    error = urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
+  if (!error) error = loadingFault((*sent)->url);
   if (!error && leftBehind) error = cancelled();
   if (!error) {
     exchange->original = sent;

@@ -11,13 +11,10 @@ bool isUrlText(std::string_view text) {
 
 std::string printableUrl(std::string_view url) {
   std::string text(url);
-  const std::size_t start = url.find("//");
-  if (start == std::string_view::npos) return text;
-  const std::size_t authority = start + 2;
+  const std::size_t scheme = schemeOf(url).size();
+  const std::size_t authority = std::min(url.find_first_not_of('/', scheme == 0 ? 0 : scheme + 1), url.size());
   const std::string_view host = url.substr(authority, url.find_first_of("/?#", authority) - authority);
-  const std::size_t at = host.rfind('@');
-  const std::size_t colon = host.find(':');
-  if (at != std::string_view::npos && colon < at) text.replace(authority + colon + 1, at - colon - 1, "<elided>");
+  if (const std::size_t at = host.rfind('@'); at != std::string_view::npos) text.replace(authority, at, "<elided>");
   return text;
 }
 

@@ -10,7 +10,7 @@ namespace HalvernApi::Alamofire {
 // ASCII.
 bool isUrlText(std::string_view text);
 
-// As it is, but with the password of the user information elided.
+// As it is, but with the user information in front of the host, where a password may stand, elided.
 std::string printableUrl(std::string_view url);
 
 // The scheme in front of the first colon; empty when there is none.

@@ -1,5 +1,6 @@
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 
+#include <map>
 #include <utility>
 
 #include "HalvernApi/Platform/Foundation/Thread.hpp"
@@ -49,10 +50,7 @@ class ThreadQueue final : public DispatchQueue {
         task = std::move(state.tasks.front());
         state.tasks.pop_front();
       }
-      if (!ProcessExit::enter()) ProcessExit::park();
       task();
-      task = nullptr;
-      ProcessExit::leave();
     }
   }
 
@@ -85,6 +83,17 @@ const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
   return queue;
 }
 
+std::shared_ptr<CompletionQueue> CompletionQueue::on(const std::shared_ptr<DispatchQueue>& executor) {
+  if (!executor) return std::make_shared<CompletionQueue>(nullptr);
+  static auto& mutex = *new std::mutex;
+  static auto& known = *new std::map<DispatchQueue*, std::weak_ptr<CompletionQueue>>;
+  const std::lock_guard lock(mutex);
+  std::erase_if(known, [](const auto& entry) { return entry.second.expired(); });
+  auto queue = known[executor.get()].lock();
+  if (!queue) known[executor.get()] = queue = std::make_shared<CompletionQueue>(executor);
+  return queue;
+}
+
 CompletionQueue* CompletionQueue::current() { return currentQueue; }
 
 void CompletionQueue::post(Task task) {
@@ -110,21 +119,24 @@ void CompletionQueue::post(std::vector<Task> tasks) {
 }
 
 void CompletionQueue::schedule() {
+  if (ProcessExit::begun()) return ProcessExit::keep(shared_from_this());
   executor_->async([self = shared_from_this()] { self->runScheduled(); });
 }
 
 void CompletionQueue::runScheduled() {
+  if (!ProcessExit::enter()) return ProcessExit::keep(shared_from_this());
   const CurrentScope scope(this);
   {
     const std::lock_guard lock(mutex_);
     std::move(incoming_.begin(), incoming_.end(), std::back_inserter(running_));
     incoming_.clear();
   }
-  while (runNext()) {
+  while (!ProcessExit::begun() && runNext()) {
   }
+  ProcessExit::leave();
   {
     const std::lock_guard lock(mutex_);
-    scheduled_ = !incoming_.empty();
+    scheduled_ = !running_.empty() || !incoming_.empty();
     if (!scheduled_) return;
   }
   schedule();  // anew rather than on and on: the executor has other work

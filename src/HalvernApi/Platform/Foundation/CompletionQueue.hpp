@@ -25,6 +25,9 @@ class CompletionQueue : public std::enable_shared_from_this<CompletionQueue> {
   // `executor` runs the tasks; null means a thread of the queue's own, started by the first task.
   explicit CompletionQueue(std::shared_ptr<DispatchQueue> executor);
 
+  // A queue in front of `executor`, the same one for all who name the same executor, so that a handler of one session
+  // may block on a call of another; a queue with a thread of its own for null.
+  static std::shared_ptr<CompletionQueue> on(const std::shared_ptr<DispatchQueue>& executor);
   // The queue of promises that were made without a session.
   static const std::shared_ptr<CompletionQueue>& shared();
   // The queue whose task the calling thread is running; null outside tasks.
@@ -35,7 +38,7 @@ class CompletionQueue : public std::enable_shared_from_this<CompletionQueue> {
   void post(std::vector<Task> tasks);
 
   // Runs tasks on the calling thread until `done` says so after one of them; false at the deadline. Only inside a task
-  // of this queue, or once process exit has stopped its thread.
+  // of this queue, or once process exit has begun.
   bool runUntil(const std::function<bool()>& done, Deadline deadline);
 
  private:

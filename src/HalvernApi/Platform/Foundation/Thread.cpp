@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <system_error>
 #include <utility>
@@ -18,9 +19,10 @@ namespace {
 struct Process {
   std::mutex mutex;
   std::condition_variable left;
-  bool exiting = false;
+  std::atomic<bool> exiting = false;
   int inside = 0;
   std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;
+  std::vector<std::shared_ptr<void>> kept;
   std::atomic<int> forks = 0;
 };
 
@@ -39,22 +41,21 @@ Process& process() {
   return state;
 }
 
-thread_local bool insideHere = false;
+thread_local int insideHere = 0;
 
-struct ExitHandler {
-  ~ExitHandler() {
-    Process& state = process();
-    std::unique_lock lock(state.mutex);
-    state.exiting = true;
-    const auto stoppables = std::exchange(state.stoppables, {});
-    lock.unlock();
-    for (const auto& weak : stoppables)
-      if (const auto stoppable = weak.lock()) stoppable->stop();
-    lock.lock();
-    const int own = insideHere ? 1 : 0;  // a completion handler may be what called exit
-    state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= own; });
-  }
-};
+// Runs at exit, perhaps several times.
+void beginExit() {
+  Process& state = process();
+  state.exiting = true;
+  std::unique_lock lock(state.mutex);
+  const auto stoppables = std::exchange(state.stoppables, {});
+  lock.unlock();
+  for (const auto& weak : stoppables)
+    if (const auto stoppable = weak.lock()) stoppable->stop();
+  lock.lock();
+  // A completion handler may be what called exit; it is not waited for.
+  state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= insideHere; });
+}
 
 }  // namespace
 
@@ -69,7 +70,6 @@ Thread::~Thread() {
 }
 
 bool Thread::start(std::function<void()> run) {
-  static ExitHandler exitHandler;
   forkCount_ = forkCount();
   sigset_t blocked;
   sigset_t before;
@@ -84,32 +84,31 @@ bool Thread::start(std::function<void()> run) {
   return thread_.joinable();
 }
 
-bool ProcessExit::begun() {
-  const std::lock_guard lock(process().mutex);
-  return process().exiting;
-}
+bool ProcessExit::begun() { return process().exiting; }
 
 bool ProcessExit::enter() {
   const std::lock_guard lock(process().mutex);
   if (process().exiting) return false;
   ++process().inside;
-  insideHere = true;
+  ++insideHere;
   return true;
 }
 
 void ProcessExit::leave() {
   const std::lock_guard lock(process().mutex);
-  insideHere = false;
+  --insideHere;
   --process().inside;
   process().left.notify_all();
 }
 
-void ProcessExit::park() {
-  for (;;) pause();
+void ProcessExit::keep(std::shared_ptr<void> object) {
+  const std::lock_guard lock(process().mutex);
+  process().kept.push_back(std::move(object));
 }
 
 void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
   const std::lock_guard lock(process().mutex);
+  std::atexit(beginExit);
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
   process().stoppables.push_back(std::move(stoppable));
 }

@@ -30,23 +30,26 @@ class Thread {
   int forkCount_ = 0;
 };
 
-// Once the process exits, no code of the application may run on a thread of ours: the static objects that it uses are
-// being destroyed. A thread enters before it runs such code and leaves afterwards; exit waits for those inside, for one
-// second at most. The exit handler is registered when the first thread starts, so a session in a static variable, which
-// was there before, is destroyed later.
+// Once the process exits, no code of the application may run by our doing: the static objects that it uses are being
+// destroyed. Whoever is about to run such code enters before and leaves afterwards; exit waits for those inside, for
+// one second at most.
 class ProcessExit {
  public:
   static bool begun();
   static bool enter();  // false once exit has begun; then `leave` is not due
   static void leave();
-  [[noreturn]] static void park();  // for a thread that was refused: holds still until the process is gone
 
-  // What the exit handler stops, before it waits for the threads inside.
+  // Keeps what must not be destroyed any more, for it holds objects of the application, until the process is gone.
+  static void keep(std::shared_ptr<void> object);
+
+  // What exit stops, before it waits for those inside.
   class Stoppable {
    public:
     virtual ~Stoppable() = default;
     virtual void stop() = 0;
   };
+  // From here on, exit begins before whatever exists now is destroyed: a session that is held in a static variable
+  // calls this with its first request.
   static void stopAtExit(std::weak_ptr<Stoppable> stoppable);
 };
 
