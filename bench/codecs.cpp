@@ -33,8 +33,7 @@ void parse(benchmark::State& state, const std::string& text) {
 template <class Record>
 void decode(benchmark::State& state, const std::string& text) {
   for ([[maybe_unused]] const auto _ : state) {
-    const auto document = Statham::JsonDocument::parse(text);
-    auto record = Record::decodeJson(document->root());
+    auto record = Record::decodeJson(*Statham::parseJson(text));
     if (!record) state.SkipWithError("does not decode");
     benchmark::DoNotOptimize(record);
   }

@@ -62,9 +62,9 @@ std::string Error::description() const {
 std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.description(); }
 
 bool withJson(const Data& data, const std::function<void(const JsonValue&)>& use) try {
-  const auto document = Statham::JsonDocument::parse(Foundation::textOf(data));
-  if (!document || !document->root().is_structured()) return false;
-  use(document->root());
+  const auto json = Statham::parseJson(Foundation::textOf(data));
+  if (!json || !json->is_structured()) return false;
+  use(*json);
   return true;
 } catch (...) {
   return false;

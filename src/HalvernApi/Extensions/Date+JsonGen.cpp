@@ -15,6 +15,8 @@ using Foundation::Date;
 
 namespace {
 
+constexpr int lastYear = 294246;  // the last whole one that microseconds in 64 bits reach
+
 // Takes a number of `least` to `most` digits off the front of `text`; absent when it does not start with one.
 std::optional<int> takeNumber(std::string_view& text, std::size_t least, std::size_t most) {
   int number = 0;
@@ -56,8 +58,8 @@ std::optional<Date> parse(std::string_view text) {
   const auto [year, month, day, hour, minute, second] = numbers;
   const absl::CivilSecond civil(year, month, day, hour, minute, second);
   // Civil times carry what is too large over into the next field; a calendar has no 30th of February.
-  const bool exists = year >= 1 && civil.month() == month && civil.day() == day && civil.hour() == hour &&
-                      civil.minute() == minute && civil.second() == second;
+  const bool exists = year >= 1 && year <= lastYear && civil.month() == month && civil.day() == day &&
+                      civil.hour() == hour && civil.minute() == minute && civil.second() == second;
   if (!text.empty() || !exists) return std::nullopt;
   const absl::Time time = localZone().At(civil).pre;
   return Date(std::chrono::sys_time<std::chrono::seconds>(std::chrono::seconds(absl::ToUnixSeconds(time))));

@@ -107,9 +107,9 @@ std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answ
     const bool contentless =
         answer.response && (answer.response->statusCode == 204 || answer.response->statusCode == 205);
     if (empty && !contentless) return notJson("it is empty");
-    const auto document = Statham::JsonDocument::parse(empty ? "null" : Foundation::textOf(*answer.data));
-    if (!document) return notJson(document.error());
-    if (auto error = decode(document->root())) return fail(*std::move(error));
+    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data));
+    if (!json) return notJson(json.error());
+    if (auto error = decode(*json)) return fail(*std::move(error));
     return std::nullopt;
   } catch (...) {  // a decoder may be the application's; what it threw may hold what it read
     return fail(makeError(AFError::responseSerializationFailed, "The decoder of the answer threw an exception."));

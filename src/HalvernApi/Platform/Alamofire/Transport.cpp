@@ -97,6 +97,13 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
 
 namespace {
 
+// Up to 7.88 libcurl remembers a handle's last header after it has freed it, and an answer that begins with a folded
+// header line makes it look there. Then a handle serves one answer only.
+bool handlesMayServeAgain() {
+  static const bool may = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080000;
+  return may;
+}
+
 bool hasFirstByte(CURL* easy) {
   curl_off_t microseconds = 0;
   return curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &microseconds) == CURLE_OK && microseconds > 0;
@@ -137,7 +144,8 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   void run();
   bool takeInbox();
   void begin(std::shared_ptr<Exchange> exchange);
-  std::unique_ptr<Handle> makeHandle();
+  std::unique_ptr<Handle> takeHandle();
+  void giveBack(std::unique_ptr<Handle> handle);
   bool prepare(Exchange& exchange);
   void reap();
   void complete(Exchange& exchange, CURLcode result);
@@ -286,16 +294,15 @@ void Transport::Loop::begin(std::shared_ptr<Exchange> shared) {
   exchange.started = exchange.lastByte = now_;
   exchange.byStartEntry = byStart_.insert(byStart_.end(), std::move(shared));
   exchange.byLastByteEntry = byLastByte_.insert(byLastByte_.end(), &exchange);
-  if (!pool_.empty()) {
-    exchange.handle = std::move(pool_.back());
-    pool_.pop_back();
-  } else {
-    exchange.handle = makeHandle();
-  }
   if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
 }
 
-std::unique_ptr<Transport::Handle> Transport::Loop::makeHandle() {
+std::unique_ptr<Transport::Handle> Transport::Loop::takeHandle() {
+  if (!pool_.empty()) {
+    auto pooled = std::move(pool_.back());
+    pool_.pop_back();
+    return pooled;
+  }
   auto handle = std::make_unique<Handle>();
   handle->easy = makeEasy(configuration_);
   CURL* const easy = handle->easy.get();
@@ -311,8 +318,18 @@ std::unique_ptr<Transport::Handle> Transport::Loop::makeHandle() {
   return handle;
 }
 
+void Transport::Loop::giveBack(std::unique_ptr<Handle> handle) {
+  if (!handle) return;
+  handle->exchange = nullptr;
+  if (Handle*& receiver = receivers_[handle->slot]; receiver == handle.get()) receiver = nullptr;
+  curl_multi_remove_handle(multi_.get(), handle->easy.get());
+  if (handlesMayServeAgain() && pool_.size() < mostPooledHandles) pool_.push_back(std::move(handle));
+}
+
 // Sets what depends on the request, and hands the transfer to libcurl.
 bool Transport::Loop::prepare(Exchange& exchange) {
+  giveBack(std::move(exchange.handle));
+  exchange.handle = takeHandle();
   if (!exchange.handle) return false;
   Handle& handle = *exchange.handle;
   CURL* const easy = handle.easy.get();
@@ -387,7 +404,6 @@ bool Transport::Loop::sendAgain(Exchange& exchange) {
   curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_NUM_CONNECTS, &newConnections);
   if (newConnections != 0 || exchange.headerBytes != 0 || exchange.sentAgain) return false;
   exchange.sentAgain = true;
-  curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
   return prepare(exchange);
 }
 
@@ -422,7 +438,6 @@ bool Transport::Loop::follow(Exchange& exchange) {
   }
   request.url = target;
   exchange.redirected = std::move(request);
-  curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
   if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
   return true;
 }
@@ -440,14 +455,7 @@ void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
     if (contentType != nullptr) outcome.response->contentType = contentType;
   }
   outcome.error = std::move(error);
-  if (exchange.handle) {
-    exchange.handle->exchange = nullptr;
-    Handle*& receiver = receivers_[exchange.handle->slot];
-    if (receiver == exchange.handle.get()) receiver = nullptr;
-    curl_multi_remove_handle(multi_.get(), exchange.handle->easy.get());
-    if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(exchange.handle));
-    exchange.handle.reset();
-  }
+  giveBack(std::move(exchange.handle));
   // The exchange goes along: memory is best freed by the thread that allocated it.
   finished_.push_back([exchange = std::move(finished)]() mutable {
     const auto answer = std::move(exchange->answer);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parser.hpp>
 #include <boost/json/serializer.hpp>
 #include <charconv>
@@ -13,33 +12,17 @@ namespace HalvernApi::Statham {
 using Foundation::Expected;
 using Foundation::Unexpected;
 
-struct JsonDocument::Content {
-  std::array<unsigned char, 896> first;  // most answers need no more
-  boost::json::monotonic_resource memory{first.data(), first.size()};
-  JsonValue root = JsonValue(boost::json::storage_ptr(&memory));
-};
-
-JsonDocument::JsonDocument(std::unique_ptr<Content> content) : content_(std::move(content)) {}
-JsonDocument::JsonDocument(JsonDocument&&) noexcept = default;
-JsonDocument& JsonDocument::operator=(JsonDocument&&) noexcept = default;
-JsonDocument::~JsonDocument() = default;
-
-const JsonValue& JsonDocument::root() const { return content_->root; }
-
-Expected<JsonDocument, std::string> JsonDocument::parse(std::string_view text) {
+Expected<JsonValue, std::string> parseJson(std::string_view text) {
   if (constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; text.starts_with(byteOrderMark))
     text.remove_prefix(byteOrderMark.size());
   boost::json::parse_options options;
   options.max_depth = 512;
   std::array<unsigned char, 1024> scratch;
   boost::json::parser parser({}, options, scratch.data(), scratch.size());
-  std::unique_ptr<Content> content(new Content);  // its first block is left uninitialised
-  parser.reset(&content->memory);
   boost::json::error_code error;
   parser.write(text.data(), text.size(), error);
   if (error) return Unexpected<std::string>(error.message());
-  content->root = parser.release();
-  return JsonDocument(std::move(content));
+  return parser.release();
 }
 
 namespace {

@@ -1,0 +1,63 @@
+// An ApiService whose answers a test sets with GoogleMock; include it where that is at hand. A call for which nothing
+// was set fails as if the service were out of reach.
+//
+//   EXPECT_CALL(service, checkIfValidated("token"))
+//       .WillOnce(Return(Promise<ValidatedEmailResponse, Error>::resolved(ValidatedEmailResponse(true))));
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include "HalvernApi/ApiService.hpp"
+
+namespace HalvernApi::Testing {
+
+class MockApiService : public ApiService {
+ public:
+  MockApiService() {
+    const auto outOfReach = [] { return OutOfReach(); };
+    ON_CALL(*this, login).WillByDefault(outOfReach);
+    ON_CALL(*this, relogin).WillByDefault(outOfReach);
+    ON_CALL(*this, register_).WillByDefault(outOfReach);
+    ON_CALL(*this, authenticate).WillByDefault(outOfReach);
+    ON_CALL(*this, resendValidationEmail).WillByDefault(outOfReach);
+    ON_CALL(*this, sendPasswordReset).WillByDefault(outOfReach);
+    ON_CALL(*this, checkIfValidated).WillByDefault(outOfReach);
+    ON_CALL(*this, registerDevice).WillByDefault(outOfReach);
+    ON_CALL(*this, profile).WillByDefault(outOfReach);
+    ON_CALL(*this, update).WillByDefault(outOfReach);
+  }
+
+  using SignIn = Promise<AuthenticationResponse, Error>;
+  using Done = Promise<Unit, Error>;
+  using PasswordReset = Promise<ForgotPasswordResponse, Error>;
+  using Validated = Promise<ValidatedEmailResponse, Error>;
+  using Configuration = Promise<ConfigurationResponse, Error>;
+  using Text = std::string_view;
+
+  MOCK_METHOD(SignIn, login, (Text email, Text password, Text appInstanceId, Text appInstanceName), (override));
+  MOCK_METHOD(SignIn, relogin, (Text refreshToken, Text appInstanceId), (override));
+  MOCK_METHOD(SignIn, register_,
+              (Text email, Text password, Text confirmPassword, Text appInstanceId, Text appInstanceName), (override));
+  MOCK_METHOD(SignIn, authenticate, (Text withFacebookToken, Text appInstanceId, Text appInstanceName), (override));
+  MOCK_METHOD(Done, resendValidationEmail, (Text accessToken), (override));
+  MOCK_METHOD(PasswordReset, sendPasswordReset, (Text email), (override));
+  MOCK_METHOD(Validated, checkIfValidated, (Text accessToken), (override));
+  MOCK_METHOD(Done, registerDevice,
+              (Text appInstanceId, Text productName, std::optional<Text> serialNumber, Text hardwareVersion,
+               Text firmwareVersion, Text tube, DeviceOrientation orientation, Text accessToken),
+              (override));
+  MOCK_METHOD(Configuration, profile, (const std::vector<Audiogram>& audiograms, Text accessToken), (override));
+  MOCK_METHOD(Done, update, (Date birthdate, Sex sex, Text accessToken), (override));
+
+ private:
+  struct OutOfReach {
+    template <class T>
+    operator Promise<T, Error>() const {
+      return Promise<T, Error>::rejected(
+          Error::network({std::string(NSURLErrorDomain), Foundation::NSURLErrorCannotConnectToHost,
+                          "No answer was set for this call"}));
+    }
+  };
+};
+
+}  // namespace HalvernApi::Testing

@@ -1,0 +1,122 @@
+// The web service in miniature, for tests and for trying things out: the ten endpoints on a loopback port, with
+// accounts, tokens and hearing aids held in memory. It judges requests as the real service does; a script can make it
+// misbehave. Every member may be called from any thread.
+//
+//   Sandbox server;
+//   HttpApiService service(server.baseUrl(), {}, server.apiKey());
+//   server.script(Operation::login, {.answer = Answer{.status = 503}});
+//
+// Accounts are made by registering, or by `addAccount`. The Facebook token "sandbox-facebook-token" signs in
+// facebook.user@example.com.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace HalvernApi::Testing {
+
+// In the order of ApiService.
+enum class Operation {
+  login,
+  relogin,
+  register_,
+  authenticate,
+  resendValidationEmail,
+  sendPasswordReset,
+  checkIfValidated,
+  registerDevice,
+  profile,
+  update,
+};
+
+struct Answer {
+  int status = 200;
+  std::string body{};
+  // "application/json" without a parameter goes out compressed when the client accepts that.
+  std::string contentType = "application/json; charset=utf-8";
+  std::vector<std::pair<std::string, std::string>> headers{};
+};
+
+// What happens to a call instead of, or before, the usual. All of it defaulted is the usual.
+struct Script {
+  static constexpr std::size_t always = static_cast<std::size_t>(-1);
+
+  std::chrono::milliseconds delay{0};  // ends early when the sandbox is destroyed
+  bool drop = false;                   // closes the connection without an answer
+  std::optional<Answer> answer{};      // sent whatever the request holds, which then has no effect
+  std::size_t calls = 1;               // how many calls it is for
+};
+
+struct SeenRequest {
+  std::optional<Operation> operation;  // absent for everything but the ten endpoints
+  std::string method;
+  std::string target;  // path and query
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+
+  // The value of the first header of that name, whatever its case.
+  std::optional<std::string> header(std::string_view name) const;
+};
+
+class Sandbox {
+ public:
+  struct Options {
+    int port = 0;  // 0 takes a free one
+    std::string apiKey = "sandbox-key";
+    std::chrono::milliseconds accessTokenLifetime = std::chrono::hours(1);
+    // What the service mails to its users. Called on a thread of the sandbox, before the answer goes out.
+    std::function<void(const std::string& email, const std::string& text)> mail{};
+  };
+
+  // Serves 127.0.0.1 as soon as it is made. Throws std::runtime_error when the port is taken.
+  Sandbox();
+  explicit Sandbox(Options options);
+  // Ends every connection, answered or not, and returns without waiting for anybody.
+  ~Sandbox();
+  Sandbox(const Sandbox&) = delete;
+  Sandbox& operator=(const Sandbox&) = delete;
+
+  int port() const;
+  std::string baseUrl() const;  // without a slash at the end
+  const std::string& apiKey() const;
+
+  // An account whose e-mail address is confirmed; replaces one of the same address.
+  void addAccount(const std::string& email, const std::string& password);
+  // Lets `token` sign in, under an account that is made when there is none yet.
+  void allowFacebookToken(const std::string& token, const std::string& email);
+  // What the link in the confirmation e-mail does. False for an unknown address.
+  bool confirmEmail(const std::string& email);
+  // Absent for an unknown address.
+  std::optional<std::string> confirmationLink(const std::string& email) const;
+  // Makes every access token given out so far one that is refused; refresh tokens stay good.
+  void expireAccessTokens();
+
+  // Scripts of one operation are used in the order in which they were given, each for its number of calls.
+  void script(Operation operation, Script script);
+  // Forgets all scripts and all requests seen. Accounts and tokens stay.
+  void reset();
+
+  // In the order of arrival. A request is here before it is answered.
+  std::vector<SeenRequest> seen() const;
+  std::vector<SeenRequest> seen(Operation operation) const;
+  // Blocks until at least `count` requests of that operation have been seen; false on time-out.
+  bool waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const;
+  // How many connections were opened since the start.
+  std::size_t connections() const;
+
+ private:
+  struct Impl;
+  const std::unique_ptr<Impl> impl_;
+};
+
+// The path of an operation's endpoint.
+std::string_view path(Operation operation);
+
+}  // namespace HalvernApi::Testing
