@@ -1,0 +1,198 @@
+// Reading and writing JSON: primitives, records, enumerations, dates, and what is said of data that are wrong.
+#include <gmock/gmock.h>
+
+#include <boost/json/parse.hpp>
+#include <cmath>
+#include <ctime>
+#include <limits>
+
+#include "HalvernApi/Platform/Statham/JsonText.hpp"
+#include "TestSupport.hpp"
+
+namespace HalvernApi::Tests {
+namespace {
+
+using Limits = std::numeric_limits<std::int64_t>;
+using Texts = std::vector<std::string>;
+
+JsonValue parsed(std::string_view text) { return boost::json::parse({text.data(), text.size()}); }
+
+TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
+  const std::vector<std::pair<std::string, Texts>> rows = {
+      {"Bool ", {"true", "false"}},
+      {"String ", {"\"\"", "\"1\""}},
+      {"Int Double ", {"1", "-1.0", "1e3", "9223372036854775807", "-9223372036854775808", "-9223372036854775808.0"}},
+      {"Double ", {"1.5", "9223372036854775808", "9223372036854775808.0", "1e300"}},
+      {"", {"null", "[1]", "{}"}}};
+  const auto takers = [](const JsonValue& json) {
+    return std::string(JsonCodec<bool>::decodeJson(json) ? "Bool " : "") +
+           (JsonCodec<std::string>::decodeJson(json) ? "String " : "") +
+           (JsonCodec<std::int64_t>::decodeJson(json) ? "Int " : "") +
+           (JsonCodec<double>::decodeJson(json) ? "Double " : "");
+  };
+  for (const auto& [expected, texts] : rows)
+    for (const std::string& text : texts) EXPECT_EQ(takers(parsed(text)), expected) << text;
+  EXPECT_EQ(takers(HUGE_VAL), "");
+  EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(-9223372036854775808.0), Limits::min());
+  EXPECT_EQ(JsonCodec<double>::decodeJson(9223372036854775808u), 9223372036854775808.0);
+}
+
+template <class Record>
+void expectText(const Record& record, std::string_view text) {
+  const auto written = Statham::writeJson(record.encodeJson());
+  ASSERT_EQ(written, text);
+  EXPECT_EQ(Record::decodeJson(*Statham::parseJson(*written)), record);
+}
+
+TEST(Records, AreWrittenWithEveryKeyInOrderAndReadBackEqual) {
+  const auto birth = JsonCodec<Date>::decodeJson("1980-05-17T08:30:00");
+  expectText(AuthenticationResponse(true, false, "a", "r", birth.value(), Sex::female, "e"),
+             R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"a","refreshToken":"r",)"
+             R"("dateOfBirth":"1980-05-17T08:30:00","sex":"Female","email":"e"})");
+  expectText(AuthenticationResponse(false, true, "", "", std::nullopt, std::nullopt, ""),
+             R"({"isSuccessful":false,"isEmailConfirmed":true,"accessToken":"","refreshToken":"",)"
+             R"("dateOfBirth":null,"sex":null,"email":""})");
+  expectText(ForgotPasswordResponse(false), R"({"result":false})");
+  expectText(ValidatedEmailResponse(true), R"({"result":true})");
+  expectText(ServerErrorResponse(-7, "m", {{"x"}}), R"({"errorCode":-7,"message":"m","validationErrors":["x"]})");
+  expectText(ServerErrorResponse(0, std::nullopt, std::nullopt),
+             R"({"errorCode":0,"message":null,"validationErrors":null})");
+  expectText(ConfigurationResponse("AQID", {}), R"({"leftConfiguration":"AQID","rightConfiguration":null})");
+  expectText(Audiogram(DeviceOrientation::left, "s", "t", {{1000, 35.5}, {250, -10}, {250, 0.1}}),
+             R"({"orientation":"Left","serialNumber":"s","tube":"t","values":[{"frequency":1000,"volume":35.5},)"
+             R"({"frequency":250,"volume":-10},{"frequency":250,"volume":0.1}]})");
+  expectText(Audiogram(DeviceOrientation::right, "s", "t", {}),
+             R"({"orientation":"Right","serialNumber":"s","tube":"t","values":[]})");
+}
+
+template <class Record>
+std::string faultsOf(std::string_view text) {
+  const auto decoded = Record::decodeJson(parsed(text));
+  return decoded ? "none" : decoded.error().description();
+}
+
+TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
+  EXPECT_EQ(faultsOf<FrequencyVolumePair>("{}"),
+            "FrequencyVolumePair.frequency: missing; FrequencyVolumePair.volume: missing");
+  EXPECT_EQ(faultsOf<AuthenticationResponse>(
+                R"({"isSuccessful":1,"isEmailConfirmed":true,"accessToken":null,"refreshToken":"r",)"
+                R"("dateOfBirth":"1980-05-17","sex":"unknown","email":"e"})"),
+            "AuthenticationResponse.isSuccessful: expected Bool, found number; "
+            "AuthenticationResponse.accessToken: expected String, found null; "
+            "AuthenticationResponse.dateOfBirth: expected ISO 8601 formatted NSDate, found string; "
+            "AuthenticationResponse.sex: not one of the texts of Sex");
+  EXPECT_EQ(faultsOf<Audiogram>(R"({"orientation":"left","serialNumber":"s","values":[{"frequency":1,"volume":2},7,)"
+                                R"({"volume":2},{"frequency":1.5,"volume":"loud"}]})"),
+            "Audiogram.orientation: not one of the texts of DeviceOrientation; Audiogram.tube: missing; "
+            "Audiogram.values[1]: expected Object, found number; Audiogram.values[2].frequency: missing; "
+            "Audiogram.values[3].frequency: expected Int, found number; "
+            "Audiogram.values[3].volume: expected Double, found string");
+  EXPECT_EQ(faultsOf<ServerErrorResponse>(R"({"errorCode":1,"validationErrors":["x",null]})"),
+            "ServerErrorResponse.validationErrors[1]: expected String, found null");
+  EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"more":0})"), "none");
+  EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"leftConfiguration":5})"),
+            "ConfigurationResponse.leftConfiguration: expected String, found number");
+  EXPECT_EQ(faultsOf<ValidatedEmailResponse>("true"), "expected Object, found boolean");
+  const auto nested = Audiogram::decodeJson(parsed(R"({"orientation":"left","values":[{"frequency":1}]})"));
+  EXPECT_EQ(*nested.error().at("orientation"), JsonDecodeError::wrongEnumRawValue("left", "DeviceOrientation"));
+  EXPECT_EQ(nested.error().at("values")->elementErrors().at(0).error,
+            JsonDecodeError::structErrors("FrequencyVolumePair", {{"volume", JsonDecodeError::missingKey()}}));
+}
+
+template <class Enum>
+void expectCases(const std::vector<Enum>& cases, const Texts& texts, const Texts& strangers, const std::string& type) {
+  for (std::size_t ordinal = 0; ordinal < cases.size(); ++ordinal) {
+    EXPECT_EQ(cases[ordinal].encodeJson(), texts[ordinal]);
+    EXPECT_EQ(Enum::fromRawValue(texts[ordinal]), cases[ordinal]);
+    EXPECT_EQ(Enum::decodeJson(JsonValue(texts[ordinal])), cases[ordinal]);
+  }
+  using Failure = Unexpected<JsonDecodeError>;
+  for (const std::string& text : strangers)
+    EXPECT_EQ(Enum::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, type))) << text;
+  for (const JsonValue& json : {JsonValue(0), JsonValue()})
+    EXPECT_EQ(Enum::decodeJson(json), Failure(JsonDecodeError::wrongType(json, "String"))) << json;
+}
+
+TEST(Enumerations, TravelAsTheirRawTextsExactly) {
+  expectCases<Sex>({Sex::male, Sex::female, Sex::unknown}, {"Male", "Female", "NotKnown"},
+                   {"male", "unknown", "NotKnown ", " NotKnown", "", "Left"}, "Sex");
+  expectCases<DeviceOrientation>({DeviceOrientation::left, DeviceOrientation::right}, {"Left", "Right"},
+                                 {"left", "right", "LEFT", "Left\n", "Male"}, "DeviceOrientation");
+}
+
+TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
+  const std::map<std::string, std::string> valid = {{"", ""},       {"AQID", "\1\2\3"},       {"AQI=", "\1\2"},
+                                                    {"AQ==", "\1"}, {"+/+/", "\xfb\xff\xbf"}, {"AQIDBA==", "\1\2\3\4"}};
+  for (const auto& [text, data] : valid) {
+    EXPECT_EQ(ConfigurationResponse(text, {}).leftData(), bytes(data)) << text;
+    EXPECT_EQ(ConfigurationResponse({}, text).rightData(), bytes(data)) << text;
+    EXPECT_EQ(ConfigurationResponse(text, {}).rightData(), std::nullopt);
+  }
+  for (const char* text : {"AQI", "AQ", "A===", "====", "AQ=I", "AQ==AQID", "AQ ID", "AQID\n", "AQI\nDBAU", "-_-_"})
+    EXPECT_EQ(ConfigurationResponse(text, {}).leftData(), std::nullopt) << text;
+}
+
+std::string bodyOf(const JsonValue& value) {
+  URLRequest request;
+  const auto error = JSONEncoding::default_().encode(request, JsonObject{{"v", value}});
+  return error ? error->domain : request.body.value_or("none");
+}
+
+TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
+  EXPECT_EQ(bodyOf({35.5, 35.0, 0.1, 1e21, 1e-7}), R"({"v":[35.5,35,0.1,1000000000000000000000,0.0000001]})");
+  EXPECT_EQ(bodyOf({Limits::max(), Limits::min()}), R"({"v":[9223372036854775807,-9223372036854775808]})");
+  EXPECT_EQ(bodyOf({"a\"\\\n\x01/ä😀", nullptr, true}), R"({"v":["a\"\\\n\u0001/ä😀",null,true]})");
+  for (const double value : {1e300, -1e300, 5e-324, 1.0 / 3}) {
+    EXPECT_EQ(std::strtod(bodyOf(value).c_str() + 5, nullptr), value);
+    EXPECT_EQ(bodyOf(value).find_first_of("eE"), std::string::npos) << value;
+  }
+  for (const JsonValue& value :
+       {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xff"), JsonValue("\xed\xa0\x80")})
+    EXPECT_EQ(bodyOf(value), "Alamofire.AFError");
+}
+
+class Dates : public ::testing::Test {
+ protected:
+  using Codec = JsonCodec<Date>;
+  static void moveTo(const char* zone) { ::setenv("TZ", zone, 1), ::tzset(); }
+  ~Dates() override { ::unsetenv("TZ"), ::tzset(); }
+};
+
+TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
+  struct Row {
+    const char *zone, *text;
+    std::int64_t sinceEpoch;
+    const char* written;
+  };
+  for (const Row& row :
+       std::vector<Row>{{"UTC", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
+                        {"Europe/Berlin", "1980-05-17T08:30:00", 327393000, "1980-05-17T08:30:00"},
+                        {"No/Such_Zone", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
+                        {"UTC", "0001-01-01T00:00:00", -62135596800, "0001-01-01T00:00:00"},
+                        {"UTC", "9999-12-31T23:59:59", 253402300799, "9999-12-31T23:59:59"},
+                        {"UTC", "2024-02-29T12:00:00", 1709208000, "2024-02-29T12:00:00"},
+                        {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},     // skipped
+                        {"America/New_York", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"}}) {  // repeated
+    moveTo(row.zone);
+    const std::chrono::sys_time<std::chrono::seconds> time{std::chrono::seconds(row.sinceEpoch)};
+    EXPECT_EQ(Codec::decodeJson(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
+    EXPECT_EQ(Codec::encodeJson(time + std::chrono::milliseconds(999)), row.written) << row.zone;
+  }
+}
+
+TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
+  const auto expectRefused = [](const JsonValue& json) {
+    const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
+    EXPECT_EQ(Codec::decodeJson(json), Unexpected<JsonDecodeError>(error)) << json;
+  };
+  for (const char* text :
+       {"1980-05-17", "17-05-1980", "2023-02-30T00:00:00", "2023-02-29T00:00:00", "", "2023-13-01T00:00:00",
+        "2023-01-01T24:00:00", "2023-01-01T23:59:60", "2023-01-01 00:00:00", "2023-01-01T00:00:00Z",
+        " 2023-01-01T00:00:00", "2023-01-01T00:00:00.5", "-2023-01-01T00:00:00", "0000-01-01T00:00:00"})
+    expectRefused(text);
+  expectRefused(327400200);
+  expectRefused(nullptr);
+}
+
+}  // namespace
+}  // namespace HalvernApi::Tests

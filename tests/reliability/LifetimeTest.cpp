@@ -1,0 +1,233 @@
+// What happens to calls, handlers and threads when calls are cancelled, owners go, the process exits or forks, and
+// where handlers run.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <ctime>
+#include <random>
+
+#include "HalvernApi/Testing/Sandbox.hpp"
+#include "Support.hpp"
+
+namespace HalvernApi::Tests {
+namespace {
+
+const Answer heldAnswer = {{Step::hold}, json("{}")[0]};
+auto soon() { return 100ms * slowness(); }
+
+TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
+  std::thread([] {}).join();  // a sanitizer may add one of its own to the first
+  for (const Stage stage : allStages)
+    for (const std::size_t calls : {1UL, 6UL, 1000UL}) {
+      SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", calls " << calls);
+      const Holdings before;
+      {
+        Trap trap(stage, calls);
+        auto service = std::make_unique<HttpApiService>(trap.url(), URLSessionConfiguration{}, "key");
+        std::vector<std::atomic<int>> settled(calls);
+        std::vector<Promise<Unit, Error>> promises;
+        for (std::atomic<int>& count : settled)
+          promises.push_back(service->resendValidationEmail("token").finally([&count] { ++count; }));
+        ASSERT_TRUE(trap.holds(std::min<std::size_t>(calls, 6)));
+        const auto start = Clock::now();
+        const std::clock_t busy = std::clock();
+        service.reset();
+        EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 10 * slack);
+        EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // where others are busy, too
+        std::atomic<std::size_t> late = 0;
+        for (const auto& promise : promises) EXPECT_EQ(outcomeOf(promise.finally([&] { ++late; })), cancelled);
+        EXPECT_TRUE(eventually([&] { return late == calls; }));
+        for (const std::atomic<int>& count : settled) EXPECT_EQ(count, 1);
+      }
+      EXPECT_TRUE(eventually([&] { return Holdings() == before; }));
+    }
+}
+
+TEST(LastReference, ToServiceSessionOrPromiseMayGoInAHandler) {
+  for (const auto& queue : queues())
+    for (const std::size_t which : {0UL, 1UL, 2UL}) {
+      const Holdings before;
+      {
+        ScriptedServer server({heldAnswer});
+        auto service =
+            std::make_shared<HttpApiService>(server.url(), URLSessionConfiguration{.completionQueue = queue}, "key");
+        auto promise = std::make_shared<Promise<Unit, Error>>(service->resendValidationEmail("token"));
+        std::atomic<bool> done = false;
+        promise->finally(
+            [&, last = std::array<std::shared_ptr<void>, 3>{service, service->manager(), promise}[which]]() mutable {
+              last = nullptr;
+              done = true;
+            });
+        service = nullptr;
+        promise = nullptr;
+        server.release();
+        EXPECT_TRUE(eventually([&] { return done.load(); }));
+      }
+      EXPECT_TRUE(eventually([&] { return Holdings() == before; })) << which;
+    }
+}
+
+// With a service that is younger than the library's first thread.
+void exitWithACallPending(std::size_t whichQueue, bool insideAHandler) {
+  alarm(30);
+  static ScriptedServer server({json("{}"), {{Step::hold}}});
+  static const auto& kept = *new auto(queues());  // their threads run until the process is gone
+  (void)HttpApiService(server.url(), {}, "key").resendValidationEmail("token").get();
+  static HttpApiService service(server.url(), {.completionQueue = kept[whichQueue]}, "key");
+  const auto leave = [] {
+    service.resendValidationEmail("token").finally([] { std::_Exit(3); });
+    if (server.awaitRequests(2)) std::exit(0);
+  };
+  if (!insideAHandler) leave();
+  service.resendValidationEmail("not a\ntoken").finally(leave);
+  for (;;) ::pause();
+}
+
+TEST(ProcessExit, IsCleanAndRunsNoHandler) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const std::size_t queue : {0UL, 1UL, 2UL, 3UL})
+    for (const bool inside : {false, true})
+      EXPECT_EXIT(exitWithACallPending(queue, inside), testing::ExitedWithCode(0), "") << queue << inside;
+}
+
+TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
+  ScriptedServer server({heldAnswer});
+  HttpApiService service(server.url(), {}, "key");
+  const auto pending = service.resendValidationEmail("token");
+  ASSERT_TRUE(server.awaitRequests(1));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    alarm(30);
+    pending.cancel();
+    std::exit(outcomeOf(service.resendValidationEmail("token")) == cancelled ? 7 : 8);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+  server.release();
+  EXPECT_EQ(outcomeOf(pending), "success");
+  EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), "success");
+}
+
+TEST(Cancelling, EndsOneCallSoonAndTouchesNoOther) {
+  for (const Stage stage : allStages) {
+    SCOPED_TRACE(static_cast<int>(stage));
+    Trap trap(stage, 1);
+    ScriptedServer server({heldAnswer});
+    SessionManager session({});
+    const auto other = call(session, server.url()), doomed = call(session, trap.url());
+    ASSERT_TRUE(trap.holds(1) && server.awaitRequests(1));
+    const auto start = Clock::now();
+    doomed.cancel();
+    EXPECT_EQ(outcomeOf(doomed), cancelled);
+    EXPECT_LT(Clock::now() - start, soon());
+    EXPECT_FALSE(other.waitFor(0ms));
+    server.release();
+    EXPECT_EQ(outcomeOf(other), "success");
+    EXPECT_EQ(outcomeOf(call(session, stage < Stage::waiting ? server.url() : trap.url())), "success");
+  }
+}
+
+TEST(Handlers, RunOneAtATimeInOrderOnTheirQueueHoweverTheCallEnds) {
+  for (const auto& queue : queues()) {
+    auto* const pool = dynamic_cast<PoolQueue*>(queue.get());
+    Trap trap(Stage::waiting, 1);
+    HttpApiService service(trap.url(), {.completionQueue = queue}, "key");
+    std::vector calls = {service.resendValidationEmail("token")};
+    ASSERT_TRUE(trap.holds(1));
+    calls.push_back(service.resendValidationEmail("token"));
+    calls.push_back(service.resendValidationEmail("not a\ntoken"));
+    std::atomic<int> inside = 0, done = 0, wrong = 0;
+    std::set<std::thread::id> places;  // unguarded: handlers run one at a time
+    const auto attach = [&](const Promise<Unit, Error>& promise) {
+      const auto last = std::make_shared<int>(0);
+      for (int number = 1; number <= 50; ++number)
+        promise.finally([&, number, last] {
+          if (++inside != 1 || ++*last != number || (pool != nullptr && !pool->isHere())) ++wrong;
+          places.insert(std::this_thread::get_id());
+          --inside;
+          ++done;
+        });
+    };
+    for (const auto& promise : calls) attach(promise);
+    calls[0].cancel();
+    for (const auto& promise : calls) ASSERT_TRUE(promise.waitFor(20s));
+    for (const auto& promise : calls) attach(promise);
+    ASSERT_TRUE(eventually([&] { return done == 300; }));
+    EXPECT_EQ(wrong, 0);
+    if (queue) continue;
+    EXPECT_EQ(places.size(), 1);
+    EXPECT_EQ(places.count(std::this_thread::get_id()), 0);
+  }
+}
+
+TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
+  for (const std::size_t which : {0UL, 1UL, 2UL}) {
+    ScriptedServer server({json("{}")});
+    const auto queue = queues()[which];
+    HttpApiService service(server.url(), {.completionQueue = queue}, "key");
+    HttpApiService other(server.url(), {.completionQueue = queue}, "key");
+    std::atomic<int> done = 0;
+    service.resendValidationEmail("1").finally([&] {
+      const auto inner =
+          service.resendValidationEmail("2").map([&](Unit) { return service.resendValidationEmail("3").get(); });
+      done += inner.get() ? 1 : 0;
+      done += other.resendValidationEmail("4").waitFor(20s) ? 1 : 0;
+    });
+    EXPECT_TRUE(eventually([&] { return done == 2; })) << done << " on queue " << which;
+  }
+}
+
+// Answers, failures, cancellations, the end of services and late handlers, all at once.
+TEST(Calls, SettleExactlyOnceWhateverHappensAtTheSameTime) {
+  const char* const seconds = std::getenv("HALVERNAPI_STRESS_SECONDS");
+  const auto end = Clock::now() + std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 1);
+  Testing::Sandbox sandbox;
+  const auto make = [&] {
+    sandbox.reset();  // forgets what it has seen
+    sandbox.script(Testing::Operation::resendValidationEmail, {.answer = Testing::Answer{.body = "{}"}, .calls = 200});
+    sandbox.script(Testing::Operation::resendValidationEmail, {.drop = true, .calls = Testing::Script::always});
+    return std::make_shared<HttpApiService>(sandbox.baseUrl(), URLSessionConfiguration{}, sandbox.apiKey());
+  };
+  std::mutex mutex;
+  std::shared_ptr<HttpApiService> shared = make();
+  std::atomic<long> attached = 0, ran = 0, wrong = 0;
+  std::map<std::string, long> outcomes;
+  const auto work = [&](unsigned seed) {
+    std::minstd_rand random(seed);
+    while (Clock::now() < end) {
+      std::unique_lock lock(mutex);
+      if (random() % 500 == 0) shared = make();  // the calls of the other threads keep theirs, or do not
+      auto service = shared;
+      lock.unlock();
+      const auto promise = service->resendValidationEmail("token");
+      service = nullptr;
+      const auto handler = [&ran, &wrong, runs = std::make_shared<std::atomic<int>>(0)] {
+        wrong += ++*runs > 1, ++ran;
+      };
+      promise.finally(handler);
+      if (random() % 3 == 0) promise.cancel();
+      if (random() % 2 == 0) {
+        const std::string outcome = outcomeOf(promise);
+        lock.lock();
+        ++outcomes[outcome];
+        lock.unlock();
+      }
+      promise.finally([&ran] { ++ran; });
+      attached += 2;
+    }
+  };
+  std::vector<std::thread> workers;
+  for (unsigned seed = 1; seed <= 8; ++seed) workers.emplace_back(work, seed);
+  for (std::thread& worker : workers) worker.join();
+  shared = nullptr;
+  EXPECT_TRUE(eventually([&] { return ran == attached; })) << ran << " of " << attached;
+  EXPECT_EQ(wrong, 0);
+  outcomes.erase("notAuthorized");  // the token, in the moment between two scripts
+  for (const std::string& expected : {std::string("success"), lost, cancelled})
+    EXPECT_EQ(outcomes.erase(expected), 1) << expected;
+  EXPECT_TRUE(outcomes.empty()) << outcomes.begin()->first;
+}
+
+}  // namespace
+}  // namespace HalvernApi::Tests

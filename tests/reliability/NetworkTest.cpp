@@ -1,0 +1,274 @@
+// How calls fare with a network and servers that misbehave, and what is left of them afterwards.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <zlib.h>
+
+#include <fstream>
+
+#include "Support.hpp"
+
+namespace HalvernApi::Tests {
+namespace {
+
+const Step closing{Step::close};
+
+Answer text(std::string bytes) { return {{Step::send, std::move(bytes)}}; }
+
+// 200, with these headers besides, and whatever follows the header block.
+Answer raw(const std::string& headers, const std::string& rest) {
+  return text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n" + headers + "\r\n" + rest);
+}
+
+Answer operator+(Answer answer, Step step) {
+  answer.push_back(std::move(step));
+  return answer;
+}
+
+TEST(TimeLimits, AreTotalAtEveryStage) {
+  constexpr auto limit = 500ms;
+  const URLSessionConfiguration silence{.timeoutIntervalForRequest = limit}, whole{.timeoutIntervalForResource = limit};
+  Trap lookingUp(Stage::lookingUp, 2), connecting(Stage::connecting, 2), waiting(Stage::waiting, 2);
+  ScriptedServer dripping({{{Step::drip, json(std::string(1000, ' '))[0].bytes, 20ms}}});
+  std::vector<std::pair<std::string, URLSessionConfiguration>> rows = {{dripping.url(), whole}};
+  for (const Trap* trap : {&lookingUp, &connecting, &waiting})
+    rows.insert(rows.end(), {{trap->url(), silence}, {trap->url(), whole}});
+
+  std::vector<std::unique_ptr<SessionManager>> sessions;
+  std::vector<Promise<Unit, Error>> calls;
+  std::vector<std::atomic<Clock::duration>> taken(rows.size());
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    sessions.push_back(std::make_unique<SessionManager>(rows[row].second));
+    calls.push_back(call(*sessions[row], rows[row].first));
+    calls[row].finally([&time = taken[row], start = Clock::now()] { time = Clock::now() - start; });
+  }
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    SCOPED_TRACE(testing::Message() << "row " << row << ", " << rows[row].first);
+    EXPECT_EQ(outcomeOf(calls[row]), timedOut);
+    ASSERT_TRUE(eventually([&] { return taken[row].load().count() > 0; }));
+    EXPECT_GE(taken[row].load(), limit - 1ms);  // the clock starts within the call
+    EXPECT_LE(taken[row].load(), limit + limit / 5 * slowness());
+  }
+}
+
+TEST(TimeLimits, OfSilenceBeginAnewWithEveryByte) {
+  ScriptedServer server({{{Step::drip, "HTTP/1.1 200 OK\r\n", 40ms},
+                          {Step::send, "Content-Type: application/json\r\nContent-Length: 16\r\n\r\n"},
+                          {Step::drip, "{              }", 40ms}}});
+  SessionManager session({.timeoutIntervalForRequest = 600ms});
+  EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // after more than twice that time
+}
+
+TEST(Connections, OfAThousandFailingCallsLeaveNoDescriptorBehind) {
+  ScriptedServer server({{closing}, {{Step::reset}}, raw("Content-Length: 9\r\n", "{") + closing, {closing}});
+  SessionManager session({});
+  const auto failMany = [&](int times) {
+    for (int number = 0; number < times; ++number) {
+      const auto neverMade = call(session, "http://127.0.0.1:1"), dropped = call(session, server.url());
+      EXPECT_EQ(outcomeOf(neverMade), refused);
+      EXPECT_EQ(outcomeOf(dropped), lost);
+    }
+  };
+  failMany(4);
+  const std::size_t before = Holdings().descriptors;
+  failMany(500);
+  EXPECT_TRUE(eventually([&] { return Holdings().descriptors <= before; })) << before;
+}
+
+TEST(Connections, ThatTheServerClosesWhileIdleFailNoCall) {
+  const Authority authority;
+  for (const bool secure : {false, true})
+    for (const std::size_t size : {4UL, 400'000UL}) {
+      SCOPED_TRACE(testing::Message() << (secure ? "TLS, " : "plain, ") << size);
+      ScriptedServer server({json("{}") + closing}, secure ? authority.channels() : std::make_unique<Channel, int>);
+      SessionManager session({.certificateAuthorityFile = authority.file()});
+      const std::string url = (secure ? "https://" : "http://") + server.authority(), body(size, 'x');
+      for (int number = 0; number < 60; ++number) ASSERT_EQ(outcomeOf(call(session, url, body)), "success") << number;
+      EXPECT_EQ(server.requests().size(), 60);
+    }
+}
+
+TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
+  const auto actions = [] {
+    std::map<int, std::pair<void (*)(int), int>> all;
+    for (int number = 1; number < NSIG; ++number) {
+      struct sigaction action {};
+      sigaction(number, nullptr, &action);
+      all[number] = {action.sa_handler, action.sa_flags};
+    }
+    return all;
+  };
+  const auto before = actions();
+  ASSERT_EQ(before.at(SIGPIPE).first, SIG_DFL);
+  const Authority authority;
+  ScriptedServer server({json("{}")}, [tls = authority.channels()](int socket) {
+    (void)tls(socket);
+    const linger abrupt{1, 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
+    return nullptr;
+  });
+  SessionManager session({.certificateAuthorityFile = authority.file()});
+  const std::string url = "https://" + server.authority(), body(1 << 20, 'x');
+  for (int number = 0; number < 30; ++number) EXPECT_EQ(outcomeOf(call(session, url, body)), lost);
+  EXPECT_EQ(actions(), before);
+}
+
+TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {
+  const Trap trap(Stage::lookingUp, 1);
+  const auto before = entries("/proc/self/task");
+  SessionManager session({});
+  EXPECT_EQ(outcomeOf(call(session, "http://127.0.0.1:1")), refused);
+  const auto pending = call(session, trap.url());
+  ASSERT_TRUE(eventually([] { return lookupsUnderWay == 1; }));
+  int seen = 0;
+  for (const std::string& thread : entries("/proc/self/task")) {
+    if (before.count(thread) != 0) continue;
+    std::ifstream status("/proc/self/task/" + thread + "/status");
+    std::string line;
+    while (std::getline(status, line) && !line.starts_with("SigBlk:")) continue;
+    const auto blocked = std::stoull(line.substr(7), nullptr, 16);
+    for (int number = 1; number < NSIG; ++number) {
+      const std::set<int> free = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGKILL, SIGSTOP};
+      const bool ownOfTheCLibrary = number > SIGSYS && number < SIGRTMIN;
+      if (ownOfTheCLibrary || free.count(number) != 0) continue;
+      EXPECT_EQ(blocked >> (number - 1) & 1, 1) << number;
+    }
+    ++seen;
+  }
+  EXPECT_EQ(seen, 3);  // input and output, handlers, the look-up
+  pending.cancel();
+}
+
+TEST(Redirects, ToTheSameOriginAreFollowedAsTheStandardHasIt) {
+  struct Row {
+    int status;
+    HTTPMethod method;
+    std::string followedBy;
+  };
+  SessionManager session({});
+  for (const auto& [status, method, followedBy] : {Row{301, HTTPMethod::post, "GET"},
+                                                   {302, HTTPMethod::post, "GET"},
+                                                   {303, HTTPMethod::post, "GET"},
+                                                   {307, HTTPMethod::post, "POST"},
+                                                   {308, HTTPMethod::post, "POST"},
+                                                   {301, HTTPMethod::put, "PUT"},
+                                                   {302, HTTPMethod::put, "PUT"},
+                                                   {303, HTTPMethod::put, "GET"},
+                                                   {308, HTTPMethod::patch, "PATCH"}}) {
+    SCOPED_TRACE(testing::Message() << status << ' ' << rawValue(method));
+    ScriptedServer server(
+        {text("HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: /next?a=b\r\nContent-Length: 0\r\n\r\n"),
+         json("{}")});
+    EXPECT_EQ(outcomeOf(call(session, server.url() + "/first", "secret", method)), "success");
+    ASSERT_EQ(server.requests().size(), 2);
+    const Received second = server.requests()[1];
+    const bool withBody = followedBy != "GET";
+    EXPECT_EQ(second.line, followedBy + " /next?a=b HTTP/1.1");
+    EXPECT_EQ(second.body, withBody ? R"({"text":"secret"})" : "");
+    EXPECT_EQ(second.headers.count("content-type"), withBody ? 1 : 0);
+    EXPECT_EQ(second.headers.count("access-token"), 1);
+  }
+}
+
+TEST(Redirects, ToAnotherOriginAreTheAnswerAndLoopsEnd) {
+  ScriptedServer elsewhere({json("{}")});
+  SessionManager session({});
+  const auto redirect = [](const std::string& target) {
+    return text("HTTP/1.1 307 Moved\r\nLocation: " + target + "\r\nContent-Length: 0\r\n\r\n");
+  };
+  const std::string authority = elsewhere.authority(), port = authority.substr(authority.find(':'));
+  for (const std::string& target :
+       {elsewhere.url(), "//" + authority, "https://" + authority, "ftp://" + authority, "http://localhost" + port,
+        "http://127.0.0.1" + port + "@" + authority, std::string("http://127.0.0.1"),
+        std::string("file:///etc/hostname"), std::string("http://[")}) {
+    ScriptedServer server({redirect(target)});
+    EXPECT_EQ(outcomeOf(call(session, server.url(), "secret")), "unknownNSError Alamofire.AFError 3") << target;
+    EXPECT_EQ(server.requests().size(), 1);
+  }
+  EXPECT_EQ(elsewhere.connections(), 0);
+  ScriptedServer endless({redirect("/again")});
+  EXPECT_EQ(outcomeOf(call(session, endless.url())), "network NSURLErrorDomain -1007");
+  EXPECT_LE(endless.requests().size(), 21);
+}
+
+// `piece` so many times over, compressed; at most a mebibyte comes out.
+std::string gzip(std::string piece, int times) {
+  z_stream stream{};
+  deflateInit2(&stream, 9, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+  std::string packed(1 << 20, '\0');
+  stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+  stream.avail_out = static_cast<uInt>(packed.size());
+  while (times-- > 0) {
+    stream.next_in = reinterpret_cast<Bytef*>(piece.data());
+    stream.avail_in = static_cast<uInt>(piece.size());
+    deflate(&stream, times == 0 ? Z_FINISH : Z_NO_FLUSH);
+  }
+  packed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return packed;
+}
+
+TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
+  constexpr std::size_t most = 1 << 20;
+  const auto sized = [](const std::string& body, const std::string& more = "") {
+    return raw("Content-Length: " + std::to_string(body.size()) + "\r\n" + more, body);
+  };
+  const std::string badAnswer = "network NSURLErrorDomain -1011", tooLarge = "network NSURLErrorDomain -1103";
+  const std::string notJson = "unknownNSError Alamofire.AFError 4";
+  const std::string packed = gzip("{\"result\":true}", 1), large(2 * most, ' ');
+  const std::string compressed = "Content-Encoding: gzip\r\n", inChunks = "Transfer-Encoding: chunked\r\n";
+  std::string headers, hints;
+  while (headers.size() < large.size()) headers += "X: " + std::string(1000, 'x') + "\r\n";
+  while (hints.size() < large.size()) hints += "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n";
+  struct Row {
+    const char* what;
+    Answer answer;
+    std::string outcome;
+  };
+  const std::vector<Row> rows = {
+      {"an honest one", sized(packed, compressed), "success"},
+      {"a compression bomb", sized(gzip(large, 128), compressed), tooLarge},
+      {"announced as too large", raw("Content-Length: 1048577\r\n", ""), tooLarge},
+      {"too large without a length", raw("", large) + closing, tooLarge},
+      {"too large in chunks", raw(inChunks, "200000\r\n" + large + "\r\n0\r\n\r\n"), tooLarge},
+      {"cut short", raw("Content-Length: 100\r\n", "{\"result\":true}") + closing, lost},
+      {"cut short in a chunk", raw(inChunks, "f\r\n{\"result\"") + closing, lost},
+      {"cut short between chunks", raw(inChunks, "f\r\n{\"result\":true}\r\n") + closing, lost},
+      {"cut short in the header block", text("HTTP/1.1 200 OK\r\nContent-Type: appl") + closing, lost},
+      {"longer than its length", raw("Content-Length: 9\r\n", "{\"result\":true}"), notJson},
+      {"a length that is none", raw("Content-Length: -1\r\n", "{}") + closing, badAnswer},
+      {"a length beyond numbers", raw("Content-Length: 99999999999999999999\r\n", "{}") + closing, tooLarge},
+      {"a chunk length that is none", raw(inChunks, "zz\r\n{}\r\n0\r\n\r\n"), lost},
+      {"a chunk length beyond numbers", raw(inChunks, "fffffffffffffffffffff\r\n{}\r\n0\r\n\r\n"), lost},
+      {"broken compression", sized("\x1f\x8b\x08" + std::string(40, 'x'), compressed),
+       "network NSURLErrorDomain -1016"},
+      {"compression cut short", sized(packed.substr(0, 15), compressed), notJson},
+      {"headers without end", raw(headers, ""), badAnswer},
+      {"a header without end", text("HTTP/1.1 200 OK\r\nX: " + large), badAnswer},
+      {"1xx without end", text(hints), badAnswer},
+      {"200,000 arrays in each other", sized(std::string(200'000, '[')), notJson},
+      {"not UTF-8", sized("{\"result\":true,\"more\":\"\xff\"}"), notJson},
+      {"a surrogate alone", sized("{\"result\":true,\"more\":\"\\ud800\"}"), notJson},
+      {"a NUL in a text", sized(std::string("{\"result\":true,\"more\":\"\0\"}", 26)), notJson},
+      {"an escaped NUL", sized("{\"result\":true,\"more\":\"\\u0000\"}"), "success"},
+      {"a key twice", sized("{\"result\":1,\"result\":true}"), "success"},
+      {"an integer of any length", sized("{\"result\":" + std::string(100'000, '9') + "}"), "unknownJsonData"},
+      {"an exponent beyond numbers", sized("{\"result\":1e99999999999}"), notJson},
+      {"not HTTP", text("hello, this is something else\r\n\r\n") + closing, badAnswer},
+      {"nothing", {closing}, lost},
+  };
+  rusage before{};
+  getrusage(RUSAGE_SELF, &before);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    ScriptedServer server({row.answer});
+    HttpApiService service(server.url(), {.timeoutIntervalForRequest = 5s * slack, .maximumResponseSize = most}, "key");
+    EXPECT_EQ(outcomeOf(service.checkIfValidated("token")), row.outcome);
+  }
+  rusage after{};
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 * 1024 * slack) << "KiB, from " << before.ru_maxrss;
+}
+
+}  // namespace
+}  // namespace HalvernApi::Tests

@@ -1,0 +1,164 @@
+#include "Support.hpp"
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <signal.h>
+
+namespace HalvernApi::Tests {
+
+Promise<Unit, Error> call(SessionManager& session, const std::string& url, std::optional<std::string> text,
+                          HTTPMethod method) {
+  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
+  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
+                       [](const JsonValue&) { return Unit(); });
+}
+
+namespace {
+
+std::vector<Answer> stuck(Stage stage, std::size_t calls) {
+  const Answer whole = json("{\"text\":\"whole\"}");
+  Answer first = {{Step::send, whole[0].bytes.substr(0, whole[0].bytes.size() - 8)}, {Step::hold}};
+  if (stage == Stage::waiting) first.erase(first.begin());
+  std::vector<Answer> answers(calls, first);
+  answers.push_back(whole);
+  return answers;
+}
+
+}  // namespace
+
+Trap::Trap(Stage stage, std::size_t calls) : stage_(stage), server_(stuck(stage, calls)) {
+  nameIsBlocked = true;
+  if (stage == Stage::lookingUp) url_ = "http://blocked.example";
+  if (stage != Stage::connecting) return;
+  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  if (::bind(full_, generic, size) != 0 || ::listen(full_, 0) != 0 || ::getsockname(full_, generic, &size) != 0 ||
+      ::connect(filler_, generic, size) != 0)
+    throw std::runtime_error("no port of loopback");
+  url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+Trap::~Trap() {
+  nameIsBlocked = false;
+  nameIsBlocked.notify_all();
+  ::close(filler_);
+  ::close(full_);
+}
+
+bool Trap::holds(std::size_t calls) {
+  if (stage_ == Stage::lookingUp) return eventually([] { return lookupsUnderWay > 0; });
+  return stage_ == Stage::connecting || server_.awaitRequests(calls);
+}
+
+namespace {
+
+class TlsChannel final : public Channel {
+ public:
+  TlsChannel(int socket, SSL* ssl, std::shared_ptr<std::atomic<long>> bytesRead)
+      : Channel(socket), ssl_(ssl, &SSL_free), bytesRead_(std::move(bytesRead)) {}
+  long read(char* into, std::size_t room) override {
+    const int count = SSL_read(ssl_.get(), into, static_cast<int>(room));
+    if (bytesRead_ && count > 0) *bytesRead_ += count;
+    return count;
+  }
+  long write(const char* bytes, std::size_t count) override {
+    return SSL_write(ssl_.get(), bytes, static_cast<int>(count));
+  }
+
+ private:
+  const std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;
+  const std::shared_ptr<std::atomic<long>> bytesRead_;
+};
+
+std::string temporaryDirectory() {
+  std::string path = (std::filesystem::temp_directory_path() / "halvernapi-XXXXXX").string();
+  if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  return path;
+}
+
+}  // namespace
+
+struct Authority::Identity {
+  std::shared_ptr<EVP_PKEY> key{EVP_EC_gen("P-256"), &EVP_PKEY_free};
+  std::shared_ptr<X509> certificate{X509_new(), &X509_free};
+};
+
+Authority::Identity Authority::issue(const Certificate& wanted, const Identity* issuer) {
+  static std::atomic<int> count = 0;
+  const int serial = ++count;
+  const Identity made;
+  const Identity& signer = issuer != nullptr ? *issuer : made;
+  X509* const x509 = made.certificate.get();
+  X509_set_version(x509, X509_VERSION_3);
+  ASN1_INTEGER_set(X509_get_serialNumber(x509), serial);
+  X509_time_adj_ex(X509_getm_notBefore(x509), wanted.firstDay, 0, nullptr);
+  X509_time_adj_ex(X509_getm_notAfter(x509), wanted.lastDay, 0, nullptr);
+  const std::string name = "Certificate " + std::to_string(serial);
+  X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), "CN", MBSTRING_ASC,
+                             reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
+  X509_set_issuer_name(x509, X509_get_subject_name(signer.certificate.get()));
+  X509_set_pubkey(x509, made.key.get());
+  for (const auto& [kind, value] :
+       {std::pair{NID_basic_constraints, std::string(issuer == nullptr ? "critical,CA:TRUE" : "CA:FALSE")},
+        std::pair{NID_subject_alt_name, "IP:" + wanted.address}}) {
+    const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
+        X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str()), &X509_EXTENSION_free);
+    X509_add_ext(x509, extension.get(), -1);
+  }
+  X509_sign(x509, signer.key.get(), EVP_sha256());
+  return made;
+}
+
+Authority::Authority() : directory(temporaryDirectory()), own_(new Identity(issue({}, nullptr))) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pem(std::fopen(file().c_str(), "w"), &std::fclose);
+  PEM_write_X509(pem.get(), own_->certificate.get());
+}
+
+ScriptedServer::MakeChannel Authority::channels(const Certificate& certificate,
+                                                std::shared_ptr<std::atomic<long>> bytesRead) const {
+  const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+  const Identity stranger = issue({}, nullptr);
+  const Identity own = issue(certificate, certificate.trusted ? own_.get() : &stranger);
+  SSL_CTX_use_certificate(context.get(), own.certificate.get());
+  SSL_CTX_use_PrivateKey(context.get(), own.key.get());
+  SSL_CTX_set_security_level(context.get(), 0);  // lets old protocols be spoken at all
+  SSL_CTX_set_max_proto_version(context.get(), certificate.newestProtocol);
+  return [context, bytesRead](int socket) -> std::unique_ptr<Channel> {
+    sigset_t brokenPipe;  // OpenSSL writes as it pleases, and the thread is the server's
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+    SSL* const ssl = SSL_new(context.get());
+    auto channel = std::make_unique<TlsChannel>(socket, ssl, bytesRead);
+    SSL_set_fd(ssl, socket);
+    if (SSL_accept(ssl) != 1) return nullptr;
+    return channel;
+  };
+}
+
+}  // namespace HalvernApi::Tests
+
+// Takes the place of the C library's for libcurl, too.
+extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
+  using namespace HalvernApi::Tests;
+  static auto* const original = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  in_addr numeric{};
+  if (node == nullptr || ::inet_pton(AF_INET, node, &numeric) == 1) return original(node, service, hints, found);
+  ++lookupsUnderWay;
+  if (std::string_view(node) == "blocked.example") nameIsBlocked.wait(true);
+  --lookupsUnderWay;
+  return EAI_NONAME;
+}
+
+// For ThreadSanitizer. Two libraries are built without it, so that it misses how their threads agree; and the session
+// needs a thread even to fail in the child of a fork.
+extern "C" const char* __tsan_default_suppressions() { return "race:libcpp-httplib\nrace:libabsl_time_zone"; }
+extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
+
+// For LeakSanitizer: the child of a fork has the memory of all threads, but only one of them.
+static const pid_t startedAs = ::getpid();
+extern "C" int __lsan_is_turned_off() { return ::getpid() != startedAs; }
