@@ -16,7 +16,7 @@ namespace {
 constexpr int workers = 16;
 constexpr long batch = 1000;  // calls, after which the sandbox forgets what it has seen
 // A sanitizer keeps freed memory for long.
-constexpr long mostGrowth = (slack > 1 ? 512L : 16L) * 1024;
+constexpr long mostGrowth = (slack > 1 ? 512L : 4L) * 1024;
 
 long residentKilobytes() {
   long total = 0, resident = 0;
@@ -34,7 +34,7 @@ class Soak {
       return promise;
     };
     switch (number % 50) {
-      case 0: return {outcomeOf(service_.sendPasswordReset("a@b.c")), lost};
+      case 0: return {outcomeOf(service_.authenticate("token", "id", "name")), lost};
       case 10: return {outcomeOf(impatient_.resendValidationEmail(token_)), timedOut};
       case 20: return {outcomeOf(service_.relogin("token", "id")), "unknownNSError Alamofire.AFError 3"};
       case 30: return {outcomeOf(service_.checkIfValidated(token_)), "unknownJsonData"};
@@ -42,8 +42,8 @@ class Soak {
       default: break;
     }
     const auto left = DeviceOrientation::left;
-    switch (number % 4) {
-      case 0: return {outcomeOf(service_.login("a@b.c", "password", "id", "name")), "success"};
+    switch (number % 4) {  // and no sign-in: the sandbox would keep every token that it gives
+      case 0: return {outcomeOf(service_.sendPasswordReset("a@b.c")), "success"};
       case 1: return {outcomeOf(service_.update(std::chrono::sys_days(), Sex::female, token_)), "success"};
       case 2: return {outcomeOf(service_.registerDevice("id", "Aid", "s", "1", "2", "t", left, token_)), "success"};
       default: return {outcomeOf(service_.profile({{left, "s", "t", {{1000, 35.5}}}}, token_)), "success"};
@@ -53,7 +53,7 @@ class Soak {
   void makeAll(long first, long last) {
     sandbox_.reset();
     const auto always = Testing::Script::always;
-    sandbox_.script(Operation::sendPasswordReset, {.drop = true, .calls = always});
+    sandbox_.script(Operation::authenticate, {.drop = true, .calls = always});
     sandbox_.script(Operation::resendValidationEmail, {.delay = 200ms * slack, .calls = always});
     sandbox_.script(Operation::relogin, {.answer = Testing::Answer{.status = 500}, .calls = always});
     sandbox_.script(Operation::checkIfValidated, {.answer = Testing::Answer{.body = "[]"}, .calls = always});
@@ -102,7 +102,11 @@ int main(int count, char** arguments) {
   const long growth = warm == 0 ? 0 : residentKilobytes() - warm;
   const long wrong = soak->wrong;
   soak.reset();
-  const bool released = eventually([&] { return Holdings() == before; });
+  const std::size_t pipes = slack > 1 ? 4 : 0;  // which a sanitizer may have opened, to tell names
+  const bool released = eventually([&] {
+    const Holdings now;
+    return now.descriptors <= before.descriptors + pipes && now.threads == before.threads;
+  });
   std::cerr << '\r' << calls << " calls in " << (Clock::now() - start) / 1s << " s, " << wrong
             << " of which ended as they must not; "
             << "memory grew by " << growth << " KiB, of at most " << mostGrowth << "; descriptors and threads are "

@@ -208,6 +208,30 @@ std::string gzip(std::string piece, int times) {
   return packed;
 }
 
+// A header that continues the last one of the answer before, over the same session.
+TEST(HostileAnswers, ThatBeginWithAFoldedHeaderReachNoOtherAnswer) {
+  const Answer folded =
+      text("HTTP/1.1 200 OK\r\n folded: nothing\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n{}");
+  const Answer redirect = text("HTTP/1.1 307 Elsewhere\r\nLocation: /\r\nContent-Length: 0\r\n\r\n");
+  ScriptedServer server({json("{}"), folded, redirect, folded, json("{}")});
+  HttpApiService service(server.url(), {}, "key");
+  for (const bool orderly : {true, false, false, true}) {
+    const auto result = service.resendValidationEmail("token").get();
+    EXPECT_TRUE(result || !orderly);
+  }
+}
+
+// What a decoder keeps of the JSON that it was given is its own.
+TEST(HostileAnswers, AreGoneWithTheirDecodersButNotWhatThoseKept) {
+  const std::string longText(100, 'x');
+  ScriptedServer server({json('"' + longText + '"')});
+  SessionManager session{URLSessionConfiguration{}};
+  const auto kept =
+      request<JsonValue>(session, server.url(), HTTPMethod::post, std::nullopt, JSONEncoding::default_(), {}, {},
+                         [](const JsonValue& value) -> Expected<JsonValue, JsonDecodeError> { return value; });
+  EXPECT_EQ(kept.get(), JsonValue(longText));
+}
+
 TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
   constexpr std::size_t most = 1 << 20;
   const auto sized = [](const std::string& body, const std::string& more = "") {
