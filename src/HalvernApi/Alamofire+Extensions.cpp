@@ -24,8 +24,8 @@ void log(Line line) try {
 // In one piece, whatever other threads print.
 void printLine(std::string_view text) {
   flockfile(stdout);
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fputc('\n', stdout);
+  [[maybe_unused]] const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
+  [[maybe_unused]] const int ended = std::fputc('\n', stdout);
   funlockfile(stdout);
 }
 

@@ -221,6 +221,14 @@ TEST(HostileAnswers, ThatBeginWithAFoldedHeaderReachNoOtherAnswer) {
   }
 }
 
+TEST(Answers, MayBeginWithInterimOnesAndEndInTrailers) {
+  ScriptedServer server(
+      {text("HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\nHTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
+            "Transfer-Encoding: chunked\r\n\r\n8\r\n{\"result\r\n7\r\n\":true}\r\n0\r\nLater: x\r\n\r\n")});
+  HttpApiService service(server.url(), {}, "key");
+  EXPECT_EQ(service.checkIfValidated("token").get(), ValidatedEmailResponse(true));
+}
+
 // What a decoder keeps of the JSON that it was given is its own.
 TEST(HostileAnswers, AreGoneWithTheirDecodersButNotWhatThoseKept) {
   const std::string longText(100, 'x');

@@ -27,10 +27,10 @@ namespace {
 
 constexpr int mostRedirects = 16;
 constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
-constexpr std::size_t mostHeaderBytes = 256 * 1024;
+constexpr std::size_t mostHeaderBytes = std::size_t{256} * 1024;
 constexpr std::size_t mostPooledHandles = 64;
-constexpr curl_off_t largestFirstGuess = 1024 * 1024;
-constexpr std::size_t largeBody = 64 * 1024;  // larger ones libcurl sends in several pieces
+constexpr curl_off_t largestFirstGuess = curl_off_t{1024} * 1024;
+constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcurl sends in several pieces
 
 NSError urlError(Foundation::NSURLError code, std::string_view words) {
   return {std::string(Foundation::NSURLErrorDomain), code, std::string(words)};
@@ -86,6 +86,7 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
   // The answer so far: the response from its last header on, an error when a callback has refused to go on.
   DefaultDataResponse outcome;
   std::size_t headerBytes = 0;
+  int lines = 0;  // of the header block so far
 
   // In the lists of the I/O thread.
   Loop* driver = nullptr;  // null when not in flight
@@ -97,11 +98,10 @@ struct Transport::Exchange final : public Promissum::Cancellable, public std::en
 
 namespace {
 
-// Up to 7.88 libcurl remembers a handle's last header after it has freed it, and an answer that begins with a folded
-// header line makes it look there. Then a handle serves one answer only.
-bool handlesMayServeAgain() {
-  static const bool may = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080000;
-  return may;
+// Up to 7.88 libcurl remembers the last header that a handle received after it has freed it.
+bool remembersFreedHeaders() {
+  static const bool remembers = curl_version_info(CURLVERSION_NOW)->version_num < 0x080000;
+  return remembers;
 }
 
 bool hasFirstByte(CURL* easy) {
@@ -309,6 +309,7 @@ std::unique_ptr<Transport::Handle> Transport::Loop::takeHandle() {
   if (easy == nullptr) return nullptr;
   curl_easy_setopt(easy, CURLOPT_PRIVATE, handle.get());
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, handle->words.data());
+  if (remembersFreedHeaders()) curl_easy_setopt(easy, CURLOPT_HEADER, 1L);  // to see them first, in onBody
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, handle.get());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
@@ -323,7 +324,7 @@ void Transport::Loop::giveBack(std::unique_ptr<Handle> handle) {
   handle->exchange = nullptr;
   if (Handle*& receiver = receivers_[handle->slot]; receiver == handle.get()) receiver = nullptr;
   curl_multi_remove_handle(multi_.get(), handle->easy.get());
-  if (handlesMayServeAgain() && pool_.size() < mostPooledHandles) pool_.push_back(std::move(handle));
+  if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(handle));
 }
 
 // Sets what depends on the request, and hands the transfer to libcurl.
@@ -360,6 +361,7 @@ bool Transport::Loop::prepare(Exchange& exchange) {
   }
   curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, exchange.sentAgain ? 1L : 0L);
   exchange.outcome = {};
+  exchange.lines = 0;
   exchange.sent = 0;
   return curl_multi_add_handle(multi_.get(), easy) == CURLM_OK;
 }
@@ -387,7 +389,8 @@ void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
   if (result == CURLE_OUT_OF_MEMORY && !exchange.outcome.response && hasFirstByte(exchange.handle->easy.get()))
     // libcurl's word for a header line that is longer than it takes.
     return finish(exchange, urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders));
-  if (result == CURLE_SEND_ERROR && sendAgain(exchange)) return;
+  if ((result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING) && sendAgain(exchange))
+    return;
   if (result != CURLE_OK)
     return finish(exchange, errorOf(exchange.handle->easy.get(), result, exchange.handle->words.data()));
   if (!exchange.outcome.response)
@@ -397,8 +400,9 @@ void Transport::Loop::complete(Exchange& exchange, CURLcode result) {
   finish(exchange, std::nullopt);
 }
 
-// A connection that was kept may turn out to be dead only when it is written to. What could not be sent in full has not
-// been acted upon, so it is sent once more, over a new one. True when it is.
+// A connection that was kept may turn out to be dead only when it is used. libcurl then sends the request once more
+// over another one, but counts how often it does so for all requests that a handle ever serves, and gives up at the
+// fifth. True when the request goes out again.
 bool Transport::Loop::sendAgain(Exchange& exchange) {
   long newConnections = 1;
   curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_NUM_CONNECTS, &newConnections);
@@ -525,6 +529,7 @@ std::size_t Transport::Loop::onHeader(char* data, std::size_t, std::size_t count
   exchange.driver->touch(exchange);
   const std::string_view line(data, count);
   exchange.headerBytes += count;
+  exchange.lines = line.starts_with("HTTP/") ? 1 : exchange.lines + 1;
   if (exchange.headerBytes > mostHeaderBytes) {
     exchange.outcome.error = urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
     return 0;
@@ -541,6 +546,14 @@ std::size_t Transport::Loop::onBody(char* data, std::size_t, std::size_t count, 
   Exchange& exchange = *static_cast<Handle*>(context)->exchange;
   Loop& loop = *exchange.driver;
   loop.touch(exchange);
+  if (!exchange.outcome.response) {
+    // A header line, before libcurl looks at it; a first header that continues another would have it look at freed
+    // memory.
+    const bool continues = *data == ' ' || *data == '\t';
+    if (exchange.lines != 1 || !continues) return count;
+    exchange.outcome.error = urlError(Foundation::NSURLErrorBadServerResponse, "The first header continues none.");
+    return 0;
+  }
   if (!exchange.outcome.data) exchange.outcome.data.emplace();
   Foundation::Data& body = *exchange.outcome.data;
   if (count > loop.configuration_.maximumResponseSize - body.size()) {

@@ -108,7 +108,7 @@ void ProcessExit::keep(std::shared_ptr<void> object) {
 
 void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
   const std::lock_guard lock(process().mutex);
-  std::atexit(beginExit);
+  [[maybe_unused]] const int refused = std::atexit(beginExit);  // then calls are cancelled with their session
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
   process().stoppables.push_back(std::move(stoppable));
 }

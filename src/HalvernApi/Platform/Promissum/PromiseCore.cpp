@@ -30,7 +30,7 @@ void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
 }
 
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
-    : queue_(queue ? std::move(queue) : CompletionQueue::shared()), cancellable_(std::move(cancellable)) {}
+    : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
 
 PromiseCore::~PromiseCore() {
   while (first_) first_ = std::move(first_->next_);  // one by one: a long chain must not end in deep recursion
