@@ -48,7 +48,7 @@ std::shared_ptr<DataRequest> startValidated(SessionManager& session, std::string
                                             const std::optional<JsonObject>& parameters,
                                             const ParameterEncoding& encoding, std::optional<std::string> apiKey,
                                             std::optional<std::string> accessToken) {
-  HTTPHeaders headers = SessionManager::defaultHTTPHeaders();
+  HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), 4);
   headers.set("Accept", "application/json");
   headers.set("Api-Key", std::move(apiKey));
   headers.set("Access-Token", std::move(accessToken));

@@ -74,7 +74,8 @@ class HALVERNAPI_EXPORT ApiService {
 };
 
 // Shared by reference. Calls are independent of one another, and nothing is kept between them: no token, no answer.
-// Destroying the service cancels the calls that are in flight; their promises settle with `network` -999.
+// Destroying the service cancels the calls that are in flight and does not wait for their handlers, which run
+// afterwards, with `network` -999: they must not use what dies with the service.
 class HALVERNAPI_EXPORT HttpApiService : public ApiService {
  public:
   // `baseUrl` is put in front of every path as it is, so it does not end in a slash. `apiToken` goes out with every

@@ -14,6 +14,11 @@ namespace HalvernApi::Alamofire {
 class HALVERNAPI_EXPORT HTTPHeaders {
  public:
   HTTPHeaders() = default;
+  // A copy with room for `more` headers.
+  HTTPHeaders(const HTTPHeaders& other, std::size_t more) {
+    headers_.reserve(other.size() + more);
+    headers_ = other.headers_;
+  }
   HTTPHeaders(std::initializer_list<std::pair<std::string, std::string>> headers) : headers_(headers) {}
 
   // An absent value removes the header; an empty one is sent as a header without a value.

@@ -2,7 +2,8 @@
 // completion queue on which the handlers of its requests run.
 //
 // Every member may be called from any thread. Threads and connections come with the first request. After fork() a
-// session is of no use in the child: a request that is started there fails.
+// session is of no use in the child: a request that is started there fails, and promises from before do not settle
+// there.
 #pragma once
 
 #include <memory>

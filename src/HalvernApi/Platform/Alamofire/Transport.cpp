@@ -475,7 +475,6 @@ void Transport::Loop::handOver() {
 }
 
 void Transport::Loop::expire() {
-  now_ = Clock::now();
   while (!byStart_.empty() && now_ >= byStart_.front()->started + resourceLimit_)
     finish(*byStart_.front(), urlError(Foundation::NSURLErrorTimedOut, "The exchange took longer than it may."));
   while (!byLastByte_.empty() && now_ >= byLastByte_.front()->lastByte + requestLimit_)

@@ -13,7 +13,8 @@ class HALVERNAPI_EXPORT DispatchQueue {
 
   // Runs `task` soon, after those handed over before it, and returns at once. Called from any thread, the session's I/O
   // thread included, so it must not block; it must not throw. Running `task` inside the call is allowed only to a queue
-  // whose tasks may hold up the network.
+  // whose tasks may hold up the network, and never wait for a call. Tasks still come after a session was destroyed, for
+  // the calls that this cancelled. A task that is dropped leaves its handlers unrun.
   virtual void async(std::function<void()> task) = 0;
 };
 

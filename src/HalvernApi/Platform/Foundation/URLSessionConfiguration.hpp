@@ -15,8 +15,8 @@ namespace HalvernApi::Foundation {
 struct URLSessionConfiguration {
   // Sent with every request that does not set a header of the same name itself.
   std::map<std::string, std::string> httpAdditionalHeaders{};
-  // The longest silence: counted from the start of a request and anew from every byte of the answer (and, for a body
-  // of 64 KiB or more, of the request).
+  // The longest silence: counted from the start of a request, waiting for a connection included, and anew from every
+  // byte of the answer (and, for a body of 64 KiB or more, of the request).
   std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
   // The whole exchange, waiting for a free connection and redirects included.
   std::chrono::milliseconds timeoutIntervalForResource = std::chrono::hours(24 * 7);

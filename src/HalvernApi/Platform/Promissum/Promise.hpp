@@ -76,7 +76,7 @@ class [[nodiscard]] Promise {
 
   explicit Promise(boost::intrusive_ptr<State> state) : state_(std::move(state)) {}
 
-  // Settled from the start, for fakes of a service.
+  // Settled from the start, for fakes of a service. Handlers run on a thread that all promises without a session share.
   static Promise resolved(Value value) { return settled(Result(std::move(value))); }
   static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
 

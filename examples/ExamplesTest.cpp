@@ -1,0 +1,122 @@
+// Runs the example programs, which are expected in the working directory, against a sandbox.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <HalvernApi/Testing/Sandbox.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+using namespace HalvernApi::Testing;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+struct Outcome {
+  int status = -1;     // -1 when a signal ended the program
+  std::string output;  // both streams
+};
+
+class ExamplesTest : public testing::Test {
+ protected:
+  ExamplesTest() {
+    server.addAccount("ada@example.com", "correct horse");
+    setenv("API_KEY", server.apiKey().c_str(), 1);
+    setenv("PASSWORD", "correct horse", 1);
+  }
+
+  // `meanwhile` is called with the program's process id.
+  Outcome run(const std::string& program, const std::function<void(pid_t)>& meanwhile = {}) {
+    const std::string command = "echo $$; exec ./" + program + ' ' + server.baseUrl() + " ada@example.com 2>&1";
+    std::FILE* const pipe = popen(command.c_str(), "r");
+    pid_t process = 0;
+    EXPECT_EQ(std::fscanf(pipe, "%d", &process), 1);
+    EXPECT_EQ(std::fgetc(pipe), '\n');
+    if (meanwhile) meanwhile(process);
+    Outcome outcome;
+    for (int c = 0; (c = std::fgetc(pipe)) != EOF;) outcome.output += static_cast<char>(c);
+    const int ended = pclose(pipe);
+    if (WIFEXITED(ended)) outcome.status = WEXITSTATUS(ended);
+    EXPECT_THAT(outcome.output, Not(HasSubstr("accessToken"))) << "the body of an answer came through";
+    return outcome;
+  }
+
+  Sandbox server;
+};
+
+TEST_F(ExamplesTest, SigninTellsItsErrorsApart) {
+  const std::string refusal =
+      R"({"isSuccessful": false, "isEmailConfirmed": false, "accessToken": "", "refreshToken": "", "email": ""})";
+  const struct {
+    const char* what;
+    Script script;
+    int status;
+    const char* words;
+  } cases[] = {
+      {"success", {}, 0, "Signed in as ada@example.com"},
+      {"said no", {.answer = Answer{.body = refusal}}, 1, "did not sign you in"},
+      {"network", {.drop = true}, 1, "cannot be reached"},
+      {"wrong key", {.answer = Answer{.status = 401}}, 1, "does not accept this application"},
+      {"other record", {.answer = Answer{.body = "{}"}}, 1, "has changed"},
+      {"out of order", {.answer = Answer{.status = 503}}, 1, "out of order"},
+  };
+  for (const auto& [what, script, status, words] : cases) {
+    SCOPED_TRACE(what);
+    server.reset();
+    server.script(Operation::login, script);
+    const Outcome outcome = run("signin");
+    EXPECT_EQ(outcome.status, status);
+    EXPECT_THAT(outcome.output, HasSubstr(words));
+  }
+  setenv("PASSWORD", "a guess", 1);
+  const Outcome refused = run("signin");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.output, HasSubstr("The e-mail address or the password is wrong."));
+  unsetenv("PASSWORD");
+  EXPECT_EQ(run("signin").status, 2);
+}
+
+TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
+  const auto contents = [](const char* file) {
+    std::ifstream stream(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+  };
+  for (const char* file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
+  server.script(Operation::profile, {.answer = Answer{.body = R"({"leftConfiguration": "AP8=",
+                                                                  "rightConfiguration": null})"}});
+  const Outcome half = run("fitting");
+  EXPECT_EQ(half.status, 1);
+  EXPECT_THAT(half.output, AllOf(HasSubstr("left.bin: 2 bytes"), HasSubstr("no configuration for the right ear")));
+  EXPECT_EQ(contents("left.bin"), std::string("\0\xff", 2));
+  EXPECT_FALSE(std::filesystem::exists("right.bin"));
+
+  setenv("VERBOSE", "1", 1);
+  const Outcome both = run("fitting");
+  unsetenv("VERBOSE");
+  EXPECT_EQ(both.status, 0);
+  EXPECT_THAT(both.output, HasSubstr("STATUS 200 Optional(" + server.baseUrl()));
+  EXPECT_EQ(contents("left.bin"), "Left 500=10 1000=15 2000=23 4000=30");
+  EXPECT_EQ(contents("right.bin"), "Right 500=10 1000=13 2000=18 4000=25");
+}
+
+TEST_F(ExamplesTest, EventloopShowsTheAnswer) {
+  const Outcome outcome = run("eventloop");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output, "The address is confirmed.\n");
+}
+
+TEST_F(ExamplesTest, EventloopIsCancelledWithCtrlC) {
+  server.script(Operation::checkIfValidated, {.delay = std::chrono::minutes(5)});
+  const Outcome outcome = run("eventloop", [&](pid_t process) {
+    EXPECT_TRUE(server.waitUntilSeen(Operation::checkIfValidated, 1, std::chrono::minutes(1)));
+    kill(process, SIGINT);
+  });
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.output, HasSubstr("The request was cancelled."));
+}
+
+}  // namespace

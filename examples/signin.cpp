@@ -1,0 +1,56 @@
+// Signs in with an e-mail address and a password, and says how that went.
+//
+//   API_KEY=... PASSWORD=... signin BASE-URL EMAIL
+//
+// Exit status: 0 signed in, 1 not signed in, 2 used wrongly.
+#include <HalvernApi/HalvernApi.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+using namespace HalvernApi;
+
+namespace {
+
+// [errors]
+// What to tell the user. For the developer there is error.description().
+std::string explain(const Error& error) {
+  switch (error.kind()) {
+    case Error::Case::network: return "The service cannot be reached. Check the connection and try again.";
+    case Error::Case::validationError: return *error.validationMessage();  // the service's own words
+    case Error::Case::notAuthorized: return "The service does not accept this application.";
+    case Error::Case::unknownJsonData: return "The service has changed. Look for a newer version of this application.";
+    case Error::Case::unknownNSError: return "The service is out of order. Try again later.";
+  }
+  return {};
+}
+// [errors]
+
+int fail(const std::string& words) {
+  std::cerr << words << '\n';
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const char* const apiKey = std::getenv("API_KEY");
+  const char* const password = std::getenv("PASSWORD");
+  if (argc != 3 || apiKey == nullptr || password == nullptr) {
+    std::cerr << "usage: API_KEY=... PASSWORD=... signin BASE-URL EMAIL\n";
+    return 2;
+  }
+  // The library prints the body of every answer on standard output, tokens included. Nobody is to see them.
+  // [silence]
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return fail("There is no /dev/null.");
+  // [silence]
+  const std::string baseUrl = argv[1], email = argv[2];
+
+  // [signin]
+  HttpApiService service(baseUrl, {}, apiKey);
+  const auto account = service.login(email, password, "example-1", "Example").get();
+  if (!account) return fail(explain(account.error()));
+  if (!account->isSuccessful()) return fail("The service did not sign you in.");
+  std::cerr << "Signed in as " << account->email() << '\n';
+  // [signin]
+}
