@@ -408,7 +408,8 @@ bool Transport::Loop::sendAgain(Exchange& exchange) {
   curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_NUM_CONNECTS, &newConnections);
   if (newConnections != 0 || exchange.headerBytes != 0 || exchange.sentAgain) return false;
   exchange.sentAgain = true;
-  return prepare(exchange);
+  if (!prepare(exchange)) finish(exchange, posixError(ENOMEM));
+  return true;
 }
 
 // A redirect to the same origin is followed as browsers do: 301 and 302 turn a POST into a GET, 303 all but a HEAD, 307
@@ -453,7 +454,7 @@ void Transport::Loop::finish(Exchange& exchange, std::optional<NSError> error) {
   byStart_.erase(exchange.byStartEntry);
 
   DefaultDataResponse& outcome = exchange.outcome;
-  if (outcome.response) {
+  if (outcome.response && exchange.handle) {
     char* contentType = nullptr;
     curl_easy_getinfo(exchange.handle->easy.get(), CURLINFO_CONTENT_TYPE, &contentType);
     if (contentType != nullptr) outcome.response->contentType = contentType;
