@@ -29,6 +29,7 @@ constexpr int mostRedirects = 16;
 constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
 constexpr std::size_t mostHeaderBytes = std::size_t{256} * 1024;
 constexpr std::size_t mostPooledHandles = 64;
+constexpr std::size_t mostParsedUrls = 16;
 constexpr curl_off_t largestFirstGuess = curl_off_t{1024} * 1024;
 constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcurl sends in several pieces
 
@@ -55,6 +56,14 @@ std::optional<NSError> loadingFault(std::string_view url) {
 
 }  // namespace
 
+// A URL that libcurl has taken apart, for all transfers that go there.
+struct Transport::ParsedUrl {
+  explicit ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {}
+
+  const std::string text;
+  const CurlUrl parts;  // null where libcurl cannot make sense of it, which the transfer will say
+};
+
 // What serves one request after the other. Settings that they share stay set.
 struct Transport::Handle {
   CurlEasy easy;
@@ -62,7 +71,7 @@ struct Transport::Handle {
   CurlHeaders headers;
   std::array<char, CURL_ERROR_SIZE> words{};
   std::size_t slot = 0;  // where its socket is, or was
-  std::string url;
+  std::shared_ptr<const ParsedUrl> url;
   std::optional<std::pair<HTTPMethod, bool>> method;  // and whether it sends a body
 };
 
@@ -146,6 +155,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   void begin(std::shared_ptr<Exchange> exchange);
   std::unique_ptr<Handle> takeHandle();
   void giveBack(std::unique_ptr<Handle> handle);
+  std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   bool prepare(Exchange& exchange);
   void reap();
   void complete(Exchange& exchange, CURLcode result);
@@ -181,6 +191,7 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   // All below: the I/O thread alone, once it runs.
   CurlMulti multi_;
   std::vector<std::unique_ptr<Handle>> pool_;
+  std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
   std::list<std::shared_ptr<Exchange>> byStart_;  // oldest first
   std::list<Exchange*> byLastByte_;               // longest silence first
   std::vector<pollfd> sockets_;                   // the first one is the pipe's; a free slot has the descriptor -1
@@ -327,6 +338,14 @@ void Transport::Loop::giveBack(std::unique_ptr<Handle> handle) {
   if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(handle));
 }
 
+// A service has few URLs, and taking one apart costs libcurl a tenth of a transfer.
+std::shared_ptr<const Transport::ParsedUrl> Transport::Loop::parsed(const std::string& url) {
+  const auto known = std::find_if(urls_.begin(), urls_.end(), [&](const auto& one) { return one->text == url; });
+  if (known != urls_.end()) return *known;
+  if (urls_.size() == mostParsedUrls) urls_.erase(urls_.begin());
+  return urls_.emplace_back(std::make_shared<ParsedUrl>(url));
+}
+
 // Sets what depends on the request, and hands the transfer to libcurl.
 bool Transport::Loop::prepare(Exchange& exchange) {
   giveBack(std::move(exchange.handle));
@@ -340,11 +359,12 @@ bool Transport::Loop::prepare(Exchange& exchange) {
   handle.words[0] = '\0';
   handle.headers.assign(request.headers, request.body.has_value());
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, handle.headers.list());
-  if (handle.url != request.url) {
-    handle.url = request.url;
-    curl_easy_setopt(easy, CURLOPT_URL, handle.url.c_str());
+  if (!handle.url || handle.url->text != request.url) {
+    handle.url = parsed(request.url);
+    curl_easy_setopt(easy, CURLOPT_URL, handle.url->text.c_str());
+    curl_easy_setopt(easy, CURLOPT_CURLU, handle.url->parts.get());
     // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, isHttps(handle.url) ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, isHttps(handle.url->text) ? 1L : 0L);
   }
   const bool isPost = request.method == HTTPMethod::post;
   const bool sendsBody = isPost || request.body;
@@ -602,7 +622,7 @@ int Transport::Loop::onSocket(CURL* easy, curl_socket_t socket, int what, void* 
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &address);
   Handle* const handle = reinterpret_cast<Handle*>(address);  // null for one of libcurl's own
   // Over TLS a connection may carry several transfers, and this names but one of them.
-  const bool alone = handle != nullptr && handle->exchange != nullptr && isHttp(handle->url);
+  const bool alone = handle != nullptr && handle->exchange != nullptr && isHttp(handle->url->text);
   if (alone) handle->slot = slot;
   loop.receivers_[slot] = alone && what != CURL_POLL_REMOVE ? handle : nullptr;
   return 0;

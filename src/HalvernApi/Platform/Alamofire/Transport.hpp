@@ -27,6 +27,7 @@ class Transport {
   class Loop;
   struct Exchange;
   struct Handle;
+  struct ParsedUrl;
   const std::shared_ptr<Loop> loop_;
 };
 
