@@ -28,7 +28,7 @@ namespace {
 constexpr int mostRedirects = 16;
 constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
 constexpr std::size_t mostHeaderBytes = std::size_t{256} * 1024;
-constexpr std::size_t mostPooledHandles = 64;
+constexpr int leastPoolSize = 64;
 constexpr std::size_t mostParsedUrls = 16;
 constexpr curl_off_t largestFirstGuess = curl_off_t{1024} * 1024;
 constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcurl sends in several pieces
@@ -127,6 +127,8 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
       : configuration_(configuration),
         requestLimit_(bounded(configuration.timeoutIntervalForRequest)),
         resourceLimit_(bounded(configuration.timeoutIntervalForResource)),
+        connections_(std::max(configuration.httpMaximumConnectionsPerHost, 1)),
+        poolSize_(static_cast<std::size_t>(std::max(connections_, leastPoolSize))),
         queue_(std::move(queue)) {
     configuration_.completionQueue = nullptr;  // the queue has it, and decides when it goes
   }
@@ -177,6 +179,8 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   Foundation::URLSessionConfiguration configuration_;
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;
+  const int connections_;  // to one host
+  const std::size_t poolSize_;
   const std::shared_ptr<CompletionQueue> queue_;
   const int forkCount_ = Foundation::forkCount();
 
@@ -211,9 +215,8 @@ std::optional<NSError> Transport::Loop::ensureThread() {
     CurlMulti multi(curl_multi_init());
     if (!multi) return posixError(ENOMEM);
     if (!wakePipe_.open()) return posixError(errno);
-    const long connections = std::max(configuration_.httpMaximumConnectionsPerHost, 1);
-    curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, connections);
-    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections + 4);  // idle ones, some to other hosts
+    curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, long{connections_});
+    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections_ + 4L);  // idle ones, some to other hosts
     curl_multi_setopt(multi.get(), CURLMOPT_SOCKETFUNCTION, onSocket);
     curl_multi_setopt(multi.get(), CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi.get(), CURLMOPT_TIMERFUNCTION, onTimer);
@@ -335,7 +338,7 @@ void Transport::Loop::giveBack(std::unique_ptr<Handle> handle) {
   handle->exchange = nullptr;
   if (Handle*& receiver = receivers_[handle->slot]; receiver == handle.get()) receiver = nullptr;
   curl_multi_remove_handle(multi_.get(), handle->easy.get());
-  if (pool_.size() < mostPooledHandles) pool_.push_back(std::move(handle));
+  if (pool_.size() < poolSize_) pool_.push_back(std::move(handle));
 }
 
 // A service has few URLs, and taking one apart costs libcurl a tenth of a transfer.
