@@ -24,11 +24,11 @@ Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMet
                           std::optional<std::string> apiKey, std::optional<std::string> accessToken,
                           std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
   return startValidated(session, url, method, parameters, encoding, std::move(apiKey), std::move(accessToken))
-      ->template responseJsonDecodePromise<T>(std::move(decoder))
-      .mapResult([](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
-        if (!answer) return Unexpected<Error>(Error(answer.error()));
-        return std::move(answer->result);
-      });
+      ->template responseJsonDecodePromise<T>(
+          std::move(decoder), [](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
+            if (!answer) return Unexpected<Error>(Error(answer.error()));
+            return std::move(answer->result);
+          });
 }
 
 }  // namespace HalvernApi

@@ -49,13 +49,20 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
   // `handler` runs once on the completion queue, also when the answer is there already.
   DataRequest& response(std::function<void(const DefaultDataResponse&)> handler);
 
-  // The body parsed as JSON and decoded. `decoder` runs on the completion queue; when it throws, the promise fails.
-  template <class T>
-  Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
-      std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)> decoder) {
-    using Result = Promissum::PromiseState<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
-    boost::intrusive_ptr<Result> result(new Result(answer_->queue(), answer_->cancellable()));
-    answer_->whenSettled([judge = judge(), result, decoder = std::move(decoder)](auto&& answered) {
+  // The body parsed as JSON and decoded: a Promise<SuccessResponse<T>, ErrorResponse>, or what `conclude` makes of its
+  // Expected, as by `mapResult`, but for the price of one promise. `decoder` runs on the completion queue; when it
+  // throws, the promise fails.
+  template <class T, class F = std::identity>
+  auto responseJsonDecodePromise(
+      std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)> decoder,
+      F conclude = {}) {
+    using Decoded = Foundation::Expected<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
+    using Concluded = std::decay_t<std::invoke_result_t<F&, Decoded>>;
+    using Result = Promissum::Promise<typename Concluded::value_type, typename Concluded::error_type>;
+    boost::intrusive_ptr<typename Result::State> result(
+        new typename Result::State(answer_->queue(), answer_->cancellable()));
+    answer_->whenSettled([judge = judge(), result, decoder = std::move(decoder),
+                          conclude = std::move(conclude)](auto&& answered) mutable {
       std::optional<T> value;
       const auto decode = [&](const Statham::JsonValue& json) -> std::optional<Statham::JsonDecodeError> {
         auto decoded = decoder(json);
@@ -65,11 +72,13 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
       };
       DefaultDataResponse answer = *std::forward<decltype(answered)>(answered);
       if (auto failure = decodeAnswer(answer, judge, decode))
-        result->settle(Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure)), true);
+        result->settle(std::invoke(conclude, Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure))),
+                       true);
       else
-        result->settle(Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)}, true);
+        result->settle(
+            std::invoke(conclude, Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)}), true);
     });
-    return Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>(std::move(result));
+    return Result(std::move(result));
   }
 
  private:
