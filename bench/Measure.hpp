@@ -17,24 +17,33 @@ namespace Bench {
 
 using Clock = std::chrono::steady_clock;
 
+// What is asked of the server: to sign in, or for a large configuration.
+struct Operation {
+  const char* path;
+  const char* body;
+};
+inline constexpr Operation login = {
+    "/api/v1/account/login",
+    R"({"email":"somebody@example.com","password":"correct horse","appInstanceId":"instance-1","appInstanceName":"Phone"})"};
+inline constexpr Operation configuration = {"/api/v1/account/personalize-hearing-aids", R"({"aids":[]})"};
+
 struct Arguments {
+  bool isLogin;
   std::string baseUrl;
   int inFlight;
   int calls;                         // 0: start the calls in flight, and measure the memory that they take
   std::string certificateAuthority;  // empty without TLS
 
+  const Operation& operation() const { return isLogin ? login : configuration; }
+
   static Arguments read(int argc, char** argv) {
-    if (argc < 4) {
-      std::fprintf(stderr, "usage: %s BASE-URL IN-FLIGHT CALLS [CA-FILE]\n", argv[0]);
+    if (argc < 5) {
+      std::fprintf(stderr, "usage: %s login|configuration BASE-URL IN-FLIGHT CALLS [CA-FILE]\n", argv[0]);
       std::exit(2);
     }
-    return {argv[1], std::atoi(argv[2]), std::atoi(argv[3]), argc > 4 ? argv[4] : ""};
+    return {std::string(argv[1]) == "login", argv[2], std::atoi(argv[3]), std::atoi(argv[4]), argc > 5 ? argv[5] : ""};
   }
 };
-
-inline const char* loginPath = "/api/v1/account/login";
-inline const char* loginBody =
-    R"({"email":"somebody@example.com","password":"correct horse","appInstanceId":"instance-1","appInstanceName":"Phone"})";
 
 // User and system time of the whole process, in microseconds.
 inline double cpuMicroseconds() {

@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   for (const char* line : {"Accept-Language: en", "User-Agent: bare", "Accept: application/json",
                            "Api-Key: sandbox-key", "Content-Type: application/json", "Expect:"})
     headers = curl_slist_append(headers, line);
-  const std::string url = arguments.baseUrl + Bench::loginPath;
+  const std::string url = arguments.baseUrl + arguments.operation().path;
   std::vector<std::unique_ptr<Call>> calls;
   const double memory = Bench::residentBytes();
   const auto start = [&](Call& call) {
@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
     call.easy = curl_easy_init();
     curl_easy_setopt(call.easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(call.easy, CURLOPT_HTTPHEADER, headers);
-    curl_easy_setopt(call.easy, CURLOPT_POSTFIELDS, Bench::loginBody);
+    curl_easy_setopt(call.easy, CURLOPT_POSTFIELDS, arguments.operation().body);
     curl_easy_setopt(call.easy, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(call.easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(call.easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));

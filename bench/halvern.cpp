@@ -17,28 +17,37 @@ int main(int argc, char** argv) {
   }
   HttpApiService service(arguments.baseUrl, configuration, "sandbox-key");
   std::promise<void> done;
+  const auto login = [&] { return service.login("somebody@example.com", "correct horse", "instance-1", "Phone"); };
   const std::function<void()> call = [&] {
     const auto started = meter.start();
-    service.login("somebody@example.com", "correct horse", "instance-1", "Phone")
-        .then([&, started](const AuthenticationResponse&) {
-          if (meter.end(started))
-            done.set_value();
-          else if (meter.more())
-            call();
+    const auto ended = [&, started] {
+      if (meter.end(started))
+        done.set_value();
+      else if (meter.more())
+        call();
+    };
+    const auto failed = [&](const Error&) { meter.failed(); };
+    if (arguments.isLogin) {
+      login().then([ended](const AuthenticationResponse&) { ended(); }).trap(failed);
+      return;
+    }
+    service.profile({}, "token")
+        .then([&, ended](const ConfigurationResponse& answer) {
+          if (!answer.leftData()) meter.failed();
+          ended();
         })
-        .trap([&](const Error&) { meter.failed(); });
+        .trap(failed);
   };
   if (arguments.calls == 0) {
     std::vector<Promise<AuthenticationResponse, Error>> promises;
     promises.reserve(static_cast<std::size_t>(arguments.inFlight));
     const double memory = Bench::residentBytes();
-    for (int i = 0; i < arguments.inFlight; ++i)
-      promises.push_back(service.login("somebody@example.com", "correct horse", "instance-1", "Phone"));
+    for (int i = 0; i < arguments.inFlight; ++i) promises.push_back(login());
     Bench::reportMemory(memory, arguments.inFlight, [] {});
     std::_Exit(0);
   }
   // From a handler, so that only the session's queue touches the meter.
-  service.login("somebody@example.com", "correct horse", "instance-1", "Phone").then([&](const auto&) {
+  login().then([&](const auto&) {
     for (int i = 0; i < arguments.inFlight; ++i) call();
   });
   done.get_future().wait();

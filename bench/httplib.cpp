@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
                                    {"password", "correct horse"},
                                    {"appInstanceId", "instance-1"},
                                    {"appInstanceName", "Phone"}};
-      const auto answer = client.Post(Bench::loginPath, headers, body.dump(), "application/json");
+      const auto answer = client.Post(Bench::login.path, headers, body.dump(), "application/json");
       if (!answer || answer->status != 200) Bench::Meter::failed();
       std::puts(answer->body.c_str());
       const auto json = nlohmann::json::parse(answer->body);
