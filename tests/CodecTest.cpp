@@ -1,6 +1,7 @@
 // Reading and writing JSON: primitives, records, enumerations, dates, and what is said of data that are wrong.
 #include <gmock/gmock.h>
 
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <cmath>
 #include <ctime>
@@ -111,6 +112,16 @@ void expectCases(const std::vector<Enum>& cases, const Texts& texts, const Texts
     EXPECT_EQ(Enum::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, type))) << text;
   for (const JsonValue& json : {JsonValue(0), JsonValue()})
     EXPECT_EQ(Enum::decodeJson(json), Failure(JsonDecodeError::wrongType(json, "String"))) << json;
+}
+
+TEST(DecodingFaults, DoNotLiveInTheMemoryOfTheJsonTheyName) {
+  boost::json::monotonic_resource memory;
+  const auto json = Statham::parseJson(R"({"result":"a text that takes memory"})", &memory);
+  const auto fault = ForgotPasswordResponse::decodeJson(*json);
+  ASSERT_EQ(json->storage().get(), &memory);
+  const JsonValue& value = *fault.error().at("result")->value();
+  EXPECT_EQ(value, "a text that takes memory");
+  EXPECT_EQ(value.storage().get(), boost::json::storage_ptr().get());
 }
 
 TEST(Enumerations, TravelAsTheirRawTextsExactly) {

@@ -14,21 +14,24 @@ HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(
     const ParameterEncoding& encoding, std::optional<std::string> apiKey, std::optional<std::string> accessToken);
 
 // Sends a request and decodes its answer. `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token";
-// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue.
-// Never fails itself: every failure is the promise's.
+// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue;
+// one that does no more than read, as those do, is quicker served. Never fails itself: every failure is the promise's.
 //
 // The body of every answer is printed on standard output, if it is UTF-8; log lines go to Environment::log.
 template <class T>
 Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMethod method,
                           std::optional<JsonObject> parameters, const ParameterEncoding& encoding,
                           std::optional<std::string> apiKey, std::optional<std::string> accessToken,
-                          std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
+                          std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder,
+                          JsonUse use = JsonUse::keep) {
   return startValidated(session, url, method, parameters, encoding, std::move(apiKey), std::move(accessToken))
       ->template responseJsonDecodePromise<T>(
-          std::move(decoder), [](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
+          std::move(decoder),
+          [](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
             if (!answer) return Unexpected<Error>(Error(answer.error()));
             return std::move(answer->result);
-          });
+          },
+          use);
 }
 
 }  // namespace HalvernApi

@@ -31,7 +31,7 @@ Promise<T, Error> HttpApiService::post(std::string_view path, std::optional<Json
   url.reserve(baseUrl_.size() + path.size());
   url.append(baseUrl_).append(path);
   return request<T>(*manager_, url, HTTPMethod::post, std::move(body), JSONEncoding::default_(), apiToken_,
-                    accessToken ? std::optional<std::string>(*accessToken) : std::nullopt, decoder);
+                    accessToken ? std::optional<std::string>(*accessToken) : std::nullopt, decoder, JsonUse::read);
 }
 
 Promise<AuthenticationResponse, Error> HttpApiService::login(std::string_view email, std::string_view password,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/json/monotonic_resource.hpp>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -93,7 +94,7 @@ std::optional<NSError> DataRequest::validationError(const DefaultDataResponse& a
 }
 
 std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answer, const Sent& judge,
-                                                       const Decode& decode) {
+                                                       Statham::JsonUse use, const Decode& decode) {
   const auto fail = [&](std::variant<NSError, Statham::JsonDecodeError> error) {
     return ErrorResponse{std::move(error), std::move(answer.response), std::move(answer.data)};
   };
@@ -107,7 +108,10 @@ std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answ
     const bool contentless =
         answer.response && (answer.response->statusCode == 204 || answer.response->statusCode == 205);
     if (empty && !contentless) return notJson("it is empty");
-    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data));
+    std::array<unsigned char, 4096> room;  // for a usual answer; the memory grows with others
+    boost::json::monotonic_resource memory(room.data(), room.size());
+    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data),
+                                         use == Statham::JsonUse::read ? &memory : boost::json::storage_ptr());
     if (!json) return notJson(json.error());
     if (auto error = decode(*json)) return fail(*std::move(error));
     return std::nullopt;

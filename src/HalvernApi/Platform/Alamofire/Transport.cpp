@@ -196,10 +196,10 @@ class Transport::Loop : public Foundation::ProcessExit::Stoppable, public std::e
   CurlMulti multi_;
   std::vector<std::unique_ptr<Handle>> pool_;
   std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
-  std::list<std::shared_ptr<Exchange>> byStart_;  // oldest first
-  std::list<Exchange*> byLastByte_;               // longest silence first
-  std::vector<pollfd> sockets_;                   // the first one is the pipe's; a free slot has the descriptor -1
-  std::vector<Handle*> receivers_;                // whose bytes each socket brings; null where it may be several
+  std::list<std::shared_ptr<Exchange>> byStart_;        // oldest first
+  std::list<Exchange*> byLastByte_;                     // longest silence first
+  std::vector<pollfd> sockets_;     // the first one is the pipe's; a free slot has the descriptor -1
+  std::vector<Handle*> receivers_;  // whose bytes each socket brings; null where it may be several
   std::optional<Clock::time_point> timer_;
   Clock::time_point now_;
   std::vector<CompletionQueue::Task> finished_;

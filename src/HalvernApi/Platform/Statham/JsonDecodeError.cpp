@@ -35,7 +35,9 @@ std::string_view nameOf(boost::json::kind kind) {
 JsonDecodeError::JsonDecodeError(std::shared_ptr<const Node> node) : node_(std::move(node)) {}
 
 JsonDecodeError JsonDecodeError::wrongType(const JsonValue& value, std::string expected) {
-  return JsonDecodeError(std::make_shared<const Node>(Node{Case::wrongType, value, std::move(expected)}));
+  // A plain copy would live where the value does, and that may go before the error does.
+  return JsonDecodeError(
+      std::make_shared<const Node>(Node{Case::wrongType, JsonValue(value, {}), std::move(expected)}));
 }
 
 JsonDecodeError JsonDecodeError::wrongEnumRawValue(std::string_view value, std::string type) {
