@@ -17,19 +17,6 @@ namespace {
 
 constexpr int lastYear = 294246;  // the last whole one that microseconds in 64 bits reach
 
-// Takes a number of `least` to `most` digits off the front of `text`; absent when it does not start with one.
-std::optional<int> takeNumber(std::string_view& text, std::size_t least, std::size_t most) {
-  int number = 0;
-  std::size_t digits = 0;
-  for (; digits < text.size() && text[digits] >= '0' && text[digits] <= '9'; ++digits) {
-    if (digits == most) return std::nullopt;
-    number = 10 * number + (text[digits] - '0');
-  }
-  if (digits < least) return std::nullopt;
-  text.remove_prefix(digits);
-  return number;
-}
-
 // The device's time zone. Abseil finds it by name in a table that all threads share; as long as TZ stays as it was,
 // each thread remembers what it found.
 absl::TimeZone localZone() {
@@ -44,23 +31,25 @@ absl::TimeZone localZone() {
 }
 
 std::optional<Date> parse(std::string_view text) {
-  std::array<int, 6> numbers{};
-  constexpr std::string_view separators = "--T::";
-  for (std::size_t index = 0; index < numbers.size(); ++index) {
-    if (index > 0) {
-      if (!text.starts_with(separators[index - 1])) return std::nullopt;
-      text.remove_prefix(1);
-    }
-    const auto number = index == 0 ? takeNumber(text, 4, 6) : takeNumber(text, 2, 2);
-    if (!number) return std::nullopt;
-    numbers[index] = *number;
-  }
-  const auto [year, month, day, hour, minute, second] = numbers;
+  // A year of four to six digits, and behind it everything in its place.
+  constexpr std::string_view pattern = "-00-00T00:00:00";
+  if (text.size() < pattern.size() + 4 || text.size() > pattern.size() + 6) return std::nullopt;
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  const std::string_view yearText = text.substr(0, text.size() - pattern.size());
+  const std::string_view rest = text.substr(yearText.size());
+  bool fits = std::all_of(yearText.begin(), yearText.end(), isDigit);
+  for (std::size_t at = 0; at < pattern.size(); ++at)
+    fits &= pattern[at] == '0' ? isDigit(rest[at]) : rest[at] == pattern[at];
+  if (!fits) return std::nullopt;
+  int year = 0;
+  for (const char c : yearText) year = 10 * year + (c - '0');
+  const auto number = [rest](std::size_t at) { return 10 * (rest[at] - '0') + (rest[at + 1] - '0'); };
+  const int month = number(1), day = number(4), hour = number(7), minute = number(10), second = number(13);
   const absl::CivilSecond civil(year, month, day, hour, minute, second);
   // Civil times carry what is too large over into the next field; a calendar has no 30th of February.
   const bool exists = year >= 1 && year <= lastYear && civil.month() == month && civil.day() == day &&
                       civil.hour() == hour && civil.minute() == minute && civil.second() == second;
-  if (!text.empty() || !exists) return std::nullopt;
+  if (!exists) return std::nullopt;
   const absl::Time time = localZone().At(civil).pre;
   return Date(std::chrono::sys_time<std::chrono::seconds>(std::chrono::seconds(absl::ToUnixSeconds(time))));
 }
