@@ -87,6 +87,27 @@ TEST(Headers, OfTheRequestPrecedeThoseOfTheConfiguration) {
   EXPECT_EQ(received.headers.count("access-token"), 0);
 }
 
+TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
+  ScriptedServer one({json("{}")}), other({json("{}")});
+  SessionManager session{URLSessionConfiguration{}};
+  std::vector<std::string> targets = {"/", "/a/../b", "/./c//d", "/e?f=%20&g=/?h", "/%7Ei?"};
+  for (int number = 0; number < 20; ++number) targets.push_back("/more/" + std::to_string(number));
+  const auto discard = [](const JsonValue&) { return Unit(); };
+  for (int round = 0; round < 2; ++round)
+    for (const std::string& target : targets)
+      for (const ScriptedServer* server : {&one, &other})
+        EXPECT_EQ(request<Unit>(session, server->url() + target + "#fragment", HTTPMethod::get, {},
+                                JSONEncoding::default_(), {}, {}, discard)
+                      .get(),
+                  Unit());
+  for (const ScriptedServer* server : {&one, &other}) {
+    const auto requests = server->requests();
+    ASSERT_EQ(requests.size(), 2 * targets.size());
+    for (std::size_t index = 0; index < requests.size(); ++index)
+      EXPECT_EQ(requests[index].line, "GET " + targets[index % targets.size()] + " HTTP/1.1");
+  }
+}
+
 TEST(Requests, ThatCannotBeWrittenFailAndSendNothing) {
   ScriptedServer server({json("{}")});
   HttpApiService service(server.url(), {}, "key"), badKey(server.url(), {}, "key\r\nX-Evil: 1");

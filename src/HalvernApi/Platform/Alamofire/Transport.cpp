@@ -66,13 +66,13 @@ struct Transport::ParsedUrl {
 
 // What serves one request after the other. Settings that they share stay set.
 struct Transport::Handle {
-  CurlEasy easy;
   Exchange* exchange = nullptr;  // whose turn it is
   CurlHeaders headers;
   std::array<char, CURL_ERROR_SIZE> words{};
   std::size_t slot = 0;  // where its socket is, or was
   std::shared_ptr<const ParsedUrl> url;
   std::optional<std::pair<HTTPMethod, bool>> method;  // and whether it sends a body
+  CurlEasy easy;                                      // last, so that it goes first: it refers to the others
 };
 
 // One request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
