@@ -108,23 +108,6 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   }
 }
 
-TEST(Requests, ThatCannotBeWrittenFailAndSendNothing) {
-  ScriptedServer server({json("{}")});
-  HttpApiService service(server.url(), {}, "key"), badKey(server.url(), {}, "key\r\nX-Evil: 1");
-  HttpApiService badHeader(server.url(), {.httpAdditionalHeaders = {{"Bad Name", "1"}}}, "key");
-  const Audiogram notANumber(DeviceOrientation::left, "s", "t", {{1, std::nan("")}});
-  const std::string badBody = "unknownNSError Alamofire.AFError 1", badHead = "unknownNSError Alamofire.AFError 2";
-  EXPECT_EQ(outcomeOf(service.profile({notANumber}, "token")), badBody);
-  EXPECT_EQ(outcomeOf(service.sendPasswordReset("\xff")), badBody);
-  for (const std::string& token : {std::string("to\nken"), std::string("to\0ken", 6), std::string("\xff")})
-    EXPECT_EQ(outcomeOf(service.resendValidationEmail(token)), badHead);
-  EXPECT_EQ(outcomeOf(badKey.sendPasswordReset("a@b.c")), badHead);
-  EXPECT_EQ(outcomeOf(badHeader.sendPasswordReset("a@b.c")), badHead);
-  EXPECT_EQ(outcomeOf(service.resendValidationEmail("a good one")), "success");  // and the first that is seen
-  EXPECT_EQ(server.connections(), 1);
-  EXPECT_EQ(server.requests().size(), 1);
-}
-
 class LogLines : public Test {
  protected:
   void listen() {

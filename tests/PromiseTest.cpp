@@ -1,9 +1,5 @@
-// Promises: on which thread and in which order their callbacks run, how they combine, wait and are cancelled.
+// Promises: how they combine, are awaited and cancelled. Where and when their handlers run is in LifetimeTest.cpp.
 #include <gmock/gmock.h>
-
-#include <atomic>
-#include <deque>
-#include <future>
 
 #include "ScriptedServer.hpp"
 #include "TestSupport.hpp"
@@ -16,81 +12,7 @@ using Number = Promise<int, std::string>;
 using Source = PromiseSource<int, std::string>;
 
 const std::string cancelled = "network NSURLErrorDomain -999";
-const Answer silence = {{Step::hold}}, heldAnswer = {{Step::hold}, json("{}")[0]};
-
-// An application's main loop: tasks run where `runUntil` is called.
-class MainLoop final : public DispatchQueue {
- public:
-  void async(std::function<void()> task) override {
-    const std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
-    changed_.notify_one();
-  }
-  bool runUntil(const std::function<bool()>& done) {
-    while (!done()) {
-      std::unique_lock lock(mutex_);
-      if (!changed_.wait_for(lock, 10s, [this] { return !tasks_.empty(); })) return false;
-      const auto task = std::move(tasks_.front());
-      tasks_.pop_front();
-      lock.unlock();
-      task();
-    }
-    return true;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::function<void()>> tasks_;
-};
-
-TEST(Handlers, RunInTheirOrderOnTheCompletionQueueAlsoWhenAttachedLate) {
-  ScriptedServer server({heldAnswer});
-  HttpApiService service(server.url(), {}, "key");
-  std::vector<int> order;
-  std::set<std::thread::id> threads;
-  const auto note = [&](int number) {
-    return [&, number](auto&&...) { order.push_back(number), threads.insert(std::this_thread::get_id()); };
-  };
-  const auto promise = service.resendValidationEmail("token");
-  promise.then(note(1)).finally(note(2)).trap(note(99)).then(note(3));
-  EXPECT_FALSE(promise.waitFor(1ms));
-  server.release();
-  EXPECT_TRUE(promise.waitFor(10s));
-  std::promise<void> all;
-  promise.then(note(4)).finally(note(5)).finally([&] { all.set_value(); });
-  ASSERT_EQ(all.get_future().wait_for(10s), std::future_status::ready);
-  EXPECT_THAT(order, ::testing::ElementsAre(1, 2, 3, 4, 5));
-  EXPECT_EQ(threads.size(), 1);
-  EXPECT_EQ(threads.count(std::this_thread::get_id()), 0);
-}
-
-TEST(Handlers, AllRunOnAQueueOfTheApplication) {
-  ScriptedServer server({json("{}")});
-  const auto loop = std::make_shared<MainLoop>();
-  HttpApiService service(server.url(), {.completionQueue = loop}, "key");
-  HttpApiService nowhere("no url at all", {.completionQueue = loop}, "key");
-  std::vector<std::thread::id> threads;
-  const auto note = [&](auto&&...) { threads.push_back(std::this_thread::get_id()); };
-  const auto answered = service.resendValidationEmail("token");
-  const auto failed = nowhere.resendValidationEmail("token");
-  answered.map([&](Unit) { return note(), 1; }).then(note);
-  failed.trap(note);
-  EXPECT_TRUE(loop->runUntil([&] { return threads.size() == 3; }));
-  answered.then(note);
-  failed.finally(note);
-  EXPECT_EQ(threads.size(), 3);  // never inside the call that attaches them
-  EXPECT_TRUE(loop->runUntil([&] { return threads.size() == 5; }));
-  EXPECT_THAT(threads, ::testing::Each(std::this_thread::get_id()));
-}
-
-TEST(Handlers, MayWaitForOtherPromisesOfTheirQueue) {
-  ScriptedServer server({json("{}")});
-  HttpApiService service(server.url(), {}, "key");
-  const auto promise =
-      service.resendValidationEmail("1").map([&](Unit) { return service.resendValidationEmail("2").get() == Unit(); });
-  EXPECT_TRUE(promise.waitFor(10s) && promise.get() == true);
-}
+const Answer silence = {{Step::hold}};
 
 TEST(Promises, CombineAndSettleOnce) {
   const auto half = [](int n) { return n % 2 == 0 ? Number::resolved(n / 2) : Number::rejected("odd"); };
@@ -152,33 +74,6 @@ TEST(Cancelling, ReachesTheExchangeThroughEveryChainUntilItHasSettled) {
   second.cancel();
   EXPECT_EQ(outcomeOf(mapped), cancelled);
   EXPECT_EQ(outcomeOf(second), cancelled);
-}
-
-TEST(Calls, FromManyThreadsAllSettleOnceHoweverTheirHandlersAreAttached) {
-  constexpr int callers = 4, calls = 50;
-  ScriptedServer server({json("{}")});
-  HttpApiService service(server.url(), {}, "key");
-  std::atomic<int> settled = 0, handled = 0;
-  std::promise<void> all;
-  const auto handle = [&] {
-    if (++handled == 2 * callers * calls) all.set_value();
-  };
-  const auto call = [&] {
-    for (int number = 0; number < calls; ++number) {
-      const auto promise = service.resendValidationEmail("token").map([](Unit) { return 1; });
-      promise.then([&](int) { ++settled; })
-          .trap([&](const Error& error) { settled += error.kind() == Error::Case::network; })
-          .finally(handle);
-      if (number % 5 == 0) promise.cancel();
-      if (number % 3 == 0) (void)promise.get();
-      promise.finally(handle);
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int caller = 0; caller < callers; ++caller) threads.emplace_back(call);
-  for (std::thread& thread : threads) thread.join();
-  ASSERT_EQ(all.get_future().wait_for(30s), std::future_status::ready);
-  EXPECT_EQ(settled, callers * calls);
 }
 
 }  // namespace

@@ -141,13 +141,21 @@ TEST(Handlers, RunOneAtATimeInOrderOnTheirQueueHoweverTheCallEnds) {
     std::set<std::thread::id> places;  // unguarded: handlers run one at a time
     const auto attach = [&](const Promise<Unit, Error>& promise) {
       const auto last = std::make_shared<int>(0);
-      for (int number = 1; number <= 50; ++number)
-        promise.finally([&, number, last] {
+      const auto never = [&wrong](auto&&...) { ++wrong; };
+      for (int number = 1; number <= 50; ++number) {
+        const auto handler = [&, number, last](auto&&...) {
           if (++inside != 1 || ++*last != number || (pool != nullptr && !pool->isHere())) ++wrong;
           places.insert(std::this_thread::get_id());
           --inside;
           ++done;
-        });
+        };
+        if (number % 2 == 0)
+          promise.finally(handler);
+        else if (&promise == &calls[1])  // the one that is answered
+          promise.trap(never).then(handler);
+        else
+          promise.then(never).trap(handler);
+      }
     };
     for (const auto& promise : calls) attach(promise);
     calls[0].cancel();

@@ -3,6 +3,7 @@
 
 #include <openssl/ssl.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 
@@ -150,7 +151,11 @@ TEST(Injection, IsRefusedBeforeAConnectionIsMade) {
   }
   for (const char* name : {"", "X App", "X:App", "Content-Length", "transfer-encoding", "Expect"})
     expectBadHeader(name, "100", "key", "token");
+  HttpApiService service(server.url(), {}, "key");
+  const auto notANumber = service.profile({{DeviceOrientation::left, "s", "t", {{1, std::nan("")}}}}, "token");
+  EXPECT_EQ(outcomeOf(notANumber), "unknownNSError Alamofire.AFError 1");
   EXPECT_EQ(server.connections(), 0);
+  EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), "success");
 }
 
 TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
