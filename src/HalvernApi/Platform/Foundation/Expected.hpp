@@ -11,6 +11,8 @@ using Expected = tl::expected<T, E>;
 template <class E>
 using Unexpected = tl::unexpected<E>;
 
+using tl::in_place;
+
 // The value of an operation that has nothing to tell but that it succeeded.
 struct Unit {
   friend constexpr bool operator==(Unit, Unit) { return true; }

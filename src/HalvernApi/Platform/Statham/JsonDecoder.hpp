@@ -22,17 +22,12 @@ class HALVERNAPI_EXPORT JsonDecoder {
     return file(key, value != nullptr ? decode(*value) : missing<F>());
   }
 
-  // `decode` maps a JSON value to a Decoded<std::optional<T>>. Absent when the key is missing or null too, which is no
-  // error.
+  // `decode` maps a JSON value to a Decoded<std::optional<T>>. Present and empty when the key is missing or null.
   template <class F>
   auto optional(std::string_view key, F decode) {
     using Value = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
     const JsonValue* const value = find(key);
-    if (value == nullptr) return Value();
-    auto decoded = decode(*value);  // not through `file`: an optional in an optional costs more than it looks
-    if (decoded) return *std::move(decoded);
-    fileError(key, std::move(decoded).error());
-    return Value();
+    return value != nullptr ? file(key, decode(*value)) : std::optional<Value>(Value());
   }
 
   const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }

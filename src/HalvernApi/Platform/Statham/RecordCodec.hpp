@@ -43,12 +43,14 @@ class RecordCodec {
     return std::apply(
         [&](const Fields&... fields) -> Decoded<Record> {
           // Braces: the keys are read from left to right, each of them whatever became of those before.
-          std::tuple values{read(*decoder, fields)...};
-          if (!decoder->errors().empty())
-            return Foundation::Unexpected<JsonDecodeError>(
-                JsonDecodeError::structErrors(std::string(type_), decoder->errors()));
-          return std::apply([](auto&... value) { return Decoded<Record>(tl::in_place, take<Fields>(value)...); },
-                            values);
+          std::tuple<std::optional<typename Fields::Value>...> values{read(*decoder, fields)...};
+          return std::apply(
+              [&](auto&... value) -> Decoded<Record> {
+                if ((value.has_value() && ...)) return Decoded<Record>(Foundation::in_place, *std::move(value)...);
+                return Foundation::Unexpected<JsonDecodeError>(
+                    JsonDecodeError::structErrors(std::string(type_), decoder->errors()));
+              },
+              values);
         },
         fields_);
   }
@@ -65,22 +67,13 @@ class RecordCodec {
   }
 
  private:
-  // Absent where the key is optional and missing, and where it is bad, which is filed then.
   template <class F>
-  static auto read(JsonDecoder& decoder, const F& field) {
+  static std::optional<typename F::Value> read(JsonDecoder& decoder, const F& field) {
     using Codec = JsonCodec<typename F::Value>;
     if constexpr (IsOptional<typename F::Value>::value)
       return decoder.optional(field.key, Codec::decodeJson);
     else
       return decoder.required(field.key, Codec::decodeJson);
-  }
-
-  template <class F, class Read>
-  static typename F::Value&& take(Read& value) {
-    if constexpr (IsOptional<typename F::Value>::value)
-      return std::move(value);
-    else
-      return *std::move(value);
   }
 
   std::string_view type_;
