@@ -18,7 +18,7 @@ import time
 
 programs, smoke = sys.argv[1], "--smoke" in sys.argv[2:]
 root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-rounds = 1 if smoke else 5
+rounds = 1 if smoke else 7
 names = {"bare": "bare libcurl", "halvern": "HalvernApi", "httplib": "cpp-httplib", "cpprest": "cpprestsdk"}
 clients = [client for client in names if os.path.exists(f"{programs}/bench-{client}")]
 levels = [1, 16, 64, 256]
@@ -166,10 +166,11 @@ def picture(load):
 def main():
     server, plain, tls, certificate = start_server()
     try:
-        load = {level: measure(f"{level} in flight", clients, "login", plain, level, 300 if smoke else 12000)
+        calls = 300 if smoke else 20000
+        load = {level: measure(f"{level} in flight", clients, "login", plain, level, calls if level > 1 else calls // 3)
                 for level in levels}
         ours = ["bare", "halvern"]
-        http2 = measure("HTTP/2 over TLS, 64 in flight", ours, "login", tls, 64, 300 if smoke else 12000, certificate)
+        http2 = measure("HTTP/2 over TLS, 64 in flight", ours, "login", tls, 64, calls, certificate)
         cold = measure("cold", ours, "login", plain, 1, 10)
         large = measure("configuration", ours, "configuration", plain, 1, 10 if smoke else 500)
         with socket.socket() as silent:
