@@ -341,7 +341,7 @@ void Transport::Loop::giveBack(std::unique_ptr<Handle> handle) {
   if (pool_.size() < poolSize_) pool_.push_back(std::move(handle));
 }
 
-// A service has few URLs, and taking one apart costs libcurl a tenth of a transfer.
+// A service has few URLs, and libcurl takes one apart for every transfer unless it is told the parts.
 std::shared_ptr<const Transport::ParsedUrl> Transport::Loop::parsed(const std::string& url) {
   const auto known = std::find_if(urls_.begin(), urls_.end(), [&](const auto& one) { return one->text == url; });
   if (known != urls_.end()) return *known;
