@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -89,10 +90,15 @@ class Meter {
     ++started_;
     return Clock::now();
   }
+  // An answer came, also one that does not count.
+  void answered() {
+    if (!firstAnswer_) firstAnswer_ = Clock::now();
+  }
   // True when it was the last one.
   bool end(Clock::time_point started) {
     const auto now = Clock::now();
-    if (++ended_ == 1) firstAnswer_ = now;
+    answered();
+    ++ended_;
     if (ended_ == warmUp_) {
       wall_ = now;
       cpu_ = cpuMicroseconds();
@@ -115,7 +121,7 @@ class Meter {
     std::sort(latencies_.begin(), latencies_.end());
     const auto at = [&](double share) { return latencies_[static_cast<std::size_t>(share * (calls - 1))]; };
     std::fprintf(stderr, "cpu %.2f rate %.0f p50 %.1f p99 %.1f first %.1f\n", cpu, calls / seconds, at(0.5), at(0.99),
-                 microseconds(firstAnswer_ - made_));
+                 microseconds(*firstAnswer_ - made_));
   }
 
  private:
@@ -126,7 +132,7 @@ class Meter {
   const int last_;
   int started_ = 0;
   int ended_ = 0;
-  Clock::time_point firstAnswer_;
+  std::optional<Clock::time_point> firstAnswer_;
   Clock::time_point wall_ = made_;
   double cpu_ = 0;
   std::vector<double> latencies_;

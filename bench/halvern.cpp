@@ -48,6 +48,7 @@ int main(int argc, char** argv) {
   }
   // From a handler, so that only the session's queue touches the meter.
   login().then([&](const auto&) {
+    meter.answered();
     for (int i = 0; i < arguments.inFlight; ++i) call();
   });
   done.get_future().wait();

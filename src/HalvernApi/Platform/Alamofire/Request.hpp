@@ -71,12 +71,10 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
         return std::nullopt;
       };
       DefaultDataResponse answer = *std::forward<decltype(answered)>(answered);
-      if (auto failure = decodeAnswer(answer, judge, use, decode))
-        result->settle(std::invoke(conclude, Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure))),
-                       true);
-      else
-        result->settle(
-            std::invoke(conclude, Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)}), true);
+      auto failure = decodeAnswer(answer, judge, use, decode);
+      auto decoded = failure ? Decoded(Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure)))
+                             : Decoded(Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)});
+      result->settle(std::invoke(conclude, std::move(decoded)), true);
     });
     return Result(std::move(result));
   }

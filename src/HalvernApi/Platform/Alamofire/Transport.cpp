@@ -58,10 +58,12 @@ std::optional<NSError> loadingFault(std::string_view url) {
 
 // A URL that libcurl has taken apart, for all transfers that go there.
 struct Transport::ParsedUrl {
-  explicit ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {}
+  explicit ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
+    if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
+  }
 
   const std::string text;
-  const CurlUrl parts;  // null where libcurl cannot make sense of it, which the transfer will say
+  CurlUrl parts;  // null where libcurl is left with the text, as where it cannot make sense of it
 };
 
 // What serves one request after the other. Settings that they share stay set.
