@@ -105,10 +105,6 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
     for (std::size_t index = 0; index < requests.size(); ++index)
       EXPECT_EQ(requests[index].line, "GET " + targets[index % targets.size()] + " HTTP/1.1");
   }
-  ScriptedServer proxy({json("{}")});
-  HttpApiService zoned("http://[::1%25lo]:1", {.proxyUrl = proxy.url()}, "key");
-  EXPECT_EQ(outcomeOf(zoned.resendValidationEmail("token")), "success");
-  EXPECT_EQ(proxy.requests().at(0).headers.find("host")->second, "[::1]:1");
 }
 
 class LogLines : public Test {
