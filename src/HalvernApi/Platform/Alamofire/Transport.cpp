@@ -63,6 +63,7 @@ struct Transport::ParsedUrl {
   }
 
   const std::string text;
+  const bool secure = isHttps(text);
   CurlUrl parts;  // null where libcurl is left with the text, as where it cannot make sense of it
 };
 
@@ -369,7 +370,7 @@ bool Transport::Loop::prepare(Exchange& exchange) {
     curl_easy_setopt(easy, CURLOPT_URL, handle.url->text.c_str());
     curl_easy_setopt(easy, CURLOPT_CURLU, handle.url->parts.get());
     // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, isHttps(handle.url->text) ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, handle.url->secure ? 1L : 0L);
   }
   const bool isPost = request.method == HTTPMethod::post;
   const bool sendsBody = isPost || request.body;
@@ -627,7 +628,7 @@ int Transport::Loop::onSocket(CURL* easy, curl_socket_t socket, int what, void* 
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &address);
   Handle* const handle = reinterpret_cast<Handle*>(address);  // null for one of libcurl's own
   // Over TLS a connection may carry several transfers, and this names but one of them.
-  const bool alone = handle != nullptr && handle->exchange != nullptr && isHttp(handle->url->text);
+  const bool alone = handle != nullptr && handle->exchange != nullptr && !handle->url->secure;
   if (alone) handle->slot = slot;
   loop.receivers_[slot] = alone && what != CURL_POLL_REMOVE ? handle : nullptr;
   return 0;
