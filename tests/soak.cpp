@@ -105,7 +105,7 @@ int main(int count, char** arguments) {
   const std::size_t pipes = slack > 1 ? 4 : 0;  // which a sanitizer may have opened, to tell names
   const bool released = eventually([&] {
     const Holdings now;
-    return now.descriptors <= before.descriptors + pipes && now.threads == before.threads;
+    return now.descriptors.size() <= before.descriptors.size() + pipes && now.threads.size() == before.threads.size();
   });
   std::cerr << '\r' << calls << " calls in " << (Clock::now() - start) / 1s << " s, " << wrong
             << " of which ended as they must not; "

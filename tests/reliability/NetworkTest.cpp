@@ -70,9 +70,9 @@ TEST(Connections, OfAThousandFailingCallsLeaveNoDescriptorBehind) {
     }
   };
   failMany(4);
-  const std::size_t before = Holdings().descriptors;
+  const std::size_t before = Holdings().descriptors.size();
   failMany(500);
-  EXPECT_TRUE(eventually([&] { return Holdings().descriptors <= before; })) << before;
+  EXPECT_TRUE(eventually([&] { return Holdings().descriptors.size() <= before; })) << before;
 }
 
 TEST(Connections, ThatTheServerClosesWhileIdleFailNoCall) {

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
@@ -49,11 +50,17 @@ inline std::set<std::string> entries(const char* directory) {
   return names;
 }
 
-// How many descriptors and threads the process holds.
+// Which descriptors and threads the process holds: by name, for a thread that has been joined may be listed a moment
+// longer, and must not make up for one that is left behind.
 struct Holdings {
-  std::size_t descriptors = entries("/proc/self/fd").size();
-  std::size_t threads = entries("/proc/self/task").size();
-  friend bool operator==(const Holdings&, const Holdings&) = default;
+  std::set<std::string> descriptors = entries("/proc/self/fd");
+  std::set<std::string> threads = entries("/proc/self/task");
+
+  bool nothingNewSince(const Holdings& before) const {
+    return std::includes(before.descriptors.begin(), before.descriptors.end(), descriptors.begin(),
+                         descriptors.end()) &&
+           std::includes(before.threads.begin(), before.threads.end(), threads.begin(), threads.end());
+  }
 };
 
 inline const std::string cancelled = "network NSURLErrorDomain -999";
