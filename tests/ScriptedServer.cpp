@@ -97,6 +97,11 @@ bool ScriptedServer::awaitRequests(std::size_t count) {
   return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return requests_.size() >= count; });
 }
 
+bool ScriptedServer::awaitClosed(int count) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return closed_ >= count; });
+}
+
 std::vector<Received> ScriptedServer::requests() const {
   const std::lock_guard lock(mutex_);
   return requests_;
@@ -137,6 +142,8 @@ void ScriptedServer::serve(int socket) {
   const std::lock_guard lock(mutex_);
   open_.erase(socket);
   ::close(socket);
+  ++closed_;
+  changed_.notify_all();
 }
 
 // False when the connection is to end.

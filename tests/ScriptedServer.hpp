@@ -70,6 +70,8 @@ class ScriptedServer {
   void release();
   // False when fewer have arrived after ten seconds.
   [[nodiscard]] bool awaitRequests(std::size_t count);
+  // True when so many connections have been closed on this side; false after ten seconds.
+  [[nodiscard]] bool awaitClosed(int count);
   std::vector<Received> requests() const;
   int connections() const;
 
@@ -89,6 +91,7 @@ class ScriptedServer {
   std::vector<Received> requests_;
   std::set<int> open_;
   int connections_ = 0;
+  int closed_ = 0;
   bool released_ = false;
   bool stopping_ = false;
   std::vector<std::thread> serving_;

@@ -44,19 +44,21 @@ void logAnswer(const DataRequest& request, const DefaultDataResponse& answer) {
 
 }  // namespace
 
-std::shared_ptr<DataRequest> startValidated(SessionManager& session, std::string_view url, HTTPMethod method,
-                                            const std::optional<JsonObject>& parameters,
-                                            const ParameterEncoding& encoding, std::optional<std::string> apiKey,
-                                            std::optional<std::string> accessToken) {
-  HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), 4);
+std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std::string_view url, HTTPMethod method,
+                                                    const std::optional<JsonObject>& parameters,
+                                                    const ParameterEncoding& encoding,
+                                                    const std::optional<std::string>& apiKey,
+                                                    const std::optional<std::string>& accessToken) {
+  constexpr std::size_t room = 256;  // bytes, for the headers below and that of the body
+  HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), room);
   headers.set("Accept", "application/json");
-  headers.set("Api-Key", std::move(apiKey));
-  headers.set("Access-Token", std::move(accessToken));
+  headers.set("Api-Key", apiKey);
+  headers.set("Access-Token", accessToken);
   auto request = session.request(url, method, parameters, encoding, std::move(headers));
   log([&] { return std::string(rawValue(method)) + ' ' + urlText(*request); });
   log([&] { return request->debugDescription(); });
   // Before validation, so that it sees every answer.
-  request->response([request](const DefaultDataResponse& answer) { logAnswer(*request, answer); });
+  request->response([&request = *request](const DefaultDataResponse& answer) { logAnswer(request, answer); });
   request->validate();
   return request;
 }

@@ -8,30 +8,32 @@
 
 namespace HalvernApi {
 
-// Starts a request with its headers and log lines, and validates it. What `request` below does before it decodes.
-HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(
-    SessionManager& session, std::string_view url, HTTPMethod method, const std::optional<JsonObject>& parameters,
-    const ParameterEncoding& encoding, std::optional<std::string> apiKey, std::optional<std::string> accessToken);
+namespace Detail {
+
+// What `request` does before it decodes.
+HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(SessionManager& session, std::string_view url,
+                                                              HTTPMethod method,
+                                                              const std::optional<JsonObject>& parameters,
+                                                              const ParameterEncoding& encoding,
+                                                              const std::optional<std::string>& apiKey,
+                                                              const std::optional<std::string>& accessToken);
+
+}  // namespace Detail
 
 // Sends a request and decodes its answer. `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token";
-// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue;
-// one that does no more than read, as those do, is quicker served. Never fails itself: every failure is the promise's.
+// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue.
+// Never fails itself: every failure is the promise's.
 //
 // The body of every answer is printed on standard output, if it is UTF-8; log lines go to Environment::log.
 template <class T>
 Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMethod method,
                           std::optional<JsonObject> parameters, const ParameterEncoding& encoding,
                           std::optional<std::string> apiKey, std::optional<std::string> accessToken,
-                          std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder,
-                          JsonUse use = JsonUse::keep) {
-  return startValidated(session, url, method, parameters, encoding, std::move(apiKey), std::move(accessToken))
-      ->template responseJsonDecodePromise<T>(
-          std::move(decoder),
-          [](Expected<SuccessResponse<T>, ErrorResponse> answer) -> Expected<T, Error> {
-            if (!answer) return Unexpected<Error>(Error(answer.error()));
-            return std::move(answer->result);
-          },
-          use);
+                          std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
+  return Detail::startValidated(session, url, method, parameters, encoding, apiKey, accessToken)
+      ->template decodedPromise<T>(
+          std::move(decoder), [](T value, const DefaultDataResponse&) -> Expected<T, Error> { return value; },
+          [](const ErrorResponse& error) -> Expected<T, Error> { return Unexpected<Error>(Error(error)); });
 }
 
 }  // namespace HalvernApi

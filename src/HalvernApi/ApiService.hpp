@@ -112,11 +112,6 @@ class HALVERNAPI_EXPORT HttpApiService : public ApiService {
   Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) override;
 
  private:
-  template <class T>
-  Promise<T, Error> post(std::string_view path, std::optional<JsonObject> body,
-                         std::optional<std::string_view> accessToken,
-                         Expected<T, JsonDecodeError> (*decoder)(const JsonValue&)) const;
-
   const std::string baseUrl_;
   const std::shared_ptr<SessionManager> manager_;
   const std::string apiToken_;

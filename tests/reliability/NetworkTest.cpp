@@ -51,10 +51,13 @@ TEST(TimeLimits, AreTotalAtEveryStage) {
   }
 }
 
-TEST(TimeLimits, OfSilenceBeginAnewWithEveryByte) {
-  ScriptedServer server({{{Step::drip, "HTTP/1.1 200 OK\r\n", 40ms},
-                          {Step::send, "Content-Type: application/json\r\nContent-Length: 16\r\n\r\n"},
-                          {Step::drip, "{              }", 40ms}}});
+TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
+  Answer answer = {{Step::send, "HTTP/1.1 200 OK\r\n"}};
+  for (int header = 0; header < 16; ++header)
+    answer.insert(answer.end(), {{Step::pause, {}, 40ms}, {Step::send, "X: y\r\n"}});
+  answer.insert(answer.end(), {{Step::send, "Content-Type: application/json\r\nContent-Length: 16\r\n\r\n"},
+                               {Step::drip, "{              }", 40ms}});
+  ScriptedServer server({answer});
   SessionManager session({.timeoutIntervalForRequest = 600ms});
   EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // after more than twice that time
 }
@@ -83,7 +86,10 @@ TEST(Connections, ThatTheServerClosesWhileIdleFailNoCall) {
       ScriptedServer server({json("{}") + closing}, secure ? authority.channels() : std::make_unique<Channel, int>);
       SessionManager session({.certificateAuthorityFile = authority.file()});
       const std::string url = (secure ? "https://" : "http://") + server.authority(), body(size, 'x');
-      for (int number = 0; number < 60; ++number) ASSERT_EQ(outcomeOf(call(session, url, body)), "success") << number;
+      for (int number = 1; number <= 60; ++number) {
+        ASSERT_EQ(outcomeOf(call(session, url, body)), "success") << number;
+        ASSERT_TRUE(server.awaitClosed(number));
+      }
       EXPECT_EQ(server.requests().size(), 60);
     }
 }

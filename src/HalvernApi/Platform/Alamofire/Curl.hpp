@@ -1,4 +1,5 @@
-// libcurl behind values that clean up after themselves; nothing else of the project names a type of it. Not installed.
+// What belongs to libcurl as a whole: its handles as values that clean up after themselves, URLs in parts, what this
+// libcurl can do, and its errors as the platform's. Any thread. Not installed.
 #pragma once
 
 #include <curl/curl.h>
@@ -6,11 +7,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
-#include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -26,30 +24,23 @@ using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
 using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;
 using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 
-// Once for the process, before anything else of libcurl; any thread.
+// Once for the process, before anything else of libcurl.
 void initialiseCurl();
 
-// The URL in parts; null when libcurl cannot make sense of it.
-CurlUrl parseUrl(const std::string& url);
+// The content encodings that this libcurl can decode, as "Accept-Encoding" has them.
+std::string acceptEncoding();
+// "HalvernApi/1.0.0 libcurl/7.88.1"
+std::string userAgent();
+// As libcurl numbers its versions: 0x075801 is 7.88.1.
+unsigned curlVersion();
+
+// The URL in parts; null when libcurl cannot make sense of it. `flags` are those of curl_url_set.
+CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
 // A part of `url`, the scheme's port where it names none; empty when it has no such part.
 std::string urlPart(const CurlUrl& url, CURLUPart part);
-bool sameOrigin(const std::string& left, const std::string& right);
 
-// The header lines of a request as libcurl takes them, in two blocks of memory whatever their number. Does not move:
-// the handle points into it.
-class CurlHeaders {
- public:
-  void assign(const HTTPHeaders& headers, bool withBody);
-  curl_slist* list() { return nodes_.empty() ? nullptr : nodes_.data(); }
-
- private:
-  std::vector<curl_slist> nodes_;
-  std::string lines_;
-};
-
-// A handle with every setting that does not depend on the request; null when there is no memory.
-CurlEasy makeEasy(const Foundation::URLSessionConfiguration& configuration);
-
+Foundation::NSError urlError(Foundation::NSURLError code, std::string_view words);
+Foundation::NSError posixError(int code);
 // The platform's error for a transfer of `handle` that ended with `result`; `words` are libcurl's own, and may be
 // empty.
 Foundation::NSError errorOf(CURL* handle, CURLcode result, std::string_view words);

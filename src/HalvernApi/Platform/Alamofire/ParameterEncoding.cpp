@@ -8,7 +8,7 @@ namespace HalvernApi::Alamofire {
 ParameterEncoding::~ParameterEncoding() = default;
 
 const JSONEncoding& JSONEncoding::default_() {
-  static const JSONEncoding encoding;
+  static const auto& encoding = *new JSONEncoding;  // never destroyed: a call may begin at any moment
   return encoding;
 }
 
@@ -20,7 +20,7 @@ std::optional<Foundation::NSError> JSONEncoding::encode(URLRequest& request,
     return makeError(AFError::parameterEncodingFailed,
                      "The parameters cannot be written as JSON: " + body.error() + ".");
   request.body = *std::move(body);
-  if (request.headers.find("Content-Type") == nullptr) request.headers.set("Content-Type", "application/json");
+  if (!request.headers.find("Content-Type")) request.headers.set("Content-Type", "application/json");
   return std::nullopt;
 }
 

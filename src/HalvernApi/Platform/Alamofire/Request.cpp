@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/json/monotonic_resource.hpp>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -25,14 +24,15 @@ std::string Request::debugDescription() const {
     const bool shown = std::any_of(harmless.begin(), harmless.end(), [&, &name = name](std::string_view known) {
       return equalIgnoringCase(known, name);
     });
-    text += " -H '" + name + ": " + (shown ? value : "<elided>") + '\'';
+    ((((text += " -H '") += name) += ": ") += shown ? value : "<elided>") += '\'';
   }
   if (request()->body) text += " --data '<elided>'";
   return text + " '" + printableUrl(request()->url) + '\'';
 }
 
-DataRequest::DataRequest(Sent request, boost::intrusive_ptr<Answer> answer)
-    : Request(std::move(request)), answer_(std::move(answer)) {}
+DataRequest::DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue,
+                         std::size_t maxJsonBytes)
+    : Request(std::move(request)), answer_(new Answer(std::move(queue))), maxJsonBytes_(maxJsonBytes) {}
 
 DataRequest& DataRequest::validate() {
   validated_ = true;
@@ -40,12 +40,12 @@ DataRequest& DataRequest::validate() {
 }
 
 DataRequest& DataRequest::response(std::function<void(const DefaultDataResponse&)> handler) {
-  answer_->whenSettled([judge = judge(), handler = std::move(handler)](auto&& answered) {
-    const DefaultDataResponse& answer = *answered;
-    if (auto error = validationError(answer, judge))
-      handler({answer.response, answer.data, std::move(error)});
+  answer_->whenSettled(Answer::Kind::handler, [self = shared_from_this(), validated = validated_.load(),
+                                               handler = std::move(handler)](const Answer::Result& answer) {
+    if (auto error = validated ? self->validationError(*answer) : std::nullopt)
+      handler({answer->response, answer->data, std::move(error)});
     else
-      handler(answer);
+      handler(*answer);
   });
   return *this;
 }
@@ -82,36 +82,32 @@ bool accepts(std::string_view accept, std::string_view contentType) {
 
 }  // namespace
 
-std::optional<NSError> DataRequest::validationError(const DefaultDataResponse& answer, const Sent& judge) {
-  if (!judge || answer.error || !answer.response) return std::nullopt;
+std::optional<NSError> DataRequest::validationError(const DefaultDataResponse& answer) const {
+  if (answer.error || !answer.response) return std::nullopt;
   const int status = answer.response->statusCode;
   if (status < 200 || status > 299)
     return makeError(AFError::responseValidationFailed, "The status " + std::to_string(status) + " is not acceptable.");
   const bool empty = !answer.data || answer.data->empty();
-  const std::string* const accept = *judge ? (*judge)->headers.find("Accept") : nullptr;
-  if (empty || accept == nullptr || accepts(*accept, answer.response->contentType)) return std::nullopt;
+  const auto accept = request() ? request()->headers.find("Accept") : std::nullopt;
+  if (empty || !accept || accepts(*accept, answer.response->contentType)) return std::nullopt;
   return makeError(AFError::responseValidationFailed, "The content type of the answer is not acceptable.");
 }
 
-std::optional<ErrorResponse> DataRequest::decodeAnswer(DefaultDataResponse& answer, const Sent& judge,
-                                                       Statham::JsonUse use, const Decode& decode) {
+std::optional<ErrorResponse> DataRequest::decode(const DefaultDataResponse& answer, bool validated,
+                                                 const Decode& decode) const {
   const auto fail = [&](std::variant<NSError, Statham::JsonDecodeError> error) {
-    return ErrorResponse{std::move(error), std::move(answer.response), std::move(answer.data)};
+    return ErrorResponse{std::move(error), answer.response, answer.data};
   };
-  if (answer.error) return fail(*std::move(answer.error));
-  if (auto error = validationError(answer, judge)) return fail(*std::move(error));
+  if (answer.error) return fail(*answer.error);
+  if (auto error = validated ? validationError(answer) : std::nullopt) return fail(*std::move(error));
   const auto notJson = [&](std::string_view why) {
     return fail(makeError(AFError::responseSerializationFailed, "The answer is not JSON: " + std::string(why) + "."));
   };
   try {
     const bool empty = !answer.data || answer.data->empty();
-    const bool contentless =
-        answer.response && (answer.response->statusCode == 204 || answer.response->statusCode == 205);
+    const bool contentless = answer.response->statusCode == 204 || answer.response->statusCode == 205;
     if (empty && !contentless) return notJson("it is empty");
-    std::array<unsigned char, 4096> room;  // for a usual answer; the memory grows with others
-    boost::json::monotonic_resource memory(room.data(), room.size());
-    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data),
-                                         use == Statham::JsonUse::read ? &memory : boost::json::storage_ptr());
+    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data));
     if (!json) return notJson(json.error());
     if (auto error = decode(*json)) return fail(*std::move(error));
     return std::nullopt;

@@ -14,19 +14,20 @@ namespace HalvernApi::Alamofire {
 class HALVERNAPI_EXPORT Request {
  public:
   virtual ~Request();
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
 
   // Absent when the URL's text cannot be a URL.
-  const std::optional<URLRequest>& request() const { return *request_; }
+  const std::optional<URLRequest>& request() const { return request_; }
 
   // A curl command line for bug reports: what may be a secret (the body, and every header but harmless ones) is elided.
   std::string debugDescription() const;
 
  protected:
-  using Sent = std::shared_ptr<const std::optional<URLRequest>>;
+  explicit Request(std::optional<URLRequest> request) : request_(std::move(request)) {}
 
-  explicit Request(Sent request) : request_(std::move(request)) {}
-
-  const Sent request_;
+ private:
+  const std::optional<URLRequest> request_;
 };
 
 struct DefaultDataResponse {
@@ -35,12 +36,15 @@ struct DefaultDataResponse {
   std::optional<Foundation::NSError> error{};             // what ended the exchange, or what validation found
 };
 
-class HALVERNAPI_EXPORT DataRequest final : public Request {
+// Made and owned by a session until the answer has come, and by whoever keeps it.
+class HALVERNAPI_EXPORT DataRequest : public Request,
+                                      public Promissum::Cancellable,
+                                      public std::enable_shared_from_this<DataRequest> {
  public:
   // The answer's shared state; it always comes to a value.
   using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
-
-  DataRequest(Sent request, boost::intrusive_ptr<Answer> answer);
+  template <class T>
+  using Decoder = std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)>;
 
   // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
   // media type does not match the request's "Accept".
@@ -49,47 +53,58 @@ class HALVERNAPI_EXPORT DataRequest final : public Request {
   // `handler` runs once on the completion queue, also when the answer is there already.
   DataRequest& response(std::function<void(const DefaultDataResponse&)> handler);
 
-  // The body parsed as JSON and decoded: a Promise<SuccessResponse<T>, ErrorResponse>, or what `conclude` makes of its
-  // Expected, as by `mapResult`, but for the price of one promise. `decoder` runs on the completion queue; when it
-  // throws, the promise fails. One that does no more than read is quicker served.
-  template <class T, class F = std::identity>
-  auto responseJsonDecodePromise(
-      std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)> decoder,
-      F conclude = {}, Statham::JsonUse use = Statham::JsonUse::keep) {
-    using Decoded = Foundation::Expected<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
-    using Concluded = std::decay_t<std::invoke_result_t<F&, Decoded>>;
-    using Result = Promissum::Promise<typename Concluded::value_type, typename Concluded::error_type>;
-    boost::intrusive_ptr<typename Result::State> result(
-        new typename Result::State(answer_->queue(), answer_->cancellable()));
-    answer_->whenSettled([judge = judge(), result, decoder = std::move(decoder), conclude = std::move(conclude),
-                          use](auto&& answered) mutable {
-      std::optional<T> value;
-      const auto decode = [&](const Statham::JsonValue& json) -> std::optional<Statham::JsonDecodeError> {
-        auto decoded = decoder(json);
-        if (!decoded) return std::move(decoded).error();
-        value = *std::move(decoded);
-        return std::nullopt;
-      };
-      DefaultDataResponse answer = *std::forward<decltype(answered)>(answered);
-      auto failure = decodeAnswer(answer, judge, use, decode);
-      auto decoded = failure ? Decoded(Foundation::Unexpected<Promissum::ErrorResponse>(*std::move(failure)))
-                             : Decoded(Promissum::SuccessResponse<T>{*std::move(value), *std::move(answer.response)});
-      result->settle(std::invoke(conclude, std::move(decoded)), true);
-    });
-    return Result(std::move(result));
+  // The body parsed as JSON and decoded. `decoder` runs on the completion queue; when it throws, the promise fails.
+  template <class T>
+  Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
+      Decoder<T> decoder) {
+    using Result = Foundation::Expected<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
+    return decodedPromise<T>(
+        std::move(decoder),
+        [](T value, const DefaultDataResponse& answer) -> Result {
+          return Promissum::SuccessResponse<T>{std::move(value), *answer.response};
+        },
+        [](Promissum::ErrorResponse error) -> Result {
+          return Foundation::Unexpected<Promissum::ErrorResponse>(std::move(error));
+        });
   }
+
+  // The same, but for what `success` makes of the decoded value and the answer, or `failure` of the ErrorResponse: an
+  // Expected each. Spares the promises that `map` and `mapError` would make.
+  template <class T, class Success, class Failure>
+  auto decodedPromise(Decoder<T> decoder, Success success, Failure failure) {
+    using Result = std::invoke_result_t<Failure&, Promissum::ErrorResponse>;
+    using Promise = Promissum::Promise<typename Result::value_type, typename Result::error_type>;
+    boost::intrusive_ptr<typename Promise::State> result(new
+                                                         typename Promise::State(answer_->queue(), weak_from_this()));
+    answer_->whenSettled(Answer::Kind::continuation,
+                         [self = shared_from_this(), validated = validated_.load(), result,
+                          decoder = std::move(decoder), success, failure](const Answer::Result& answer) {
+                           std::optional<T> value;
+                           auto error = self->decode(*answer, validated, [&](const Statham::JsonValue& json) {
+                             auto decoded = decoder(json);
+                             if (decoded) value = *std::move(decoded);
+                             return decoded ? std::nullopt : std::optional(std::move(decoded).error());
+                           });
+                           result->settle(error ? failure(*std::move(error)) : success(*std::move(value), *answer));
+                         });
+    return Promise(std::move(result));
+  }
+
+ protected:
+  // JSON values of the answer take at most `maxJsonBytes`.
+  DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue, std::size_t maxJsonBytes);
+
+  const boost::intrusive_ptr<Answer> answer_;
 
  private:
   using Decode = std::function<std::optional<Statham::JsonDecodeError>(const Statham::JsonValue&)>;
 
-  // The request whose "Accept" an answer is held to; null without validation. Handlers keep this rather than all of the
-  // data request, which would keep the answer.
-  Sent judge() const { return validated_ ? request_ : nullptr; }
-  static std::optional<Foundation::NSError> validationError(const DefaultDataResponse& answer, const Sent& judge);
-  static std::optional<Promissum::ErrorResponse> decodeAnswer(DefaultDataResponse& answer, const Sent& judge,
-                                                              Statham::JsonUse use, const Decode& decode);
+  std::optional<Foundation::NSError> validationError(const DefaultDataResponse& answer) const;
+  // Absent when `decode` has succeeded.
+  std::optional<Promissum::ErrorResponse> decode(const DefaultDataResponse& answer, bool validated,
+                                                 const Decode& decode) const;
 
-  const boost::intrusive_ptr<Answer> answer_;
+  const std::size_t maxJsonBytes_;
   std::atomic<bool> validated_ = false;
 };
 

@@ -36,8 +36,7 @@ class HALVERNAPI_EXPORT SessionManager {
 
  private:
   const HTTPHeaders additionalHeaders_;
-  const std::shared_ptr<Foundation::CompletionQueue> queue_;
-  const std::unique_ptr<Transport> transport_;
+  const std::shared_ptr<Transport> transport_;
 };
 
 }  // namespace HalvernApi::Alamofire

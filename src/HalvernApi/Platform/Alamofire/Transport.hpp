@@ -1,34 +1,90 @@
-// The network side of a session: one thread that drives all transfers, started by the first request. Any thread may
-// call. Not installed.
+// The network side of a session: one thread that has libcurl carry all exchanges, started by the first request. Every
+// exchange that is started comes to an answer. Not installed.
 #pragma once
 
-#include <memory>
+#include <boost/intrusive/list.hpp>
+#include <mutex>
 
-#include "HalvernApi/Platform/Alamofire/Request.hpp"
-#include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
+#include "HalvernApi/Platform/Alamofire/Transfer.hpp"
+#include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 
 namespace HalvernApi::Alamofire {
 
-class Transport {
+class Transport final : public Foundation::ProcessExit::Stoppable, public std::enable_shared_from_this<Transport> {
  public:
   Transport(const Foundation::URLSessionConfiguration& configuration,
             std::shared_ptr<Foundation::CompletionQueue> queue);
-  ~Transport();
+  ~Transport() override;
   Transport(const Transport&) = delete;
   Transport& operator=(const Transport&) = delete;
 
-  static std::string acceptEncoding();
-  static std::string userAgent();
-
-  // A request with an `error` is answered with it and never reaches the network.
+  // Any thread. A request with an `error` is answered with it and never reaches the network.
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
+  // Any thread. Ends every exchange, and returns when that is done unless it is the I/O thread that calls.
+  void stop() override;
 
  private:
-  class Loop;
   struct Exchange;
-  struct Handle;
-  struct ParsedUrl;
-  const std::shared_ptr<Loop> loop_;
+  struct Command {
+    enum class Kind { start, cancel } kind;
+    std::shared_ptr<Exchange> exchange;
+  };
+  using ListHook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::auto_unlink>>;
+  using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
+                                           boost::intrusive::constant_time_size<false>>;
+
+  std::optional<Foundation::NSError> enqueue(const std::shared_ptr<Exchange>& exchange);
+  std::optional<Foundation::NSError> ensureThreads();
+  void cancel(const std::shared_ptr<Exchange>& exchange);
+  void wake();
+  bool leftBehind() const { return Foundation::forkCount() != forkCount_; }
+
+  // The I/O thread.
+  void run();
+  bool takeInbox();
+  void admit(std::shared_ptr<Exchange> exchange);
+  bool beginWaiting();
+  bool begin(Exchange& exchange);
+  std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
+  void reap();
+  void complete(Exchange& exchange, CURLcode result);
+  bool beginAgain(Exchange& exchange);
+  void recycle(std::unique_ptr<Transfer> transfer);
+  void finish(Exchange& exchange, DefaultDataResponse answer);
+  void expire();
+  std::optional<Clock::time_point> expire(Exchanges& exchanges);
+  void handOver();
+  void wait();
+
+  const std::shared_ptr<Foundation::CompletionQueue> queue_;
+  const int forkCount_ = Foundation::forkCount();
+  const std::optional<Foundation::NSError> proxyFault_;
+  const std::chrono::milliseconds requestLimit_;
+  const std::chrono::milliseconds resourceLimit_;
+  const std::size_t maxConnections_;  // to one host
+  const std::size_t maxActive_;       // transfers inside libcurl
+  const std::size_t maxJsonBytes_;    // of one answer
+
+  std::mutex mutex_;
+  std::vector<Command> inbox_;  // under mutex_
+  bool started_ = false;        // under mutex_
+  bool stopping_ = false;       // under mutex_
+  bool asleep_ = false;         // under mutex_
+  std::condition_variable changed_;
+  std::mutex joining_;         // held while the thread is joined
+  Foundation::Thread thread_;  // started under mutex_, joined under joining_
+
+  // The I/O thread, once it runs. The multi handle lives until nobody can wake it any more.
+  TransferContext context_;
+  CurlMulti multi_;
+  std::vector<Command> taken_;
+  std::vector<std::unique_ptr<Transfer>> pool_;
+  std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
+  Exchanges waiting_;                                   // for a transfer, longest first
+  Exchanges active_;
+  std::size_t activeCount_ = 0;                // transfers that are not in the pool
+  std::optional<Clock::time_point> deadline_;  // none runs out earlier
+  Foundation::TaskList finished_;
 };
 
 }  // namespace HalvernApi::Alamofire

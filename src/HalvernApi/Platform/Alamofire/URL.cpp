@@ -1,6 +1,10 @@
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 
+#include <algorithm>
+
 #include "HalvernApi/Platform/Alamofire/CharacterSet.hpp"
+#include "HalvernApi/Platform/Alamofire/Curl.hpp"
+#include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -10,12 +14,12 @@ bool isUrlText(std::string_view text) {
 }
 
 std::string printableUrl(std::string_view url) {
-  std::string text(url);
   const std::size_t scheme = schemeOf(url).size();
   const std::size_t authority = std::min(url.find_first_not_of('/', scheme == 0 ? 0 : scheme + 1), url.size());
-  const std::string_view host = url.substr(authority, url.find_first_of("/?#", authority) - authority);
-  if (const std::size_t at = host.rfind('@'); at != std::string_view::npos) text.replace(authority, at, "<elided>");
-  return text;
+  // As libcurl reads it: the last "@" in front of the path ends the user information, whatever stands in that.
+  const std::size_t at = url.substr(0, url.find('/', authority)).rfind('@');
+  if (at == std::string_view::npos || at < authority) return std::string(url);
+  return std::string(url.substr(0, authority)).append("<elided>").append(url.substr(at));
 }
 
 std::string_view schemeOf(std::string_view url) {
@@ -23,6 +27,26 @@ std::string_view schemeOf(std::string_view url) {
   const std::size_t colon = url.find(':');
   const bool hasScheme = colon != std::string_view::npos && allowed.containsAll(url.substr(0, colon));
   return hasScheme ? url.substr(0, colon) : std::string_view();
+}
+
+bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
+
+std::optional<Foundation::NSError> loadingFault(std::string_view url) {
+  if (!isHttps(url) && !equalIgnoringCase(schemeOf(url), "http"))
+    return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
+  url.remove_prefix(schemeOf(url).size() + 1);
+  if (!url.starts_with("//") || url.find_first_of("/?#", 2) == 2 || url.size() == 2)
+    return urlError(Foundation::NSURLErrorBadURL, "The URL names no host.");
+  return std::nullopt;
+}
+
+bool sameOrigin(const std::string& left, const std::string& right) {
+  const CurlUrl a = parseUrl(left);
+  const CurlUrl b = parseUrl(right);
+  if (!a || !b) return false;
+  const CURLUPart parts[] = {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT};
+  return std::all_of(std::begin(parts), std::end(parts),
+                     [&](CURLUPart part) { return equalIgnoringCase(urlPart(a, part), urlPart(b, part)); });
 }
 
 }  // namespace HalvernApi::Alamofire

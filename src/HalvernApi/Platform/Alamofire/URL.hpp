@@ -1,10 +1,11 @@
-// URLs as text. Free functions: any thread. Not installed.
+// URLs as text. Any thread. Not installed.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
-#include "HalvernApi/Platform/Foundation/Export.hpp"
+#include "HalvernApi/Platform/Foundation/NSError.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -17,5 +18,12 @@ HALVERNAPI_EXPORT std::string printableUrl(std::string_view url);
 
 // The scheme in front of the first colon; empty when there is none.
 std::string_view schemeOf(std::string_view url);
+bool isHttps(std::string_view url);
+
+// Refuses other schemes than http and https, and a missing host; libcurl checks the rest.
+std::optional<Foundation::NSError> loadingFault(std::string_view url);
+
+// Whether scheme, host and port are the same, as libcurl reads them. False for what it cannot read.
+bool sameOrigin(const std::string& left, const std::string& right);
 
 }  // namespace HalvernApi::Alamofire

@@ -1,63 +1,15 @@
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 
+#include <atomic>
 #include <map>
 #include <utility>
-
-#include "HalvernApi/Platform/Foundation/Thread.hpp"
 
 namespace HalvernApi::Foundation {
 
 DispatchQueue::~DispatchQueue() = default;
+Task::~Task() = default;
 
 namespace {
-
-// A thread that runs what it is handed. What it works on outlives its owner, so a task may drop the owner.
-class ThreadQueue final : public DispatchQueue {
- public:
-  ~ThreadQueue() override {
-    if (!thread_.started() || forkCount() != forkCount_) return;  // a child may have inherited the mutex locked
-    const std::lock_guard lock(state_->mutex);
-    state_->stopping = true;
-    state_->changed.notify_one();
-  }
-
-  void async(std::function<void()> task) override {
-    std::unique_lock lock(state_->mutex);
-    if (!thread_.started() && !thread_.start([state = state_] { run(*state); })) {
-      lock.unlock();  // the system is out of threads: on the wrong thread is better than never
-      return task();
-    }
-    state_->tasks.push_back(std::move(task));
-    lock.unlock();  // first, or the thread wakes only to wait for the lock
-    state_->changed.notify_one();
-  }
-
- private:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
-    bool stopping = false;
-  };
-
-  static void run(State& state) {
-    for (;;) {
-      std::function<void()> task;
-      {
-        std::unique_lock lock(state.mutex);
-        state.changed.wait(lock, [&] { return state.stopping || !state.tasks.empty(); });
-        if (state.tasks.empty()) return;
-        task = std::move(state.tasks.front());
-        state.tasks.pop_front();
-      }
-      task();
-    }
-  }
-
-  const std::shared_ptr<State> state_ = std::make_shared<State>();
-  const int forkCount_ = forkCount();
-  Thread thread_;
-};
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
@@ -72,15 +24,85 @@ class CurrentScope {
   CompletionQueue* before_;
 };
 
+// What is not to run any more nor to be destroyed, for it holds objects of the application.
+void keepUntilTheEnd(Task::Pointer task) {
+  static auto& mutex = *new std::mutex;
+  static auto& kept = *new TaskList;
+  const std::lock_guard lock(mutex);
+  kept.push(std::move(task));
+}
+
 }  // namespace
 
+struct CompletionQueue::State {
+  std::mutex mutex;
+  std::condition_variable arrived;
+  TaskList incoming;       // under mutex
+  bool scheduled = false;  // under mutex; the application's queue has been asked to come
+  bool woken = false;      // under mutex
+  bool stopping = false;   // under mutex
+  TaskList next;           // the thread that runs tasks
+  TaskList running;        // the thread that runs tasks
+
+  TaskList take() {
+    const std::lock_guard lock(mutex);
+    return std::move(incoming);
+  }
+
+  bool runNext() {
+    Task::Pointer task = next.pop();
+    if (!task) task = running.pop();
+    if (!task) return false;
+    if (!task->run(true)) keepUntilTheEnd(std::move(task));
+    return true;
+  }
+
+  void runAll(CompletionQueue* queue) {
+    const CurrentScope scope(queue);
+    const bool entered = ProcessExit::enter();
+    running.append(take());
+    while (runNext()) {
+    }
+    if (entered) ProcessExit::leave();
+  }
+
+  void serve(const std::weak_ptr<CompletionQueue>& self) {
+    for (;;) {
+      {
+        std::unique_lock lock(mutex);
+        arrived.wait(lock, [this] { return stopping || !incoming.empty(); });
+        if (incoming.empty()) return;
+      }
+      const auto queue = self.lock();  // there is one as long as there are tasks
+      runAll(queue.get());
+    }
+  }
+};
+
 CompletionQueue::CompletionQueue(std::shared_ptr<DispatchQueue> executor)
-    : executor_(executor ? std::move(executor) : std::make_shared<ThreadQueue>()) {}
+    : executor_(std::move(executor)), state_(std::make_shared<State>()) {}
+
+CompletionQueue::~CompletionQueue() {
+  if (executor_ || forkCount() != forkCount_) return;  // a child may have inherited the mutex locked
+  {
+    const std::lock_guard lock(state_->mutex);
+    state_->stopping = true;
+  }
+  state_->arrived.notify_one();
+}
 
 const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
-  // Never destroyed: its thread may be in a task until the process is gone.
-  static const auto& queue = *new std::shared_ptr<CompletionQueue>(std::make_shared<CompletionQueue>(nullptr));
-  return queue;
+  struct Shared {
+    const std::shared_ptr<CompletionQueue> queue = std::make_shared<CompletionQueue>(nullptr);
+    const int forks = forkCount();
+  };
+  static std::atomic<Shared*> current = nullptr;  // what it points to is never destroyed: exit may need it
+  Shared* known = current;
+  while (known == nullptr || known->forks != forkCount()) {
+    auto made = std::make_unique<Shared>();
+    if (current.compare_exchange_strong(known, made.get())) known = made.release();
+  }
+  return known->queue;
 }
 
 std::shared_ptr<CompletionQueue> CompletionQueue::on(const std::shared_ptr<DispatchQueue>& executor) {
@@ -96,74 +118,95 @@ std::shared_ptr<CompletionQueue> CompletionQueue::on(const std::shared_ptr<Dispa
 
 CompletionQueue* CompletionQueue::current() { return currentQueue; }
 
-void CompletionQueue::post(Task task) {
-  std::vector<Task> tasks;
-  tasks.push_back(std::move(task));
+bool CompletionQueue::prepare() {
+  if (executor_) ProcessExit::stopAtExit(weak_from_this());
+  const std::lock_guard lock(state_->mutex);
+  return hasThread();
+}
+
+// Under the state's mutex.
+bool CompletionQueue::hasThread() {
+  if (executor_) return !ProcessExit::begun();
+  return thread_.started() || thread_.start([state = state_, self = weak_from_this()] { state->serve(self); });
+}
+
+void CompletionQueue::post(Task::Pointer task) {
+  TaskList tasks;
+  tasks.push(std::move(task));
   post(std::move(tasks));
 }
 
-void CompletionQueue::post(std::vector<Task> tasks) {
-  bool first = false;
+void CompletionQueue::post(TaskList tasks) {
+  bool scheduled = false;
   {
-    const std::lock_guard lock(mutex_);
-    if (incoming_.empty())
-      incoming_ = std::move(tasks);
-    else
-      std::move(tasks.begin(), tasks.end(), std::back_inserter(incoming_));
-    first = !std::exchange(scheduled_, true);
+    const std::lock_guard lock(state_->mutex);
+    if (hasThread()) {
+      state_->incoming.append(std::move(tasks));
+      scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
+    }
   }
-  if (first)
+  if (!tasks.empty()) return settle(std::move(tasks));
+  if (executor_ && !scheduled)
     schedule();
   else
-    arrived_.notify_one();
+    state_->arrived.notify_one();
 }
 
+void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
+
+// Asks the application's queue to come. Anew after each batch, for it has other work.
 void CompletionQueue::schedule() {
-  if (ProcessExit::begun()) return ProcessExit::keep(shared_from_this());
-  executor_->async([self = shared_from_this()] { self->runScheduled(); });
+  executor_->async([self = shared_from_this()] {
+    State& state = *self->state_;
+    state.runAll(self.get());
+    {
+      const std::lock_guard lock(state.mutex);
+      state.scheduled = !state.incoming.empty();
+      if (!state.scheduled) return;
+    }
+    self->schedule();
+  });
 }
 
-void CompletionQueue::runScheduled() {
-  if (!ProcessExit::enter()) return ProcessExit::keep(shared_from_this());
-  const CurrentScope scope(this);
-  {
-    const std::lock_guard lock(mutex_);
-    std::move(incoming_.begin(), incoming_.end(), std::back_inserter(running_));
-    incoming_.clear();
+// On the calling thread, without handlers. Tasks that come of these are settled by the outermost call.
+void CompletionQueue::settle(TaskList tasks) {
+  thread_local TaskList* pending = nullptr;
+  if (pending != nullptr) return pending->append(std::move(tasks));
+  pending = &tasks;
+  TaskList left;
+  while (Task::Pointer task = tasks.pop()) {
+    if (task->run(false)) continue;
+    ProcessExit::begun() ? keepUntilTheEnd(std::move(task)) : left.push(std::move(task));
   }
-  while (!ProcessExit::begun() && runNext()) {
-  }
-  ProcessExit::leave();
-  {
-    const std::lock_guard lock(mutex_);
-    scheduled_ = !running_.empty() || !incoming_.empty();
-    if (!scheduled_) return;
-  }
-  schedule();  // anew rather than on and on: the executor has other work
+  pending = nullptr;
+  const std::lock_guard lock(state_->mutex);
+  state_->incoming.append(std::move(left));
 }
 
-bool CompletionQueue::runNext() {
-  if (running_.empty()) return false;
-  const Task task = std::move(running_.front());
-  running_.pop_front();
-  [&]() noexcept { task(); }();
-  return true;
-}
+void CompletionQueue::stop() { settle(state_->take()); }
 
 bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {
-  const CurrentScope scope(this);
+  State& state = *state_;
   while (!done()) {
-    if (runNext()) continue;
-    std::unique_lock lock(mutex_);
-    const auto ready = [this] { return !incoming_.empty(); };
+    if (state.runNext()) continue;
+    std::unique_lock lock(state.mutex);
+    const auto ready = [&] { return state.woken || !state.incoming.empty(); };
     if (!deadline)
-      arrived_.wait(lock, ready);
-    else if (!arrived_.wait_until(lock, *deadline, ready))
+      state.arrived.wait(lock, ready);
+    else if (!state.arrived.wait_until(lock, *deadline, ready))
       return false;
-    std::move(incoming_.begin(), incoming_.end(), std::back_inserter(running_));
-    incoming_.clear();
+    state.woken = false;
+    state.running.append(std::move(state.incoming));
   }
   return true;
+}
+
+void CompletionQueue::wake() {
+  {
+    const std::lock_guard lock(state_->mutex);
+    state_->woken = true;
+  }
+  state_->arrived.notify_all();
 }
 
 }  // namespace HalvernApi::Foundation

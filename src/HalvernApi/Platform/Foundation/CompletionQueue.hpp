@@ -1,4 +1,4 @@
-// The queue on which the handlers of one session run, one at a time and in order. Not installed.
+// The queue on which the callbacks of one session run, one at a time and in order. Any thread. Not installed.
 //
 // Tasks wait here, and the application's queue (or a thread of our own) is only asked to come and run them. So a
 // handler that blocks on a promise can run the tasks behind it, whichever queue it runs on.
@@ -6,52 +6,63 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <vector>
 
 #include "HalvernApi/Platform/Foundation/DispatchQueue.hpp"
+#include "HalvernApi/Platform/Foundation/Task.hpp"
+#include "HalvernApi/Platform/Foundation/Thread.hpp"
 
 namespace HalvernApi::Foundation {
 
-class CompletionQueue : public std::enable_shared_from_this<CompletionQueue> {
+class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared_from_this<CompletionQueue> {
  public:
-  using Task = std::function<void()>;
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
-  // `executor` runs the tasks; null means a thread of the queue's own, started by the first task.
+  // `executor` runs the tasks; null means a thread of the queue's own.
   explicit CompletionQueue(std::shared_ptr<DispatchQueue> executor);
+  ~CompletionQueue() override;
+  CompletionQueue(const CompletionQueue&) = delete;
+  CompletionQueue& operator=(const CompletionQueue&) = delete;
 
   // A queue in front of `executor`, the same one for all who name the same executor, so that a handler of one session
   // may block on a call of another; a queue with a thread of its own for null.
   static std::shared_ptr<CompletionQueue> on(const std::shared_ptr<DispatchQueue>& executor);
-  // The queue of promises that were made without a session.
+  // The queue of promises that were made without a session; another one in the child of a fork.
   static const std::shared_ptr<CompletionQueue>& shared();
   // The queue whose task the calling thread is running; null outside tasks.
   static CompletionQueue* current();
 
-  // Any thread. The queue stays alive until its tasks have run.
-  void post(Task task);
-  void post(std::vector<Task> tasks);
+  // Starts the queue's own thread, if it has none yet. False when the system has none to give.
+  bool prepare();
 
-  // Runs tasks on the calling thread until `done` says so after one of them; false at the deadline. Only inside a task
-  // of this queue, or once process exit has begun.
+  // The queue stays alive until its tasks have run. Where nobody can come to run them, because the process exits or the
+  // system has no thread to give, promises are settled inside the call, and handlers stay behind.
+  void post(TaskList tasks);
+  void post(Task::Pointer task);
+  // Inside a task of this queue: `task` runs next, behind others posted in this way.
+  void postNext(Task::Pointer task);
+
+  // Inside a task of this queue: runs other tasks until `done` says so; false at the deadline.
   bool runUntil(const std::function<bool()>& done, Deadline deadline);
+  // Has `runUntil` ask again, on whichever thread it waits.
+  void wake();
+
+  // At exit: settles what the application's queue may never come for.
+  void stop() override;
 
  private:
-  void runScheduled();
-  bool runNext();
+  struct State;
+  bool hasThread();
   void schedule();
+  void settle(TaskList tasks);
 
   const std::shared_ptr<DispatchQueue> executor_;
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::vector<Task> incoming_;
-  bool scheduled_ = false;
-  std::deque<Task> running_;  // touched only by the thread that runs tasks
+  const std::shared_ptr<State> state_;  // shared with the thread, for a task may drop the queue
+  const int forkCount_ = forkCount();
+  Thread thread_;  // started under the state's mutex
 };
 
 }  // namespace HalvernApi::Foundation

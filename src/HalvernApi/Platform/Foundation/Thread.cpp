@@ -8,8 +8,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -20,9 +20,8 @@ struct Process {
   std::mutex mutex;
   std::condition_variable left;
   std::atomic<bool> exiting = false;
-  int inside = 0;
-  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;
-  std::vector<std::shared_ptr<void>> kept;
+  std::atomic<int> inside = 0;
+  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;  // under mutex
   std::atomic<int> forks = 0;
 };
 
@@ -53,9 +52,42 @@ void beginExit() {
   for (const auto& weak : stoppables)
     if (const auto stoppable = weak.lock()) stoppable->stop();
   lock.lock();
-  // A completion handler may be what called exit; it is not waited for.
+  // A handler may be what called exit; it is not waited for.
   state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= insideHere; });
 }
+
+thread_local bool localsAreGone = false;
+
+struct LocalsWatch {
+  ~LocalsWatch() { localsAreGone = true; }
+  void install() {}
+};
+thread_local LocalsWatch localsWatch;
+
+bool onMainThread() {
+#ifdef __linux__
+  return ::gettid() == ::getpid();
+#else
+  return pthread_main_np() != 0;
+#endif
+}
+
+// Blocks the signals that come from outside for as long as it lives; threads inherit that.
+class SignalBlock {
+ public:
+  SignalBlock() {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+  }
+  ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
+
+ private:
+  sigset_t before_;
+};
 
 }  // namespace
 
@@ -63,54 +95,49 @@ int forkCount() { return process().forks; }
 
 Thread::~Thread() {
   if (!thread_.joinable()) return;
-  if (thread_.get_id() == std::this_thread::get_id() || forkCount() != forkCount_ || ProcessExit::begun())
+  if (isThis() || forkCount() != forkCount_ || ProcessExit::begun())
     thread_.detach();
   else
     thread_.join();
 }
 
-bool Thread::start(std::function<void()> run) {
+bool Thread::start(std::function<void()> run) try {
+  const SignalBlock block;
   forkCount_ = forkCount();
-  sigset_t blocked;
-  sigset_t before;
-  sigfillset(&blocked);
-  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
-  pthread_sigmask(SIG_SETMASK, &blocked, &before);
-  try {
-    thread_ = std::thread(std::move(run));
-  } catch (const std::system_error&) {
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread_.joinable();
+  thread_ = std::thread(std::move(run));
+  return true;
+} catch (const std::exception&) {  // no thread to be had, or no memory
+  return false;
 }
 
 bool ProcessExit::begun() { return process().exiting; }
 
 bool ProcessExit::enter() {
-  const std::lock_guard lock(process().mutex);
-  if (process().exiting) return false;
   ++process().inside;
   ++insideHere;
-  return true;
+  if (!process().exiting) return true;
+  leave();
+  return false;
 }
 
 void ProcessExit::leave() {
-  const std::lock_guard lock(process().mutex);
   --insideHere;
   --process().inside;
+  if (!process().exiting) return;
+  const std::lock_guard lock(process().mutex);
   process().left.notify_all();
 }
 
-void ProcessExit::keep(std::shared_ptr<void> object) {
-  const std::lock_guard lock(process().mutex);
-  process().kept.push_back(std::move(object));
-}
-
 void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
+  localsWatch.install();
+  [[maybe_unused]] static const int registered = std::atexit(beginExit);
   const std::lock_guard lock(process().mutex);
-  [[maybe_unused]] const int refused = std::atexit(beginExit);  // then calls are cancelled with their session
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
   process().stoppables.push_back(std::move(stoppable));
+}
+
+void ProcessExit::noticeFromDestructor() {
+  if (localsAreGone && onMainThread() && !begun()) beginExit();
 }
 
 }  // namespace HalvernApi::Foundation

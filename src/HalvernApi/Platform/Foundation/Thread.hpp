@@ -15,7 +15,7 @@ int forkCount();
 class Thread {
  public:
   Thread() = default;
-  // Joins; but lets the thread go when called on it, when process exit has stopped it, or when it stayed behind in the
+  // Joins; but lets the thread go when called on it, when process exit has begun, or when it stayed behind in the
   // parent of a fork.
   ~Thread();
   Thread(const Thread&) = delete;
@@ -24,23 +24,23 @@ class Thread {
   // False when the system has no thread to give. At most one thread for each object.
   bool start(std::function<void()> run);
   bool started() const { return thread_.joinable(); }
+  bool isThis() const { return thread_.get_id() == std::this_thread::get_id(); }
+  // Not on the thread itself.
+  void join() { thread_.join(); }
 
  private:
   std::thread thread_;
   int forkCount_ = 0;
 };
 
-// Once the process exits, no code of the application may run by our doing: the static objects that it uses are being
-// destroyed. Whoever is about to run such code enters before and leaves afterwards; exit waits for those inside, for
-// one second at most.
+// Once the process exits, no handler of the application may begin by our doing: the static objects that it uses are
+// being destroyed. Whoever is about to run handlers enters before and leaves afterwards; exit waits for those inside,
+// for one second at most. Any thread.
 class ProcessExit {
  public:
   static bool begun();
   static bool enter();  // false once exit has begun; then `leave` is not due
   static void leave();
-
-  // Keeps what must not be destroyed any more, for it holds objects of the application, until the process is gone.
-  static void keep(std::shared_ptr<void> object);
 
   // What exit stops, before it waits for those inside.
   class Stoppable {
@@ -48,9 +48,11 @@ class ProcessExit {
     virtual ~Stoppable() = default;
     virtual void stop() = 0;
   };
-  // From here on, exit begins before whatever exists now is destroyed: a session that is held in a static variable
-  // calls this with its first request.
+  // From here on, exit begins before whatever existed at the first such call of the process is destroyed.
   static void stopAtExit(std::weak_ptr<Stoppable> stoppable);
+  // For destructors: one that runs on the main thread after what is local to that thread was destroyed runs at exit,
+  // which then begins, if it has not.
+  static void noticeFromDestructor();
 };
 
 }  // namespace HalvernApi::Foundation

@@ -30,31 +30,33 @@ class PromiseState final : public PromiseCore {
   using PromiseCore::PromiseCore;
   using Result = Expected<Value, E>;
 
-  // False, and nothing happens, when it was settled before. The caller holds a reference; `inTask` as for `publish`.
-  bool settle(Result result, bool inTask = false) {
+  // Nothing happens when it was settled before. The caller holds a reference.
+  void settle(Result result) {
+    if (!claim()) return;
+    result_.emplace(std::move(result));
+    publishAndRun();
+  }
+  // Leaves it to the caller to run the callbacks, by posting this as a task; true when there are any.
+  bool settleQuietly(Result result) {
     if (!claim()) return false;
     result_.emplace(std::move(result));
-    publish(inTask);
-    return true;
+    return publish();
   }
 
+  // Once settled.
   const Result& result() const { return *result_; }
 
-  // Calls `f` with the result once there is one: as an rvalue when nobody else can come to see it.
+  // Calls `f` with the result once there is one.
   template <class F>
-  void whenSettled(F f) {
+  void whenSettled(Kind kind, F f) {
     struct Call final : Callback {
-      explicit Call(F function) : function_(std::move(function)) {}
-      void run(PromiseCore& settled, bool last) noexcept override {
-        Result& result = *static_cast<PromiseState&>(settled).result_;
-        if (last)
-          function_(std::move(result));
-        else
-          function_(std::as_const(result));
+      Call(Kind itsKind, F function) : Callback(itsKind), function_(std::move(function)) {}
+      void run(PromiseCore& settled) noexcept override {
+        std::invoke(function_, static_cast<const PromiseState&>(settled).result());
       }
       F function_;
     };
-    attach(std::make_unique<Call>(std::move(f)));
+    attach(std::make_unique<Call>(kind, std::move(f)));
   }
 
  private:
@@ -86,8 +88,8 @@ class [[nodiscard]] Promise {
   Promise<typename Next::value_type, typename Next::error_type> mapResult(F f) const {
     using NextState = PromiseState<typename Next::value_type, typename Next::error_type>;
     boost::intrusive_ptr<NextState> next(new NextState(state_->queue(), state_->cancellable()));
-    state_->whenSettled([f = std::move(f), next](auto&& result) mutable {
-      next->settle(std::invoke(f, std::forward<decltype(result)>(result)), true);
+    state_->whenSettled(Kind::continuation, [f = std::move(f), next](const Result& result) mutable {
+      next->settle(std::invoke(f, result));
     });
     return Promise<typename Next::value_type, typename Next::error_type>(std::move(next));
   }
@@ -95,18 +97,18 @@ class [[nodiscard]] Promise {
   // A promise of `f(value)`; an error is passed on.
   template <class F, class U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
   Promise<U, E> map(F f) const {
-    return mapResult([f = std::move(f)](auto&& result) mutable -> Expected<U, E> {
-      if (!result) return Unexpected<E>(std::forward<decltype(result)>(result).error());
-      return std::invoke(f, *std::forward<decltype(result)>(result));
+    return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<U, E> {
+      if (!result) return Unexpected<E>(result.error());
+      return std::invoke(f, *result);
     });
   }
 
   // A promise of the same value, or of `f(error)`.
   template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
   Promise<Value, E2> mapError(F f) const {
-    return mapResult([f = std::move(f)](auto&& result) mutable -> Expected<Value, E2> {
-      if (!result) return Unexpected<E2>(std::invoke(f, std::forward<decltype(result)>(result).error()));
-      return *std::forward<decltype(result)>(result);
+    return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<Value, E2> {
+      if (!result) return Unexpected<E2>(std::invoke(f, result.error()));
+      return *result;
     });
   }
 
@@ -119,15 +121,12 @@ class [[nodiscard]] Promise {
     const auto relay = std::make_shared<CancelRelay>();
     relay->follow(state_->cancellable());
     boost::intrusive_ptr<typename Next::State> next(new typename Next::State(state_->queue(), relay));
-    state_->whenSettled([f = std::move(f), next, relay](auto&& result) mutable {
-      if (!result) {
-        next->settle(Unexpected<E>(std::forward<decltype(result)>(result).error()), true);
-        return;
-      }
-      const Next inner = std::invoke(f, *std::forward<decltype(result)>(result));
+    state_->whenSettled(Kind::continuation, [f = std::move(f), next, relay](const Result& result) mutable {
+      if (!result) return next->settle(Unexpected<E>(result.error()));
+      const Next inner = std::invoke(f, *result);
       relay->follow(inner.state_->cancellable());
-      inner.state_->whenSettled([next = std::move(next), relay](auto&& innerResult) {
-        next->settle(std::forward<decltype(innerResult)>(innerResult), true);
+      inner.state_->whenSettled(Kind::continuation, [next = std::move(next), relay](const typename Next::Result& last) {
+        next->settle(last);
       });
     });
     return Next(std::move(next));
@@ -136,26 +135,23 @@ class [[nodiscard]] Promise {
   // `f(value)` on success.
   template <class F>
   const Promise& then(F f) const {
-    state_->whenSettled([f = std::move(f)](const Result& result) mutable {
+    return handle([f = std::move(f)](const Result& result) mutable {
       if (result) std::invoke(f, *result);
     });
-    return *this;
   }
 
   // `f(error)` on failure.
   template <class F>
   const Promise& trap(F f) const {
-    state_->whenSettled([f = std::move(f)](const Result& result) mutable {
+    return handle([f = std::move(f)](const Result& result) mutable {
       if (!result) std::invoke(f, result.error());
     });
-    return *this;
   }
 
   // `f()` either way.
   template <class F>
   const Promise& finally(F f) const {
-    state_->whenSettled([f = std::move(f)](const Result&) mutable { std::invoke(f); });
-    return *this;
+    return handle([f = std::move(f)](const Result&) mutable { std::invoke(f); });
   }
 
   // Blocks until settled. Inside a handler it runs that queue's other tasks while it waits; elsewhere on the thread of
@@ -175,23 +171,40 @@ class [[nodiscard]] Promise {
   void cancel() const { state_->cancel(); }
 
   // `co_await promise` yields an Expected<Value, E>; the coroutine goes on in a task of the completion queue.
+  // Destroying the coroutine is how to stop waiting: nothing touches it afterwards.
   auto operator co_await() const {
     struct Awaiter {
       boost::intrusive_ptr<State> state;
+      // Set by whichever comes first: the end of waiting, or this awaiter's.
+      std::shared_ptr<std::atomic<bool>> over = std::make_shared<std::atomic<bool>>(false);
+
+      explicit Awaiter(boost::intrusive_ptr<State> awaited) : state(std::move(awaited)) {}
+      Awaiter(const Awaiter&) = delete;
+      Awaiter& operator=(const Awaiter&) = delete;
+      ~Awaiter() { *over = true; }
       bool await_ready() const noexcept { return false; }
       void await_suspend(std::coroutine_handle<> coroutine) {
         // From a copy: the coroutine may go on, and end this awaiter, before the call returns.
         const auto kept = state;
-        kept->whenSettled([coroutine](const Result&) { coroutine.resume(); });
+        kept->whenSettled(Kind::handler, [coroutine, over = over](const Result&) {
+          if (!over->exchange(true)) coroutine.resume();
+        });
       }
       Result await_resume() { return state->result(); }
     };
-    return Awaiter{state_};
+    return Awaiter(state_);
   }
 
  private:
   template <class, class>
   friend class Promise;
+  using Kind = PromiseCore::Kind;
+
+  template <class F>
+  const Promise& handle(F f) const {
+    state_->whenSettled(Kind::handler, std::move(f));
+    return *this;
+  }
 
   static Promise settled(Result result) {
     boost::intrusive_ptr<State> state(new State(nullptr));

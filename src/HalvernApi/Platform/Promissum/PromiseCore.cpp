@@ -4,115 +4,122 @@
 #include <utility>
 
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
-#include "HalvernApi/Platform/Foundation/Thread.hpp"
 
 namespace HalvernApi::Promissum {
 
 using Foundation::CompletionQueue;
+using Foundation::ProcessExit;
 
 Cancellable::~Cancellable() = default;
 PromiseCore::Callback::~Callback() = default;
 
-void CancelRelay::cancel() {
-  std::unique_lock lock(mutex_);
+void Cancellable::cancel(std::shared_ptr<Cancellable> work) {
+  while (work) work = work->cancelOrDelegate();
+}
+
+std::shared_ptr<Cancellable> CancelRelay::cancelOrDelegate() {
+  const std::lock_guard lock(mutex_);
   cancelled_ = true;
-  const auto work = work_.lock();
-  lock.unlock();
-  if (work) work->cancel();
+  return work_.lock();
 }
 
 void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
   std::unique_lock lock(mutex_);
   work_ = std::move(work);
-  const auto cancelled = cancelled_ ? work_.lock() : nullptr;
+  auto cancelled = cancelled_ ? work_.lock() : nullptr;
   lock.unlock();
-  if (cancelled) cancelled->cancel();
+  cancel(std::move(cancelled));
 }
 
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
-    : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
+    : queue_(queue ? std::move(queue) : CompletionQueue::shared()), cancellable_(std::move(cancellable)) {}
 
+// A callback may own the next promise of a long chain, whose callbacks then go here rather than in deeper recursion.
 PromiseCore::~PromiseCore() {
-  while (first_) first_ = std::move(first_->next_);  // one by one: a long chain must not end in deep recursion
+  thread_local Callbacks* going = nullptr;
+  if (going != nullptr) {
+    going->append(std::move(callbacks_));
+    return;
+  }
+  going = &callbacks_;
+  while (callbacks_.pop()) {
+  }
+  going = nullptr;
 }
 
-void PromiseCore::publish(bool inTask) {
-  std::unique_ptr<Callback> callbacks;
+bool PromiseCore::publish() {
+  bool due = false;
   {
     const std::lock_guard lock(mutex_);
     settled_ = true;
-    settledChanged_.notify_all();
-    if (!first_) return;
-    running_ = true;
-    if (inTask && CompletionQueue::current() == queue_.get()) callbacks = std::move(first_);
+    due = posted_ = !callbacks_.empty();
   }
-  if (callbacks)
-    runCallbacks(std::move(callbacks));
+  settledChanged_.notify_all();
+  return due;
+}
+
+void PromiseCore::publishAndRun() {
+  if (!publish()) return;
+  if (CompletionQueue::current() == queue_.get())
+    queue_->postNext(this);
   else
-    postCallbacks();
+    queue_->post(this);
 }
 
 void PromiseCore::attach(std::unique_ptr<Callback> callback) {
   {
     const std::lock_guard lock(mutex_);
-    Callback* const added = callback.get();
-    (first_ ? last_->next_ : first_) = std::move(callback);
-    last_ = added;
-    if (!settled_ || running_) return;
-    running_ = true;
+    callbacks_.push(std::move(callback));
+    if (!settled_ || std::exchange(posted_, true)) return;
   }
-  postCallbacks();
+  queue_->post(this);
 }
 
-void PromiseCore::postCallbacks() {
-  queue_->post([self = boost::intrusive_ptr<PromiseCore>(this)] { self->runCallbacks(nullptr); });
-}
-
-// Runs `callbacks`, and then those that have been attached meanwhile. No lock is held while one of them runs or goes:
-// what it holds may be the application's.
-void PromiseCore::runCallbacks(std::unique_ptr<Callback> callbacks) {
+// No lock is held while a callback runs or goes: what it holds may be the application's.
+bool PromiseCore::run(bool handlers) noexcept {
+  Callbacks left;
   for (;;) {
-    while (callbacks) {
-      const auto callback = std::exchange(callbacks, std::move(callbacks->next_));
-      const bool unseen = use_count() == 1;  // then nobody can attach any more, and `first_` may be read
-      callback->run(*this, unseen && !callbacks && !first_);
+    Callbacks callbacks = [this] {
+      const std::lock_guard lock(mutex_);
+      if (callbacks_.empty()) posted_ = false;
+      return std::move(callbacks_);
+    }();
+    if (callbacks.empty()) return true;
+    while (auto callback = callbacks.pop()) {
+      if (callback->kind == Kind::continuation || (handlers && !ProcessExit::begun()))
+        callback->run(*this);
+      else
+        left.push(std::move(callback));
     }
+    if (left.empty()) continue;
     const std::lock_guard lock(mutex_);
-    callbacks = std::move(first_);
-    if (callbacks) continue;
-    running_ = false;
-    return;
+    left.append(std::move(callbacks_));
+    callbacks_.append(std::move(left));
+    return false;
   }
 }
 
 bool PromiseCore::wait(Deadline deadline) const {
   if (settled_) return true;
-  CompletionQueue* queue = CompletionQueue::current();
-  if (queue == nullptr && Foundation::ProcessExit::begun()) queue = queue_.get();
-  if (queue != nullptr) {
+  const auto done = [this] { return settled(); };
+  if (CompletionQueue* const queue = CompletionQueue::current()) {
     struct Wake final : Callback {
-      explicit Wake(Queue waiting) : waiting_(std::move(waiting)) {}
-      void run(PromiseCore&, bool) noexcept override {
-        waiting_->post([] {});
-      }
-      Queue waiting_;
+      explicit Wake(Queue waiting) : Callback(Kind::continuation), waiting_(std::move(waiting)) {}
+      void run(PromiseCore&) noexcept override { waiting_->wake(); }
+      const Queue waiting_;
     };
     const_cast<PromiseCore*>(this)->attach(std::make_unique<Wake>(queue->shared_from_this()));
-    return queue->runUntil([this] { return settled(); }, deadline);
+    return queue->runUntil(done, deadline);
   }
   std::unique_lock lock(mutex_);
-  const auto done = [this] { return settled_.load(); };
   if (deadline) return settledChanged_.wait_until(lock, *deadline, done);
   settledChanged_.wait(lock, done);
   return true;
 }
 
 void PromiseCore::cancel() const {
-  if (settled()) return;
-  if (const auto work = cancellable_.lock()) work->cancel();
+  if (!settled()) Cancellable::cancel(cancellable_.lock());
 }
-
-void PromiseCore::addSource() { ++sources_; }
 
 void PromiseCore::removeSource() {
   [[maybe_unused]] const int left = --sources_;

@@ -1,17 +1,15 @@
 // What all promises share whatever their types: settling once, waiting, cancelling, and callbacks on the completion
-// queue. Applications use Promise and PromiseSource, which are typed skins over this.
+// queue. Applications use Promise and PromiseSource, which are typed skins over this. Any thread.
 #pragma once
 
 #include <atomic>
-#include <boost/smart_ptr/intrusive_ptr.hpp>
-#include <boost/smart_ptr/intrusive_ref_counter.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
 
-#include "HalvernApi/Platform/Foundation/Export.hpp"
+#include "HalvernApi/Platform/Foundation/Task.hpp"
 
 namespace HalvernApi::Foundation {
 class CompletionQueue;
@@ -19,57 +17,65 @@ class CompletionQueue;
 
 namespace HalvernApi::Promissum {
 
-// What a promise asks to end when it is cancelled. Any thread; does nothing once the work has ended.
+// What a promise asks to end when it is cancelled. Any thread.
 class HALVERNAPI_EXPORT Cancellable {
  public:
   virtual ~Cancellable();
-  virtual void cancel() = 0;
+
+  // Ends the work, which does nothing once it has ended, or names what to cancel in its place.
+  virtual std::shared_ptr<Cancellable> cancelOrDelegate() = 0;
+  // Cancels `work` or whatever stands in its place, however long the chain; null is allowed.
+  static void cancel(std::shared_ptr<Cancellable> work);
 };
 
-// Passes a cancellation on to work that is only known later, and may change.
+// Passes a cancellation on to work that is only known later, and may change. Any thread.
 class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
  public:
-  void cancel() override;
-  void follow(std::weak_ptr<Cancellable> work);  // cancels it at once when `cancel` came before
+  std::shared_ptr<Cancellable> cancelOrDelegate() override;
+  void follow(std::weak_ptr<Cancellable> work);  // cancels it at once when the relay was cancelled before
 
  private:
   std::mutex mutex_;
-  std::weak_ptr<Cancellable> work_;
-  bool cancelled_ = false;
+  std::weak_ptr<Cancellable> work_;  // under mutex_
+  bool cancelled_ = false;           // under mutex_
 };
 
-class HALVERNAPI_EXPORT PromiseCore : public boost::intrusive_ref_counter<PromiseCore, boost::thread_safe_counter> {
+class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
+  // A handler is the application's and does not begin once the process exits; a continuation settles another promise.
+  enum class Kind { handler, continuation };
+
   class HALVERNAPI_EXPORT Callback {
    public:
+    explicit Callback(Kind itsKind) : kind(itsKind) {}
     virtual ~Callback();
-    // `last`: nobody else can come to see the result any more, so it may be moved from.
-    virtual void run(PromiseCore& settled, bool last) noexcept = 0;
+    virtual void run(PromiseCore& settled) noexcept = 0;
 
-   private:
-    friend class PromiseCore;
-    std::unique_ptr<Callback> next_;
+    std::unique_ptr<Callback> next;  // for the list that the callback stands in
+    const Kind kind;
   };
 
   // A null queue means the one that all promises without a session share.
   explicit PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable = {});
-  virtual ~PromiseCore();
+  ~PromiseCore() override;
 
   const Queue& queue() const { return queue_; }
   bool settled() const { return settled_; }
 
-  // Settling takes two steps: the first caller of `claim` stores the result, then publishes it.
+  // Settling takes two steps: the first caller of `claim` stores the result, then publishes it by one of the two below.
   bool claim() { return !claimed_.exchange(true); }
-  // Runs the callbacks: inside the call when it is made in a task of the promise's own queue and `inTask` is set, which
-  // a continuation or the delivery of an answer may ask for; as a task of their own otherwise. The caller holds a
-  // reference.
-  void publish(bool inTask);
+  // Wakes those who wait. True when there are callbacks, which the caller then has to run, by posting this as a task.
+  bool publish();
+  // Also runs the callbacks, as a task of their own: the next one, when called inside a task of the promise's own
+  // queue.
+  void publishAndRun();
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);
+  bool run(bool handlers) noexcept override;
 
   // Until settled; false at the deadline. Inside a handler it runs the other tasks of that handler's queue meanwhile.
   bool wait(Deadline deadline) const;
@@ -78,23 +84,21 @@ class HALVERNAPI_EXPORT PromiseCore : public boost::intrusive_ref_counter<Promis
   const std::weak_ptr<Cancellable>& cancellable() const { return cancellable_; }
 
   // A promise source that is dropped unsettled is a programming error.
-  void addSource();
+  void addSource() { ++sources_; }
   void removeSource();
 
  private:
-  void postCallbacks();
-  void runCallbacks(std::unique_ptr<Callback> callbacks);
+  using Callbacks = Foundation::Fifo<std::unique_ptr<Callback>>;
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
   mutable std::mutex mutex_;
   mutable std::condition_variable settledChanged_;
-  std::unique_ptr<Callback> first_;
-  Callback* last_ = nullptr;
+  Callbacks callbacks_;  // under mutex_
+  bool posted_ = false;  // under mutex_; this stands in a queue, or its callbacks are being run
   std::atomic<int> sources_ = 0;
   std::atomic<bool> claimed_ = false;
-  std::atomic<bool> settled_ = false;  // set under the mutex
-  bool running_ = false;               // a task that runs the callbacks is under way
+  std::atomic<bool> settled_ = false;  // written under mutex_
 };
 
 }  // namespace HalvernApi::Promissum

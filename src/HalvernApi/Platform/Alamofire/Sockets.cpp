@@ -1,0 +1,86 @@
+#include "HalvernApi/Platform/Alamofire/Sockets.hpp"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+namespace HalvernApi::Alamofire {
+namespace {
+
+using NameFunction = int (*)(int, sockaddr*, socklen_t*);
+
+int portOf(curl_socket_t handle, NameFunction name) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  if (name(handle, generic, &size) != 0) return 0;
+  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&address)->sin6_port
+                                             : reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+}
+
+bool hasSomethingToRead(curl_socket_t handle) {
+  pollfd entry{handle, POLLIN, 0};
+  return ::poll(&entry, 1, 0) > 0;
+}
+
+// Leaves libcurl a connection that is plainly dead.
+void shutDownAndEmpty(curl_socket_t handle) {
+  ::shutdown(handle, SHUT_RDWR);
+  std::array<char, 16384> rest;
+  while (::recv(handle, rest.data(), rest.size(), MSG_DONTWAIT) > 0) {
+  }
+}
+
+}  // namespace
+
+curl_socket_t Sockets::open(const curl_sockaddr& address) {
+#ifdef SOCK_CLOEXEC
+  const int handle = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+#else
+  const int handle = ::socket(address.family, address.socktype, address.protocol);
+  if (handle >= 0) ::fcntl(handle, F_SETFD, FD_CLOEXEC);
+#endif
+  if (handle < 0) return CURL_SOCKET_BAD;
+  try {
+    sockets_.push_back(std::make_shared<Socket>(Socket{handle}));
+    return handle;
+  } catch (const std::bad_alloc&) {
+    ::close(handle);
+    return CURL_SOCKET_BAD;
+  }
+}
+
+void Sockets::close(curl_socket_t handle) {
+  std::erase_if(sockets_, [handle](const auto& socket) { return socket->handle == handle; });
+  ::close(handle);
+}
+
+std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, int localPort) {
+  const auto hasTheseEnds = [&](const auto& socket) {
+    return socket->localPort == localPort && socket->peerPort == peerPort && socket->peer == peer;
+  };
+  auto found = std::find_if(sockets_.begin(), sockets_.end(), hasTheseEnds);
+  if (found != sockets_.end()) {
+    if ((*found)->users == 0 && hasSomethingToRead((*found)->handle)) {
+      shutDownAndEmpty((*found)->handle);
+      return nullptr;
+    }
+  } else {
+    found = std::find_if(sockets_.begin(), sockets_.end(), [&](const auto& socket) {
+      return socket->localPort == 0 && portOf(socket->handle, ::getsockname) == localPort &&
+             portOf(socket->handle, ::getpeername) == peerPort;
+    });
+    if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of these
+    **found = {(*found)->handle, localPort, peerPort, peer};
+  }
+  ++(*found)->users;
+  return *found;
+}
+
+}  // namespace HalvernApi::Alamofire

@@ -1,0 +1,97 @@
+// One of libcurl's easy handles, which carries one exchange after the other: the options of a request, the callbacks
+// with which libcurl delivers the answer, and what came of it. Knows nothing of threads, promises and redirects. For
+// the thread of its multi handle alone. Not installed.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <vector>
+
+#include "HalvernApi/Platform/Alamofire/Curl.hpp"
+#include "HalvernApi/Platform/Alamofire/Request.hpp"
+#include "HalvernApi/Platform/Alamofire/Sockets.hpp"
+#include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
+
+namespace HalvernApi::Alamofire {
+
+using Clock = std::chrono::steady_clock;
+
+// An interval that can be added to any time of the clock without running over: from 0 to a year.
+constexpr std::chrono::milliseconds bounded(std::chrono::milliseconds interval) {
+  return std::clamp(interval, std::chrono::milliseconds(0), std::chrono::milliseconds(std::chrono::hours(24 * 365)));
+}
+
+// A URL in libcurl's parts, for all transfers that go there: libcurl takes text apart anew for each.
+struct ParsedUrl {
+  explicit ParsedUrl(std::string url);
+
+  const std::string text;
+  const bool secure;
+  CurlUrl parts;  // null where libcurl is left with the text
+};
+
+// What the transfers of a session share. Outlives them.
+struct TransferContext {
+  Foundation::URLSessionConfiguration configuration;
+  Sockets sockets{};
+  Clock::time_point now{};  // when libcurl was last called
+};
+
+class Transfer {
+ public:
+  // Null when there is no memory.
+  static std::unique_ptr<Transfer> make(TransferContext& context);
+  // The one whose handle libcurl names.
+  static Transfer& of(CURL* easy);
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
+
+  // Sets what depends on the request, which has to stay until `end`. False when there is no memory.
+  bool begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
+  // Takes the handle out of libcurl, at any time.
+  void end(CURLM* multi);
+
+  // Once libcurl says that the transfer is done: the answer, and the error that stands for `result` or for what a
+  // callback refused.
+  DefaultDataResponse outcome(CURLcode result);
+  // The absolute URL that the answer's "Location" stands for; empty without one.
+  std::string redirectTarget() const;
+  // The connection turned out to be of no use before anything was sent over it: the request can begin again.
+  bool foundStaleConnection() const { return foundStaleConnection_; }
+  // When libcurl last delivered something, or took a piece of a large body; long ago when it has not.
+  Clock::time_point lastActivity() const { return lastActivity_; }
+
+  void* owner = nullptr;  // whoever has begun it
+
+ private:
+  explicit Transfer(TransferContext& context) : context_(context) {}
+
+  bool setSharedOptions();
+  void setHeaders(const URLRequest& request);
+  void refuse(Foundation::NSError error);
+  bool append(std::string_view bytes);
+
+  static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
+  static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
+  static int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
+  static int onRequest(void* transfer, char* peer, char* local, int peerPort, int localPort);
+
+  TransferContext& context_;
+  // Of the exchange.
+  DefaultDataResponse answer_;  // so far; with an error when a callback has refused to go on
+  std::size_t headerBytes_ = 0;
+  int headerLines_ = 0;  // of the header block so far
+  curl_off_t sentBytes_ = 0;
+  bool sent_ = false;  // the request went out, or at least began to
+  bool foundStaleConnection_ = false;
+  Clock::time_point lastActivity_;
+  std::shared_ptr<Sockets::Socket> socket_;
+  // Options that stay set from one exchange to the next.
+  std::shared_ptr<const ParsedUrl> url_;
+  std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether it sends a body
+  std::vector<curl_slist> headers_;                    // refer to the request's
+  std::array<char, CURL_ERROR_SIZE> words_{};
+  CurlEasy easy_;  // last, so that it goes first: it refers to the others
+};
+
+}  // namespace HalvernApi::Alamofire
