@@ -2,8 +2,6 @@
 #include <benchmark/benchmark.h>
 
 #include <HalvernApi/HalvernApi.hpp>
-#include <array>
-#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
@@ -35,9 +33,7 @@ void parse(benchmark::State& state, const std::string& text) {
 template <class Record>
 void decode(benchmark::State& state, const std::string& text) {
   for ([[maybe_unused]] const auto _ : state) {
-    std::array<unsigned char, 4096> room;  // as an operation of the service does
-    boost::json::monotonic_resource memory(room.data(), room.size());
-    auto record = Record::decodeJson(*Statham::parseJson(text, &memory));
+    auto record = Record::decodeJson(*Statham::parseJson(text));
     if (!record) state.SkipWithError("does not decode");
     benchmark::DoNotOptimize(record);
   }

@@ -116,9 +116,9 @@ void expectCases(const std::vector<Enum>& cases, const Texts& texts, const Texts
 
 TEST(DecodingFaults, DoNotLiveInTheMemoryOfTheJsonTheyName) {
   boost::json::monotonic_resource memory;
-  const auto json = Statham::parseJson(R"({"result":"a text that takes memory"})", &memory);
-  const auto fault = ForgotPasswordResponse::decodeJson(*json);
-  ASSERT_EQ(json->storage().get(), &memory);
+  const auto json = boost::json::parse(R"({"result":"a text that takes memory"})", &memory);
+  const auto fault = ForgotPasswordResponse::decodeJson(json);
+  ASSERT_EQ(json.storage().get(), &memory);
   const JsonValue& value = *fault.error().at("result")->value();
   EXPECT_EQ(value, "a text that takes memory");
   EXPECT_EQ(value.storage().get(), boost::json::storage_ptr().get());

@@ -12,14 +12,13 @@ namespace HalvernApi::Statham {
 using Foundation::Expected;
 using Foundation::Unexpected;
 
-Expected<JsonValue, std::string> parseJson(std::string_view text, boost::json::storage_ptr storage) {
+Expected<JsonValue, std::string> parseJson(std::string_view text) {
   if (constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; text.starts_with(byteOrderMark))
     text.remove_prefix(byteOrderMark.size());
   boost::json::parse_options options;
   options.max_depth = 512;
   std::array<unsigned char, 1024> scratch;
   boost::json::parser parser({}, options, scratch.data(), scratch.size());
-  parser.reset(std::move(storage));
   boost::json::error_code error;
   parser.write(text.data(), text.size(), error);
   if (error) return Unexpected<std::string>(error.message());

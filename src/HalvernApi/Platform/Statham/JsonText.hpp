@@ -8,9 +8,8 @@
 namespace HalvernApi::Statham {
 
 // UTF-8, with or without a byte order mark; any value at the top; at most 512 arrays and objects inside one another.
-// The error says what is wrong without quoting the text. `storage` is where the value and its copies live.
-HALVERNAPI_EXPORT Foundation::Expected<JsonValue, std::string> parseJson(std::string_view text,
-                                                                         boost::json::storage_ptr storage = {});
+// The error says what is wrong without quoting the text.
+HALVERNAPI_EXPORT Foundation::Expected<JsonValue, std::string> parseJson(std::string_view text);
 
 // Members in their order; numbers as the shortest plain decimal that reads back the same. Fails on text that is not
 // UTF-8 and on numbers that are not finite, saying which, not what.
