@@ -39,7 +39,7 @@ void checkAs(std::string_view body, const JsonValue& json, const JsonValue& secr
 
 void check(std::string_view input) {
   const auto document = Statham::parseJson(input);
-  require(document || !document.error().empty(), "a text that is not JSON is described");
+  require(document || !document.error().description.empty(), "a text that is not JSON is described");
   if (!document) return;
   JsonValue secrets = *document;
   putSecrets(secrets);

@@ -124,6 +124,32 @@ TEST(DecodingFaults, DoNotLiveInTheMemoryOfTheJsonTheyName) {
   EXPECT_EQ(value.storage().get(), boost::json::storage_ptr().get());
 }
 
+TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
+  const auto listOf = [](const std::string& element) {
+    std::string list = "[" + element;
+    for (int count = 1; count < 1000; ++count) list += ',' + element;
+    return list + ']';
+  };
+  struct Row {
+    std::string text;
+    std::size_t minBytes;  // that its values take at least
+  };
+  for (const auto& [text, minBytes] :
+       std::vector<Row>{{listOf("0"), 24'000},
+                        {listOf("[]"), 24'000},
+                        {listOf("[null]"), 48'000},
+                        {listOf("{\"a\":true}"), 64'000},
+                        {'"' + std::string(20'000, 'x') + '"', 20'000},
+                        {"{\"" + std::string(20'000, 'x') + "\":0}", 20'000},
+                        {"\"\\n" + std::string(20'000, 'x') + '"', 40'000}}) {  // read in pieces
+    const auto refused = Statham::parseJson(text, minBytes);
+    EXPECT_TRUE(!refused && refused.error().isTooLarge) << text.substr(0, 20);
+    EXPECT_TRUE(Statham::parseJson(text, 5 * minBytes) == parsed(text)) << text.substr(0, 20);
+  }
+  const auto broken = Statham::parseJson("[0", 1000);
+  EXPECT_TRUE(!broken && !broken.error().isTooLarge);
+}
+
 TEST(Enumerations, TravelAsTheirRawTextsExactly) {
   expectCases<Sex>({Sex::male, Sex::female, Sex::unknown}, {"Male", "Female", "NotKnown"},
                    {"male", "unknown", "NotKnown ", " NotKnown", "", "Left"}, "Sex");

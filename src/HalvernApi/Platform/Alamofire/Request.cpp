@@ -108,7 +108,10 @@ std::optional<ErrorResponse> DataRequest::decode(const DefaultDataResponse& answ
     const bool contentless = answer.response->statusCode == 204 || answer.response->statusCode == 205;
     if (empty && !contentless) return notJson("it is empty");
     const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data));
-    if (!json) return notJson(json.error());
+    if (!json && json.error().isTooLarge)
+      return fail(NSError{std::string(Foundation::NSURLErrorDomain), Foundation::NSURLErrorDataLengthExceedsMaximum,
+                          "The values in the answer take too much memory"});
+    if (!json) return notJson(json.error().description);
     if (auto error = decode(*json)) return fail(*std::move(error));
     return std::nullopt;
   } catch (...) {  // a decoder may be the application's; what it threw may hold what it read

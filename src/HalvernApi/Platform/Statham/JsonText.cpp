@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/json/parser.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/serializer.hpp>
+#include <boost/json/value_stack.hpp>
 #include <charconv>
 #include <cmath>
 
@@ -12,17 +13,89 @@ namespace HalvernApi::Statham {
 using Foundation::Expected;
 using Foundation::Unexpected;
 
-Expected<JsonValue, std::string> parseJson(std::string_view text) {
+namespace {
+
+// Makes a value of what the parser finds. Counts the memory that this takes, never too low.
+class Builder {
+ public:
+  static constexpr std::size_t max_object_size = JsonObject::max_size();
+  static constexpr std::size_t max_array_size = boost::json::array::max_size();
+  static constexpr std::size_t max_key_size = boost::json::string::max_size();
+  static constexpr std::size_t max_string_size = boost::json::string::max_size();
+  using Code = boost::json::error_code;
+  using Text = boost::json::string_view;
+
+  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(); }
+  JsonValue release() { return stack_.release(); }
+
+  bool on_document_begin(Code&) { return true; }
+  bool on_document_end(Code&) { return true; }
+  bool on_object_begin(Code&) { return true; }
+  bool on_array_begin(Code&) { return true; }
+  bool on_comment_part(Text, Code&) { return true; }
+  bool on_comment(Text, Code&) { return true; }
+  bool on_number_part(Text, Code&) { return true; }
+  bool on_object_end(std::size_t count, Code& code) {
+    held_ -= 2 * count;
+    return take(code, count * (sizeof(boost::json::key_value_pair) + indexBytes)) && (stack_.push_object(count), true);
+  }
+  bool on_array_end(std::size_t count, Code& code) {
+    held_ -= count;
+    return take(code, count * sizeof(JsonValue)) && (stack_.push_array(count), true);
+  }
+  bool on_key_part(Text part, std::size_t size, Code& code) { return on_string_part(part, size, code); }
+  bool on_string_part(Text part, std::size_t size, Code& code) {
+    return fits(code, size) && (stack_.push_chars(part), true);
+  }
+  bool on_key(Text text, std::size_t size, Code& code) { return take(code, size) && (stack_.push_key(text), true); }
+  bool on_string(Text text, std::size_t size, Code& code) {
+    return take(code, size) && (stack_.push_string(text), true);
+  }
+  bool on_int64(std::int64_t value, Text, Code& code) { return take(code) && (stack_.push_int64(value), true); }
+  bool on_uint64(std::uint64_t value, Text, Code& code) { return take(code) && (stack_.push_uint64(value), true); }
+  bool on_double(double value, Text, Code& code) { return take(code) && (stack_.push_double(value), true); }
+  bool on_bool(bool value, Code& code) { return take(code) && (stack_.push_bool(value), true); }
+  bool on_null(Code& code) { return take(code) && (stack_.push_null(), true); }
+
+ private:
+  static constexpr std::size_t blockBytes = 40;  // what a block on the heap costs besides what it holds
+  static constexpr std::size_t indexBytes = 8;   // what a large object costs besides its members, for each
+
+  // One more value on the stack, which holds `bytes` on the heap.
+  bool take(Code& code, std::size_t bytes = 0) {
+    ++held_;
+    if (bytes != 0) keptBytes_ += bytes + blockBytes;
+    return fits(code, 0);
+  }
+  // The stack doubles when it is full, and is then there twice; what is read of a text stands on it too.
+  bool fits(Code& code, std::size_t textBytes) {
+    stackBytes_ = std::max(stackBytes_, (held_ + 1) * sizeof(JsonValue) + textBytes);
+    if (keptBytes_ + 3 * stackBytes_ <= maxBytes_) return true;
+    code = make_error_code(boost::system::errc::not_enough_memory);
+    return false;
+  }
+
+  const std::size_t maxBytes_;
+  std::size_t held_ = 0;  // values on the stack
+  std::size_t stackBytes_ = 0;
+  std::size_t keptBytes_ = 0;
+  std::array<unsigned char, 1024> scratch_;
+  boost::json::value_stack stack_{{}, scratch_.data(), scratch_.size()};
+};
+
+}  // namespace
+
+Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t maxBytes) {
   if (constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; text.starts_with(byteOrderMark))
     text.remove_prefix(byteOrderMark.size());
   boost::json::parse_options options;
   options.max_depth = 512;
-  std::array<unsigned char, 1024> scratch;
-  boost::json::parser parser({}, options, scratch.data(), scratch.size());
+  boost::json::basic_parser<Builder> parser(options, maxBytes);
   boost::json::error_code error;
-  parser.write(text.data(), text.size(), error);
-  if (error) return Unexpected<std::string>(error.message());
-  return parser.release();
+  const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
+  if (!error && read < text.size()) error = boost::json::error::extra_data;
+  if (!error) return parser.handler().release();
+  return Unexpected<JsonTextError>({error.message(), error == boost::system::errc::not_enough_memory});
 }
 
 namespace {

@@ -7,9 +7,17 @@
 
 namespace HalvernApi::Statham {
 
+struct JsonTextError {
+  std::string description;  // quotes nothing of the text
+  bool isTooLarge;          // the text may be JSON, but its values would take more memory than they may
+};
+
+constexpr std::size_t defaultMaxJsonBytes = std::size_t{256} << 20;
+
 // UTF-8, with or without a byte order mark; any value at the top; at most 512 arrays and objects inside one another.
-// The error says what is wrong without quoting the text.
-HALVERNAPI_EXPORT Foundation::Expected<JsonValue, std::string> parseJson(std::string_view text);
+// `maxBytes` bounds the memory that the value takes and that it takes to make it.
+HALVERNAPI_EXPORT Foundation::Expected<JsonValue, JsonTextError> parseJson(std::string_view text,
+                                                                           std::size_t maxBytes = defaultMaxJsonBytes);
 
 // Members in their order; numbers as the shortest plain decimal that reads back the same. Fails on text that is not
 // UTF-8 and on numbers that are not finite, saying which, not what.
