@@ -1,11 +1,13 @@
 // Reading and writing JSON: primitives, records, enumerations, dates, and what is said of data that are wrong.
 #include <gmock/gmock.h>
 
+#include <bit>
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <cmath>
 #include <ctime>
 #include <limits>
+#include <random>
 
 #include "HalvernApi/Platform/Statham/JsonText.hpp"
 #include "TestSupport.hpp"
@@ -179,9 +181,14 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   EXPECT_EQ(bodyOf({35.5, 35.0, 0.1, 1e21, 1e-7}), R"({"v":[35.5,35,0.1,1000000000000000000000,0.0000001]})");
   EXPECT_EQ(bodyOf({Limits::max(), Limits::min()}), R"({"v":[9223372036854775807,-9223372036854775808]})");
   EXPECT_EQ(bodyOf({"a\"\\\n\x01/ä😀", nullptr, true}), R"({"v":["a\"\\\n\u0001/ä😀",null,true]})");
-  for (const double value : {1e300, -1e300, 5e-324, 1.0 / 3}) {
-    EXPECT_EQ(std::strtod(bodyOf(value).c_str() + 5, nullptr), value);
-    EXPECT_EQ(bodyOf(value).find_first_of("eE"), std::string::npos) << value;
+  std::vector<double> doubles = {-0.0, 5e-324, std::numeric_limits<double>::max(), 1.0 / 3, -1e300};
+  for (std::mt19937_64 random; doubles.size() < 2000;) doubles.push_back(std::bit_cast<double>(random()));
+  for (const double value : doubles) {
+    if (!std::isfinite(value)) continue;
+    const std::string text = bodyOf(value);
+    EXPECT_EQ(text.find_first_of("eE"), std::string::npos) << value;
+    const auto read = JsonCodec<double>::decodeJson(Statham::parseJson(text)->at("v"));
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(read.value()), std::bit_cast<std::uint64_t>(value)) << text;
   }
   for (const JsonValue& value :
        {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xff"), JsonValue("\xed\xa0\x80")})

@@ -5,6 +5,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/serializer.hpp>
 #include <boost/json/value_stack.hpp>
+#include <boost/version.hpp>
 #include <charconv>
 #include <cmath>
 
@@ -51,9 +52,17 @@ class Builder {
   bool on_string(Text text, std::size_t size, Code& code) {
     return take(code, size) && (stack_.push_string(text), true);
   }
-  bool on_int64(std::int64_t value, Text, Code& code) { return take(code) && (stack_.push_int64(value), true); }
+  bool on_int64(std::int64_t value, Text text, Code& code) {
+    if (value == 0 && text.starts_with('-')) return on_double(-0.0, text, code);  // no integer has that sign
+    return take(code) && (stack_.push_int64(value), true);
+  }
   bool on_uint64(std::uint64_t value, Text, Code& code) { return take(code) && (stack_.push_uint64(value), true); }
-  bool on_double(double value, Text, Code& code) { return take(code) && (stack_.push_double(value), true); }
+  bool on_double(double value, [[maybe_unused]] Text text, Code& code) {
+#if BOOST_VERSION < 108200  // before its precise mode, the parser may miss the last bits
+    std::from_chars(text.data(), text.data() + text.size(), value);
+#endif
+    return take(code) && (stack_.push_double(value), true);
+  }
   bool on_bool(bool value, Code& code) { return take(code) && (stack_.push_bool(value), true); }
   bool on_null(Code& code) { return take(code) && (stack_.push_null(), true); }
 
@@ -90,6 +99,9 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
     text.remove_prefix(byteOrderMark.size());
   boost::json::parse_options options;
   options.max_depth = 512;
+#if BOOST_VERSION >= 108200
+  options.numbers = boost::json::number_precision::precise;
+#endif
   boost::json::basic_parser<Builder> parser(options, maxBytes);
   boost::json::error_code error;
   const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
