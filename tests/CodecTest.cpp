@@ -24,8 +24,10 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   const std::vector<std::pair<std::string, Texts>> rows = {
       {"Bool ", {"true", "false"}},
       {"String ", {"\"\"", "\"1\""}},
-      {"Int Double ", {"1", "-1.0", "1e3", "9223372036854775807", "-9223372036854775808", "-9223372036854775808.0"}},
-      {"Double ", {"1.5", "9223372036854775808", "9223372036854775808.0", "1e300"}},
+      {"Int Double ", {"1", "-0", "-1.0", "1e3", "9223372036854775807", "-9223372036854775808"}},
+      {"Double ",
+       {"1.5", "9223372036854775808", "-9223372036854775809", "-9223372036854775808.9", "9223372036854775808.0",
+        "1e300"}},
       {"", {"null", "[1]", "{}"}}};
   const auto takers = [](const JsonValue& json) {
     return std::string(JsonCodec<bool>::decodeJson(json) ? "Bool " : "") +
@@ -36,7 +38,8 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   for (const auto& [expected, texts] : rows)
     for (const std::string& text : texts) EXPECT_EQ(takers(parsed(text)), expected) << text;
   EXPECT_EQ(takers(HUGE_VAL), "");
-  EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(-9223372036854775808.0), Limits::min());
+  EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(Limits::min()), Limits::min());
+  EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(std::uint64_t{1000}), 1000);
   EXPECT_EQ(JsonCodec<double>::decodeJson(9223372036854775808u), 9223372036854775808.0);
 }
 

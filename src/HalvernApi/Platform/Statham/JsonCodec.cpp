@@ -1,6 +1,7 @@
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 #include <cmath>
+#include <utility>
 
 namespace HalvernApi::Statham {
 namespace {
@@ -25,9 +26,12 @@ JsonValue JsonCodec<std::string>::encodeJson(std::string_view value) { return bo
 
 Decoded<std::int64_t> JsonCodec<std::int64_t>::decodeJson(const JsonValue& json) {
   if (const std::int64_t* const value = json.if_int64()) return *value;
+  if (const std::uint64_t* const value = json.if_uint64(); value != nullptr && std::in_range<std::int64_t>(*value))
+    return static_cast<std::int64_t>(*value);
   if (const double* const value = json.if_double()) {
-    constexpr double limit = 9223372036854775808.0;  // two to the power of 63, the first one that does not fit
-    if (*value >= -limit && *value < limit && std::trunc(*value) == *value) return static_cast<std::int64_t>(*value);
+    // Two to the power of 63: the parser makes the same double, of either sign, of integers that do not fit.
+    constexpr double limit = 9223372036854775808.0;
+    if (std::abs(*value) < limit && std::trunc(*value) == *value) return static_cast<std::int64_t>(*value);
   }
   return wrongType(json, "Int");
 }

@@ -36,7 +36,7 @@ struct HALVERNAPI_EXPORT JsonCodec<std::string> {
   static JsonValue encodeJson(std::string_view value);
 };
 
-// Takes integers, and other numbers with an integral value, within 64 bits.
+// Takes integers within 64 bits, and doubles with an integral value nearer to zero than two to the power of 63.
 template <>
 struct HALVERNAPI_EXPORT JsonCodec<std::int64_t> {
   static Decoded<std::int64_t> decodeJson(const JsonValue& json);
