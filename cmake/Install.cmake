@@ -33,7 +33,7 @@ install(FILES ${PROJECT_BINARY_DIR}/HalvernApiConfig.cmake ${PROJECT_BINARY_DIR}
 if(BUILD_SHARED_LIBS)
   set(HALVERNAPI_PC_REQUIRES "")
 else()
-  set(HALVERNAPI_PC_REQUIRES "libcurl >= 7.87 libssl libcrypto absl_time")
+  set(HALVERNAPI_PC_REQUIRES "libcurl >= 7.87 libssl libcrypto")
 endif()
 # Relative, so that the installed tree may be moved.
 file(RELATIVE_PATH HALVERNAPI_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})

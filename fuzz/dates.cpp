@@ -13,9 +13,10 @@ namespace {
 
 using Codec = JsonCodec<Date>;
 
-// Whole hours, odd minutes, half an hour of summer time, two hours of it, and a day that was left out.
+// Whole hours, odd minutes, half an hour of summer time, two hours of it, a day that was left out, and a rule.
 constexpr std::array zones = {
-    "UTC", "Europe/Amsterdam", "America/St_Johns", "Australia/Lord_Howe", "Antarctica/Troll", "Pacific/Apia"};
+    "UTC",          "Europe/Amsterdam",          "America/St_Johns", "Australia/Lord_Howe", "Antarctica/Troll",
+    "Pacific/Apia", "CET-1CEST,M3.5.0,M10.5.0/3"};
 
 auto read(std::string_view text) { return Codec::decodeJson(JsonValue(boost::json::string_view(text))); }
 
@@ -29,7 +30,6 @@ void check(std::string_view input) {
   if (input.empty()) return;
   const std::size_t zone = static_cast<unsigned char>(input[0]) % zones.size();
   setenv("TZ", zones[zone], 1);
-  tzset();
   input.remove_prefix(1);
   if (const auto date = read(input)) require(read(Codec::encodeJson(*date)) == date, "a date survives being written");
 
@@ -40,7 +40,7 @@ void check(std::string_view input) {
   const std::time_t seconds = secondsOf(date);
   std::tm local{};
   require(localtime_r(&seconds, &local) != nullptr, "the C library knows the time");
-  if (local.tm_year + 1900 < 1 || local.tm_year + 1900 > 294246) return;  // what is read, and written back whole
+  if (local.tm_year + 1900 < 1) return;  // not read
   std::array<char, 80> expected{};
   std::strftime(expected.data(), expected.size(), "%04Y-%m-%dT%H:%M:%S", &local);
   require(text == expected.data(), "a date is written as the C library's calendar has it");

@@ -6,8 +6,10 @@
 #include <boost/json/parse.hpp>
 #include <cmath>
 #include <ctime>
+#include <iomanip>
 #include <limits>
 #include <random>
+#include <sstream>
 
 #include "HalvernApi/Platform/Statham/JsonText.hpp"
 #include "TestSupport.hpp"
@@ -201,7 +203,6 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
 class Dates : public ::testing::Test {
  protected:
   using Codec = JsonCodec<Date>;
-  static void moveTo(const char* zone) { ::setenv("TZ", zone, 1), ::tzset(); }
   ~Dates() override { ::unsetenv("TZ"), ::tzset(); }
 };
 
@@ -217,15 +218,30 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
                         {"No/Such_Zone", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
                         {"UTC", "0001-01-01T00:00:00", -62135596800, "0001-01-01T00:00:00"},
                         {"UTC", "9999-12-31T23:59:59", 253402300799, "9999-12-31T23:59:59"},
-                        {"UTC", "290000-01-01T00:00:00", 9089348860800, "290000-01-01T00:00:00"},
+                        {"UTC", "10000-02-29T00:00:00", 253407398400, "10000-02-29T00:00:00"},
+                        {"UTC", "294247-01-10T04:00:53", 9223372036853, "294247-01-10T04:00:53"},
                         {"UTC", "2024-02-29T12:00:00", 1709208000, "2024-02-29T12:00:00"},
-                        {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},     // skipped
-                        {"America/New_York", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"}}) {  // repeated
-    moveTo(row.zone);
+                        {"IST-5:30", "1980-05-17T00:00:00", 327349800, "1980-05-17T00:00:00"},
+                        {"<+0530>-5:30", "1980-05-17T00:00:00", 327349800, "1980-05-17T00:00:00"},
+                        {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000, "1980-05-17T08:30:00"},
+                        {"", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
+                        {"Europe/Amsterdam", "1900-01-01T00:00:00", -2208989972, "1900-01-01T00:00:00"},
+                        {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},      // skipped
+                        {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},  // skipped
+                        {"America/New_York", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"},  // repeated
+                        {"EST5EDT,M3.2.0,M11.1.0", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},
+                        {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"},
+                        {"CET-1CEST,M3.5.0,M10.5.0/3", "2024-07-01T00:00:00", 1719784800, "2024-07-01T00:00:00"}}) {
+    ::setenv("TZ", row.zone, 1);
     const std::chrono::sys_time<std::chrono::seconds> time{std::chrono::seconds(row.sinceEpoch)};
     EXPECT_EQ(Codec::decodeJson(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
     EXPECT_EQ(Codec::encodeJson(time + std::chrono::milliseconds(999)), row.written) << row.zone;
   }
+  ::unsetenv("TZ");  // and so the system's
+  const std::string written = Codec::encodeJson(std::chrono::sys_seconds());
+  const std::time_t epoch = 0;
+  ::tzset();
+  EXPECT_EQ(written.substr(11, 5), (std::ostringstream() << std::put_time(std::localtime(&epoch), "%H:%M")).str());
 }
 
 TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
@@ -233,11 +249,15 @@ TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
     const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
     EXPECT_EQ(Codec::decodeJson(json), Unexpected<JsonDecodeError>(error)) << json;
   };
-  for (const char* text : {"1980-05-17", "17-05-1980", "2023-02-30T00:00:00", "2023-02-29T00:00:00", "",
-                           "2023-13-01T00:00:00", "2023-01-01T24:00:00", "2023-01-01T23:59:60", "2023-01-01 00:00:00",
-                           "2023-01-01T00:00:00Z", " 2023-01-01T00:00:00", "2023-01-01T00:00:00.5",
-                           "-2023-01-01T00:00:00", "0000-01-01T00:00:00", "300000-01-01T00:00:00"})
+  for (const char* text :
+       {"1980-05-17", "17-05-1980", "2023-02-30T00:00:00", "2023-02-29T00:00:00", "", "2023-13-01T00:00:00",
+        "2023-01-01T24:00:00", "2023-01-01T23:59:60", "2023-01-01 00:00:00", "2023-01-01T00:00:00Z",
+        " 2023-01-01T00:00:00", "2023-01-01T00:00:00.5", "-2023-01-01T00:00:00", "0000-01-01T00:00:00",
+        "300000-01-01T00:00:00", "01980-05-17T00:00:00", "1980-0a-17T00:00:00", "198a-05-17T00:00:00"})
     expectRefused(text);
+  ::setenv("TZ", "UTC", 1);
+  const auto beforeYear1 = Codec::encodeJson(std::chrono::sys_days(std::chrono::year(0) / 12 / 31));
+  EXPECT_EQ(beforeYear1, "0000-12-31T00:00:00");  // refused, rather than taken for another year
   expectRefused(327400200);
   expectRefused(nullptr);
 }

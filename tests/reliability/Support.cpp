@@ -154,9 +154,9 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   return EAI_NONAME;
 }
 
-// For ThreadSanitizer. Two libraries are built without it, so that it misses how their threads agree; and the session
+// For ThreadSanitizer. One library is built without it, so that it misses how its threads agree; and the session
 // needs a thread even to fail in the child of a fork.
-extern "C" const char* __tsan_default_suppressions() { return "race:libcpp-httplib\nrace:libabsl_time_zone"; }
+extern "C" const char* __tsan_default_suppressions() { return "race:libcpp-httplib"; }
 extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
 
 // For LeakSanitizer: the child of a fork has the memory of all threads, but only one of them.

@@ -1,11 +1,11 @@
 #include "HalvernApi/Extensions/Date+JsonGen.hpp"
 
-#include <absl/time/civil_time.h>
-#include <absl/time/clock.h>
-#include <absl/time/time.h>
-
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
@@ -15,19 +15,38 @@ using Foundation::Date;
 
 namespace {
 
-constexpr int lastYear = 294246;  // the last whole one that microseconds in 64 bits reach
+using std::chrono::hours, std::chrono::minutes, std::chrono::seconds;
 
-// The device's time zone. Abseil finds it by name in a table that all threads share; as long as TZ stays as it was,
-// each thread remembers what it found.
-absl::TimeZone localZone() {
-  thread_local std::optional<std::string> known;
-  thread_local absl::TimeZone zone;
-  const char* const name = std::getenv("TZ");
-  if (const std::string_view current = name != nullptr ? name : ""; known != current) {
-    zone = absl::LocalTimeZone();
-    known = current;
+// Has the C library look again at what the time zone is. Where TZ does not say, it looks at a file, which takes a
+// microsecond: it does so at most once a millisecond.
+void refreshTimeZone() {
+  static std::atomic<std::int64_t> lastLook = 0;  // 0 when TZ was set
+  std::int64_t now = 0;
+  if (std::getenv("TZ") == nullptr) {
+    using std::chrono::steady_clock;
+    now = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count();
+    if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
-  return zone;
+  ::tzset();
+  lastLook.store(now, std::memory_order_relaxed);
+}
+
+std::tm localTime(std::time_t time) {
+  std::tm local{};
+  ::localtime_r(&time, &local);
+  return local;
+}
+
+std::time_t offsetAt(std::time_t time) { return localTime(time).tm_gmtoff; }
+
+// When local clocks show what those of UTC show at `shown`.
+std::time_t timeOf(std::time_t shown) {
+  constexpr std::time_t maxOffset = 25 * 3600;
+  const std::time_t before = offsetAt(shown - maxOffset), then = offsetAt(shown - before);
+  if (then == before) return shown - before;
+  for (const std::time_t offset : {then, offsetAt(shown + maxOffset)})
+    if (offsetAt(shown - offset) == offset) return shown - offset;
+  return shown - before;  // skipped by a change of the clocks
 }
 
 std::optional<Date> parse(std::string_view text) {
@@ -37,21 +56,25 @@ std::optional<Date> parse(std::string_view text) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
   const std::string_view yearText = text.substr(0, text.size() - pattern.size());
   const std::string_view rest = text.substr(yearText.size());
-  bool fits = std::all_of(yearText.begin(), yearText.end(), isDigit);
+  bool fits = std::all_of(yearText.begin(), yearText.end(), isDigit) && (yearText.size() == 4 || yearText[0] != '0');
   for (std::size_t at = 0; at < pattern.size(); ++at)
     fits &= pattern[at] == '0' ? isDigit(rest[at]) : rest[at] == pattern[at];
   if (!fits) return std::nullopt;
   int year = 0;
   for (const char c : yearText) year = 10 * year + (c - '0');
   const auto number = [rest](std::size_t at) { return 10 * (rest[at] - '0') + (rest[at + 1] - '0'); };
-  const int month = number(1), day = number(4), hour = number(7), minute = number(10), second = number(13);
-  const absl::CivilSecond civil(year, month, day, hour, minute, second);
-  // Civil times carry what is too large over into the next field; a calendar has no 30th of February.
-  const bool exists = year >= 1 && year <= lastYear && civil.month() == month && civil.day() == day &&
-                      civil.hour() == hour && civil.minute() == minute && civil.second() == second;
-  if (!exists) return std::nullopt;
-  const absl::Time time = localZone().At(civil).pre;
-  return Date(std::chrono::sys_time<std::chrono::seconds>(std::chrono::seconds(absl::ToUnixSeconds(time))));
+  const int hour = number(7), minute = number(10), second = number(13);
+  // The calendar repeats itself every 400 years, and the library's knows no more than 32767.
+  const std::chrono::year_month_day day(std::chrono::year(2000 + year % 400),
+                                        std::chrono::month(static_cast<unsigned>(number(1))),
+                                        std::chrono::day(static_cast<unsigned>(number(4))));
+  if (year < 1 || !day.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  const auto shown = std::chrono::sys_days(day) + std::chrono::days((year / 400 - 5) * 146097) + hours(hour) +
+                     minutes(minute) + seconds(second);
+  refreshTimeZone();
+  const seconds time(timeOf(shown.time_since_epoch().count()));
+  if (time > std::chrono::floor<seconds>(std::chrono::microseconds::max())) return std::nullopt;
+  return Date(std::chrono::sys_time<seconds>(time));
 }
 
 }  // namespace
@@ -63,23 +86,12 @@ Foundation::Expected<Date, JsonDecodeError> JsonCodec<Date>::decodeJson(const Js
 }
 
 std::string JsonCodec<Date>::encodeJson(Date date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date.time()).time_since_epoch().count();
-  const absl::CivilSecond civil = localZone().At(absl::FromUnixSeconds(seconds)).cs;
-  // The pattern's year is that of its era, and the era is not part of it.
-  const long year = static_cast<long>(civil.year() > 0 ? civil.year() : 1 - civil.year());
-  std::string text;
-  const auto append = [&text](long number, std::size_t digits) {
-    const std::string figures = std::to_string(number);
-    text.append(digits - std::min(digits, figures.size()), '0') += figures;
-  };
-  append(year, 4);
-  const std::pair<char, int> others[] = {
-      {'-', civil.month()}, {'-', civil.day()}, {'T', civil.hour()}, {':', civil.minute()}, {':', civil.second()}};
-  for (const auto& [separator, number] : others) {
-    text += separator;
-    append(number, 2);
-  }
-  return text;
+  refreshTimeZone();
+  const std::tm local = localTime(std::chrono::floor<seconds>(date.time()).time_since_epoch().count());
+  std::array<char, 32> text;
+  const int size = std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d", local.tm_year + 1900,
+                                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return std::string(text.data(), static_cast<std::size_t>(size));
 }
 
 }  // namespace HalvernApi::Statham

@@ -11,14 +11,15 @@ namespace HalvernApi::Statham {
 template <class T>
 struct JsonCodec;
 
-// Every field takes exactly two digits, a year four or more. A local time that a change of the clocks skips is read
-// with the offset from before the change (so 02:30 becomes 03:30), one that it repeats as the earlier of the two.
-// Without zone data the time zone is UTC.
+// Every field takes exactly two digits, a year four, or more if the first is not 0. A local time that a change of the
+// clocks skips is read with the offset from before the change (so 02:30 becomes 03:30), one that it repeats as the
+// earlier of the two. The time zone is the C library's: TZ as a name, a rule or a file, or else the system's, within a
+// millisecond of a change. Without its data a zone that has a name is UTC.
 template <>
 struct HALVERNAPI_EXPORT JsonCodec<Foundation::Date> {
   // Fails with wrongType and "ISO 8601 formatted NSDate".
   static Foundation::Expected<Foundation::Date, JsonDecodeError> decodeJson(const JsonValue& json);
-  // Rounded down to whole seconds.
+  // Rounded down to whole seconds. The year before 1 is 0000, and those before it are negative; they are not read.
   static std::string encodeJson(Foundation::Date date);
 };
 
