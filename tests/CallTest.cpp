@@ -107,6 +107,20 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   }
 }
 
+// Sets the hook before main, and again when the process ends. What it captures lives on the heap.
+class HookOfTheProcess final : public ::testing::Environment {
+ public:
+  HookOfTheProcess() { setLog(); }
+  ~HookOfTheProcess() override { setLog(); }
+  void SetUp() override { EXPECT_TRUE(HalvernApi::Environment::log); }
+
+ private:
+  static void setLog() {
+    HalvernApi::Environment::log = [text = std::string(100, '-')](const std::string&) { (void)text; };
+  }
+};
+[[maybe_unused]] const auto* const hookOfTheProcess = AddGlobalTestEnvironment(new HookOfTheProcess);
+
 class LogLines : public Test {
  protected:
   void listen() {
@@ -147,6 +161,12 @@ TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
   EXPECT_EQ(lines.size(), 2);
   Environment::log = [](const std::string&) { throw 1; };
   EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
+  Environment::log = [this, more = std::string(100, '!')](const std::string& line) {
+    Environment::log = nullptr;
+    lines.push_back(line + more);
+  };
+  EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
+  EXPECT_EQ(lines.size(), 3);
 }
 
 TEST_F(LogLines, AreNotTheBodiesWhichGoToStandardOutputWhereTheyAreUtf8) {

@@ -17,7 +17,7 @@ std::string urlText(const DataRequest& request) {
 // Builds a line only when somebody listens; logging never alters what it logs.
 template <class Line>
 void log(Line line) try {
-  if (Environment::log) Environment::log(line());
+  if (const auto hook = Environment::log) hook(line());
 } catch (...) {
 }
 

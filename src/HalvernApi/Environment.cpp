@@ -1,7 +1,25 @@
 #include "HalvernApi/Environment.hpp"
 
-namespace HalvernApi {
+#include <new>
 
-std::function<void(const std::string&)> Environment::log;
+namespace HalvernApi {
+namespace {
+
+using Hook = std::function<void(const std::string&)>;
+
+// Made before any object of the application, and never unmade.
+struct Storage {
+  Storage() { new (&hook) Hook; }
+  ~Storage() {}
+  union {
+    Hook hook;
+  };
+};
+
+[[gnu::init_priority(101)]] Storage storage;
+
+}  // namespace
+
+constinit Hook& Environment::log = storage.hook;
 
 }  // namespace HalvernApi
