@@ -113,6 +113,10 @@ void expectCases(const std::vector<Enum>& cases, const Texts& texts, const Texts
     EXPECT_EQ(cases[ordinal].encodeJson(), texts[ordinal]);
     EXPECT_EQ(Enum::fromRawValue(texts[ordinal]), cases[ordinal]);
     EXPECT_EQ(Enum::decodeJson(JsonValue(texts[ordinal])), cases[ordinal]);
+    EXPECT_EQ(std::hash<Enum>()(cases[ordinal]), ordinal);
+    EXPECT_EQ(cases[ordinal].hashValue(), static_cast<std::int64_t>(ordinal));
+    for (std::size_t other = 0; other < cases.size(); ++other)
+      EXPECT_EQ(cases[ordinal] == typename Enum::Case(cases[other]), ordinal == other);
   }
   using Failure = Unexpected<JsonDecodeError>;
   for (const std::string& text : strangers)

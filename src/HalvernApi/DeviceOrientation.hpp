@@ -1,49 +1,23 @@
 // The ear on which a hearing aid sits. A value: any thread.
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <iosfwd>
-#include <optional>
-#include <string>
-#include <string_view>
-
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
-#include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
+#include "HalvernApi/Platform/Statham/RawEnum.hpp"
 
 namespace HalvernApi {
 
-// `switch (orientation) { case DeviceOrientation::left: ... }` works, and is checked for completeness.
-class HALVERNAPI_EXPORT DeviceOrientation {
+enum class HALVERNAPI_EXPORT DeviceOrientationCase : std::uint8_t { left, right };
+
+// `switch (orientation) { case DeviceOrientation::left: ... }`
+class HALVERNAPI_EXPORT DeviceOrientation : public Statham::RawEnum<DeviceOrientation, DeviceOrientationCase> {
  public:
-  enum class Case : std::uint8_t { left, right };
-  static const DeviceOrientation left;   // "Left"
-  static const DeviceOrientation right;  // "Right"
-
-  constexpr DeviceOrientation(Case value) : case_(value) {}
-  constexpr operator Case() const { return case_; }
-
-  // Compares exactly; absent when it is neither text.
-  static std::optional<DeviceOrientation> fromRawValue(std::string_view rawValue);
-  std::string_view rawValue() const;
-  std::size_t hashValue() const;
-
-  static Expected<DeviceOrientation, JsonDecodeError> decodeJson(const JsonValue& json);
-  std::string encodeJson() const;
-
-  friend constexpr bool operator==(DeviceOrientation a, DeviceOrientation b) { return a.case_ == b.case_; }
-  friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, DeviceOrientation);
-
- private:
-  Case case_;
+  using RawEnum::RawEnum;
+  static const DeviceOrientation left, right;
+  static constexpr std::string_view typeName = "DeviceOrientation";
+  static constexpr std::array<std::string_view, 2> rawValues = {"Left", "Right"};
 };
 
-inline constexpr DeviceOrientation DeviceOrientation::left = DeviceOrientation::Case::left;
-inline constexpr DeviceOrientation DeviceOrientation::right = DeviceOrientation::Case::right;
+inline constexpr DeviceOrientation DeviceOrientation::left = Case::left, DeviceOrientation::right = Case::right;
+
+extern template class Statham::RawEnum<DeviceOrientation, DeviceOrientationCase>;
 
 }  // namespace HalvernApi
-
-template <>
-struct std::hash<HalvernApi::DeviceOrientation> {
-  std::size_t operator()(HalvernApi::DeviceOrientation orientation) const { return orientation.hashValue(); }
-};

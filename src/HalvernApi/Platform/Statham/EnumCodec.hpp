@@ -1,31 +1,27 @@
-// Enumerations that travel as text, over the list of their raw values in case order. Any thread. Not installed.
+// How enumerations are read, for the units that instantiate RawEnum. Not installed.
 #pragma once
 
-#include <span>
+#include <algorithm>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
+#include "HalvernApi/Platform/Statham/RawEnum.hpp"
 
 namespace HalvernApi::Statham {
 
-using RawValues = std::span<const std::string_view>;
-
-// The position of `text`, compared exactly; absent when it is none of them.
-HALVERNAPI_EXPORT std::optional<std::size_t> ordinalOf(std::string_view text, RawValues rawValues);
-
-// Fails with wrongType and "String", or with wrongEnumRawValue and `type`.
-HALVERNAPI_EXPORT Decoded<std::size_t> decodeOrdinal(const JsonValue& json, RawValues rawValues, std::string_view type);
-
-template <class Enum>
-std::optional<Enum> caseOf(std::string_view text, RawValues rawValues) {
-  if (const auto ordinal = ordinalOf(text, rawValues)) return Enum(static_cast<typename Enum::Case>(*ordinal));
-  return std::nullopt;
+template <class Enum, class Case>
+std::optional<Enum> RawEnum<Enum, Case>::fromRawValue(std::string_view rawValue) {
+  const auto& texts = Enum::rawValues;
+  const auto found = std::find(texts.begin(), texts.end(), rawValue);
+  return found != texts.end() ? std::optional<Enum>(static_cast<Case>(found - texts.begin())) : std::nullopt;
 }
 
-template <class Enum>
-Decoded<Enum> decodeCase(const JsonValue& json, RawValues rawValues, std::string_view type) {
-  return decodeOrdinal(json, rawValues, type).map([](std::size_t ordinal) {
-    return Enum(static_cast<typename Enum::Case>(ordinal));
-  });
+template <class Enum, class Case>
+Decoded<Enum> RawEnum<Enum, Case>::decodeJson(const JsonValue& json) {
+  const auto text = JsonCodec<std::string>::decodeJson(json);
+  if (!text) return Foundation::Unexpected<JsonDecodeError>(text.error());
+  if (const auto value = fromRawValue(*text)) return *value;
+  return Foundation::Unexpected<JsonDecodeError>(
+      JsonDecodeError::wrongEnumRawValue(*text, std::string(Enum::typeName)));
 }
 
 }  // namespace HalvernApi::Statham

@@ -1,0 +1,50 @@
+// An enumeration whose cases travel as texts. A value: any thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "HalvernApi/Platform/Foundation/Expected.hpp"
+#include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
+
+namespace HalvernApi::Statham {
+
+// `Enum` derives from it and has its name in `typeName` and the texts, in the order of the cases, in `rawValues`.
+template <class Enum, class CaseType>
+class HALVERNAPI_EXPORT RawEnum {
+ public:
+  using Case = CaseType;
+
+  constexpr RawEnum(Case value) : case_(value) {}
+  // A switch over an `Enum` is checked for completeness; two of them are compared by their cases.
+  constexpr operator Case() const { return case_; }
+
+  // Compares exactly; absent when it is none of the texts.
+  static std::optional<Enum> fromRawValue(std::string_view rawValue);
+  std::string_view rawValue() const { return Enum::rawValues[static_cast<std::size_t>(case_)]; }
+  std::int64_t hashValue() const { return static_cast<std::int64_t>(case_); }
+
+  static Foundation::Expected<Enum, JsonDecodeError> decodeJson(const JsonValue& json);
+  std::string encodeJson() const { return std::string(rawValue()); }
+
+  friend std::ostream& operator<<(std::ostream& out, RawEnum value) { return out << value.rawValue(); }
+
+ private:
+  Case case_;
+};
+
+template <class T>
+concept IsRawEnum = std::is_base_of_v<RawEnum<T, typename T::Case>, T>;
+
+}  // namespace HalvernApi::Statham
+
+template <HalvernApi::Statham::IsRawEnum Enum>
+struct std::hash<Enum> {
+  std::size_t operator()(Enum value) const { return static_cast<std::size_t>(value.hashValue()); }
+};
