@@ -107,7 +107,7 @@ std::optional<ErrorResponse> DataRequest::decode(const DefaultDataResponse& answ
     const bool empty = !answer.data || answer.data->empty();
     const bool contentless = answer.response->statusCode == 204 || answer.response->statusCode == 205;
     if (empty && !contentless) return notJson("it is empty");
-    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data));
+    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data), maxJsonBytes_);
     if (!json && json.error().isTooLarge)
       return fail(NSError{std::string(Foundation::NSURLErrorDomain), Foundation::NSURLErrorDataLengthExceedsMaximum,
                           "The values in the answer take too much memory"});
