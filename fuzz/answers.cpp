@@ -1,17 +1,11 @@
 // Bytes as the whole answer of a server, over a loopback socket: status line, headers, body, and then the end of the
 // connection. Every call settles once and in time, and with what the status allows.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
 #include <atomic>
 #include <future>
 #include <mutex>
-#include <thread>
 
 #include "HalvernApi/HalvernApi.hpp"
+#include "Server.hpp"
 #include "Support.hpp"
 
 namespace HalvernApi::Fuzz {
@@ -21,29 +15,10 @@ std::mutex answerMutex;
 std::string answer;
 std::atomic<int> status;  // as the log has it
 
-// Gives the answer to every request, each on a connection of its own, one after the other.
-void serve(int listener) {
-  for (int socket = 0; (socket = ::accept(listener, nullptr, nullptr)) >= 0; ::close(socket)) {
-    // All of the request: bytes left unread would make the end of the connection an abrupt one.
-    std::string request;
-    std::array<char, 4096> block;
-    for (ssize_t count = 0; !request.ends_with('}') && !request.ends_with("\r\n\r\n") &&
-                            (count = ::recv(socket, block.data(), block.size(), 0)) > 0;)
-      request.append(block.data(), static_cast<std::size_t>(count));
-    const std::lock_guard lock(answerMutex);
-    [[maybe_unused]] const ssize_t sent = ::send(socket, answer.data(), answer.size(), MSG_NOSIGNAL);
-  }
-}
-
-std::string startServer() {
-  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  socklen_t size = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  require(::bind(listener, generic, size) == 0 && ::listen(listener, SOMAXCONN) == 0, "a server listens");
-  require(::getsockname(listener, generic, &size) == 0, "a server knows its port");
-  std::thread(serve, listener).detach();
-  return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+// Gives the answer to every request, each on a connection of its own.
+std::vector<Testing::Step> give(const Testing::SeenRequest&, const std::string&) {
+  const std::lock_guard lock(answerMutex);
+  return {{Testing::Step::send, answer}, {Testing::Step::close}};
 }
 
 template <class T>
@@ -74,8 +49,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 void check(std::string_view input) {
   using namespace std::chrono_literals;
+  static Testing::Server server;
+  [[maybe_unused]] static const bool started = (server.start(give), true);
   static HttpApiService service(
-      startServer(),
+      "http://127.0.0.1:" + std::to_string(server.port()),
       {.timeoutIntervalForRequest = 200ms, .timeoutIntervalForResource = 1s, .maximumResponseSize = 64 << 10}, "key");
   std::unique_lock lock(answerMutex);
   answer = input;

@@ -1,6 +1,8 @@
 // Promises: how they combine, are awaited and cancelled. Where and when their handlers run is in LifetimeTest.cpp.
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "ScriptedServer.hpp"
 #include "TestSupport.hpp"
 

@@ -2,31 +2,15 @@
 // orderly or an abrupt end. It keeps what it received. Every member may be called from any thread.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
+
+#include "Server.hpp"
 
 namespace HalvernApi::Tests {
 
-struct Step {
-  enum Kind {
-    send,   // the bytes in one piece
-    drip,   // the bytes one by one, with `time` after each
-    pause,  // for `time`
-    hold,   // until `release` is called; without it, for good
-    close,  // the connection
-    reset,  // the connection, so that the client's next read fails
-  } kind;
-  std::string bytes{};
-  std::chrono::milliseconds time{};
-};
+using Testing::Step;
 
 // What happens after one request. The connection stays open for the next one unless a step ends it.
 using Answer = std::vector<Step>;
@@ -42,60 +26,28 @@ struct Received {
   std::string body;
 };
 
-// The bytes of one accepted connection: plain here, and to be derived from for TLS.
-class Channel {
- public:
-  explicit Channel(int socket) : socket_(socket) {}
-  virtual ~Channel() = default;
-  virtual long read(char* into, std::size_t room);           // not above 0 at the end, and when it fails
-  virtual long write(const char* bytes, std::size_t count);  // how many of them; below 0 when it fails
-
- protected:
-  const int socket_;  // the server's to close
-};
-
 class ScriptedServer {
  public:
-  // Makes the channel of an accepted socket; null ends the connection.
-  using MakeChannel = std::function<std::unique_ptr<Channel>(int socket)>;
-
   // Requests are answered in the order of their arrival, whichever connection they come over; the last answer also
-  // serves all further ones.
-  explicit ScriptedServer(std::vector<Answer> answers, MakeChannel makeChannel = std::make_unique<Channel, int>);
-  ~ScriptedServer();
+  // serves all further ones. Connections speak TLS where there is a context for it, and begin with the greeting.
+  explicit ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls = nullptr, Answer greeting = {});
 
-  std::string authority() const { return authority_; }  // "127.0.0.1:54321"
-  std::string url() const { return "http://" + authority_; }
+  std::string authority() const;  // "127.0.0.1:54321"
+  std::string url() const { return "http://" + authority(); }
 
-  void release();
+  void release() { server_.release(); }
   // False when fewer have arrived after ten seconds.
   [[nodiscard]] bool awaitRequests(std::size_t count);
-  // True when so many connections have been closed on this side; false after ten seconds.
-  [[nodiscard]] bool awaitClosed(int count);
+  // False when the server has closed fewer connections after ten seconds.
+  [[nodiscard]] bool awaitClosed(int count) const { return server_.awaitClosed(static_cast<std::size_t>(count)); }
   std::vector<Received> requests() const;
-  int connections() const;
+  int connections() const { return static_cast<int>(server_.connections()); }
 
  private:
-  void acceptAll();
-  void serve(int socket);
-  bool play(const Step& step, Channel& channel, int socket);
-  bool sendAll(Channel& channel, const std::string& bytes, std::size_t piece, std::chrono::milliseconds pause);
-  bool rest(std::chrono::milliseconds time);
-
-  const std::vector<Answer> answers_;
-  const MakeChannel makeChannel_;
-  const int listener_;
-  std::string authority_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Received> requests_;
-  std::set<int> open_;
-  int connections_ = 0;
-  int closed_ = 0;
-  bool released_ = false;
-  bool stopping_ = false;
-  std::vector<std::thread> serving_;
-  std::thread accepting_;
+  Testing::Server server_;  // ends before what its handler uses
 };
 
 }  // namespace HalvernApi::Tests

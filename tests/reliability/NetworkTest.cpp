@@ -83,7 +83,7 @@ TEST(Connections, ThatTheServerClosesWhileIdleFailNoCall) {
   for (const bool secure : {false, true})
     for (const std::size_t size : {4UL, 400'000UL}) {
       SCOPED_TRACE(testing::Message() << (secure ? "TLS, " : "plain, ") << size);
-      ScriptedServer server({json("{}") + closing}, secure ? authority.channels() : std::make_unique<Channel, int>);
+      ScriptedServer server({json("{}") + closing}, secure ? authority.channels() : nullptr);
       SessionManager session({.certificateAuthorityFile = authority.file()});
       const std::string url = (secure ? "https://" : "http://") + server.authority(), body(size, 'x');
       for (int number = 1; number <= 60; ++number) {
@@ -107,12 +107,7 @@ TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   const auto before = actions();
   ASSERT_EQ(before.at(SIGPIPE).first, SIG_DFL);
   const Authority authority;
-  ScriptedServer server({json("{}")}, [tls = authority.channels()](int socket) {
-    (void)tls(socket);
-    const linger abrupt{1, 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
-    return nullptr;
-  });
+  ScriptedServer server({json("{}")}, authority.channels(), {{Step::reset}});
   SessionManager session({.certificateAuthorityFile = authority.file()});
   const std::string url = "https://" + server.authority(), body(1 << 20, 'x');
   for (int number = 0; number < 30; ++number) EXPECT_EQ(outcomeOf(call(session, url, body)), lost);

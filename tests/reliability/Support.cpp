@@ -5,7 +5,6 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <signal.h>
 
 namespace HalvernApi::Tests {
 
@@ -56,24 +55,6 @@ bool Trap::holds(std::size_t calls) {
 
 namespace {
 
-class TlsChannel final : public Channel {
- public:
-  TlsChannel(int socket, SSL* ssl, std::shared_ptr<std::atomic<long>> bytesRead)
-      : Channel(socket), ssl_(ssl, &SSL_free), bytesRead_(std::move(bytesRead)) {}
-  long read(char* into, std::size_t room) override {
-    const int count = SSL_read(ssl_.get(), into, static_cast<int>(room));
-    if (bytesRead_ && count > 0) *bytesRead_ += count;
-    return count;
-  }
-  long write(const char* bytes, std::size_t count) override {
-    return SSL_write(ssl_.get(), bytes, static_cast<int>(count));
-  }
-
- private:
-  const std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;
-  const std::shared_ptr<std::atomic<long>> bytesRead_;
-};
-
 std::string temporaryDirectory() {
   std::string path = (std::filesystem::temp_directory_path() / "halvernapi-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary directory");
@@ -118,8 +99,7 @@ Authority::Authority() : directory(temporaryDirectory()), own_(new Identity(issu
   PEM_write_X509(pem.get(), own_->certificate.get());
 }
 
-ScriptedServer::MakeChannel Authority::channels(const Certificate& certificate,
-                                                std::shared_ptr<std::atomic<long>> bytesRead) const {
+std::shared_ptr<SSL_CTX> Authority::channels(const Certificate& certificate) const {
   const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
   const Identity stranger = issue({}, nullptr);
   const Identity own = issue(certificate, certificate.trusted ? own_.get() : &stranger);
@@ -127,17 +107,7 @@ ScriptedServer::MakeChannel Authority::channels(const Certificate& certificate,
   SSL_CTX_use_PrivateKey(context.get(), own.key.get());
   SSL_CTX_set_security_level(context.get(), 0);  // lets old protocols be spoken at all
   SSL_CTX_set_max_proto_version(context.get(), certificate.newestProtocol);
-  return [context, bytesRead](int socket) -> std::unique_ptr<Channel> {
-    sigset_t brokenPipe;  // OpenSSL writes as it pleases, and the thread is the server's
-    sigemptyset(&brokenPipe);
-    sigaddset(&brokenPipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
-    SSL* const ssl = SSL_new(context.get());
-    auto channel = std::make_unique<TlsChannel>(socket, ssl, bytesRead);
-    SSL_set_fd(ssl, socket);
-    if (SSL_accept(ssl) != 1) return nullptr;
-    return channel;
-  };
+  return context;
 }
 
 }  // namespace HalvernApi::Tests
@@ -154,9 +124,7 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   return EAI_NONAME;
 }
 
-// For ThreadSanitizer. One library is built without it, so that it misses how its threads agree; and the session
-// needs a thread even to fail in the child of a fork.
-extern "C" const char* __tsan_default_suppressions() { return "race:libcpp-httplib"; }
+// For ThreadSanitizer: the session needs a thread even to fail in the child of a fork.
 extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
 
 // For LeakSanitizer: the child of a fork has the memory of all threads, but only one of them.

@@ -11,6 +11,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <filesystem>
+#include <set>
+#include <thread>
 
 #include "ScriptedServer.hpp"
 #include "TestSupport.hpp"
@@ -129,9 +131,8 @@ class Authority {
   Authority();
   ~Authority() { std::filesystem::remove_all(directory); }
   std::string file() const { return directory + "/authority.pem"; }
-  // For a server that speaks TLS; `bytesRead` counts what comes through.
-  ScriptedServer::MakeChannel channels(const Certificate& certificate = {},
-                                       std::shared_ptr<std::atomic<long>> bytesRead = nullptr) const;
+  // For a server that speaks TLS.
+  std::shared_ptr<ssl_ctx_st> channels(const Certificate& certificate = {}) const;
 
   const std::string directory;  // goes with this, and what is in it
 

@@ -22,29 +22,26 @@ std::optional<std::string> SeenRequest::header(std::string_view name) const {
 struct Sandbox::Impl {
   explicit Impl(const Options& options)
       : server(options.port), service(options, "http://127.0.0.1:" + std::to_string(server.port())) {
-    server.start([this](SeenRequest request) { return handle(std::move(request)); });
+    server.start([this](SeenRequest request, const std::string&) { return handle(std::move(request)); });
   }
-  ~Impl() {
-    {
-      const std::lock_guard lock(mutex);
-      stopping = true;
-    }
-    changed.notify_all();
-    server.stop();
-  }
+  ~Impl() { server.stop(); }
 
-  std::optional<Answer> handle(SeenRequest request) {
+  std::vector<Step> handle(SeenRequest request) {
     request.operation = operationAt(request.target);
     Script script;
     {
-      std::unique_lock lock(mutex);
+      const std::lock_guard lock(mutex);
       requests.push_back(request);
       changed.notify_all();
       if (request.operation) script = next(*request.operation);
-      const bool stopped = changed.wait_for(lock, script.delay, [&] { return stopping; });
-      if (stopped || script.drop) return std::nullopt;
     }
-    return script.answer ? std::move(script.answer) : service.answer(request);
+    const Step delay{Step::pause, {}, script.delay};
+    if (script.drop) return {delay, {Step::close}};
+    return {delay, {Step::send, {}, {}, [this, request = std::move(request), answer = std::move(script.answer)] {
+                      std::string text = serialize(answer ? *answer : service.answer(request));
+                      if (request.method == "HEAD") text.resize(text.find("\r\n\r\n") + 4);
+                      return text;
+                    }}};
   }
 
   Script next(Operation operation) {
@@ -66,7 +63,6 @@ struct Sandbox::Impl {
   Service service;
   std::mutex mutex;
   std::condition_variable changed;
-  bool stopping = false;
   std::vector<SeenRequest> requests;
   std::map<Operation, std::deque<Script>> scripts;
 };

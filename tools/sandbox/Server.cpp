@@ -1,190 +1,190 @@
 #include "Server.hpp"
 
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <future>
-#include <list>
+#include <boost/asio.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/beast/http.hpp>
+#include <condition_variable>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 
 namespace HalvernApi::Testing {
-namespace {
 
-constexpr int idleSeconds = 60;
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using asio::awaitable, asio::use_awaitable, asio::ip::tcp;
 
-// One accepted connection, as httplib reads and writes it. Belongs to the thread that serves it.
-class Connection final : public httplib::Stream {
- public:
-  explicit Connection(int socket) : socket_(socket) { current = this; }
-  ~Connection() override { current = nullptr; }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+std::string serialize(const Answer& answer) {
+  std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ' +
+                     std::string(http::obsolete_reason(http::status(answer.status))) + "\r\n";
+  const auto add = [&](const std::string& name, const std::string& value) { text += name + ": " + value + "\r\n"; };
+  if (!answer.contentType.empty()) add("Content-Type", answer.contentType);
+  if (answer.status != 204) add("Content-Length", std::to_string(answer.body.size()));
+  for (const auto& [name, value] : answer.headers) add(name, value);
+  return text + "\r\n" + answer.body;
+}
 
-  // The one that the calling thread serves.
-  static thread_local Connection* current;
-
-  void drop() { dropped_ = true; }
-
-  // False once the client has gone, or has been silent for too long.
-  bool awaitRequest() {
-    if (begin_ < end_) return true;
-    pollfd entry{socket_, POLLIN, 0};
-    return ::poll(&entry, 1, idleSeconds * 1000) > 0 && fill();
+// Coroutines on `thread`, which alone touches the connections; the mutex is for the counts.
+struct Server::Impl {
+  Impl(int port, std::shared_ptr<ssl_ctx_st> context) : tls(std::move(context)) {
+    // Asio's own sockets would be inherited by programs that the process starts.
+    acceptor.assign(tcp::v4(), ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    acceptor.set_option(tcp::acceptor::reuse_address(true));
+    acceptor.bind({asio::ip::address_v4::loopback(), static_cast<asio::ip::port_type>(port)});
+    acceptor.listen();
+    bound = acceptor.local_endpoint().port();
   }
 
-  // httplib takes a request without a length to go on until the connection ends; by the standard it has no body.
-  void complete(httplib::Request& request) {
-    lengthAdded = !request.has_header("Content-Length") && !request.has_header("Transfer-Encoding");
-    if (lengthAdded) request.set_header("Content-Length", "0");
-  }
-  bool lengthAdded = false;
-
-  bool is_readable() const override { return true; }
-  bool is_writable() const override { return !dropped_; }
-  ssize_t read(char* bytes, std::size_t size) override {
-    if (begin_ == end_ && !fill()) return 0;
-    const std::size_t count = std::min(size, end_ - begin_);
-    std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_), count, bytes);
-    begin_ += count;
-    return static_cast<ssize_t>(count);
-  }
-  ssize_t write(const char* bytes, std::size_t size) override {
-    for (std::size_t sent = 0; sent < size;) {
-      const ssize_t count = dropped_ ? -1 : ::send(socket_, bytes + sent, size - sent, MSG_NOSIGNAL);
-      if (count < 0) return -1;
-      sent += static_cast<std::size_t>(count);
+  awaitable<void> acceptAll() {
+    for (;;) {
+      co_await acceptor.async_wait(tcp::acceptor::wait_read, use_awaitable);
+      const int descriptor = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+      if (descriptor < 0) continue;  // the client has gone already
+      count(connections);
+      tcp::socket socket(io, tcp::v4(), descriptor);
+      socket.set_option(tcp::no_delay(true));  // pieces go out as they are scripted
+      if (tls)
+        spawn(serve(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get()))));
+      else
+        spawn(serve(std::move(socket)));
     }
-    return static_cast<ssize_t>(size);
-  }
-  void get_remote_ip_and_port(std::string&, int&) const override {}
-  void get_local_ip_and_port(std::string&, int&) const override {}
-  socket_t socket() const override { return socket_; }
-
- private:
-  bool fill() {
-    const ssize_t count = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
-    begin_ = 0;
-    end_ = count > 0 ? static_cast<std::size_t>(count) : 0;
-    return count > 0;
   }
 
-  const int socket_;
-  bool dropped_ = false;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
-  std::array<char, 16384> buffer_;
+  void spawn(awaitable<void> coroutine) {
+    asio::co_spawn(io, std::move(coroutine), [](const std::exception_ptr& fault) {
+      if (fault) std::rethrow_exception(fault);
+    });
+  }
+
+  template <class Stream>
+  awaitable<void> serve(Stream stream) {
+    boost::system::error_code ignored;
+    try {
+      if constexpr (!std::is_same_v<Stream, tcp::socket>)
+        co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
+      co_await converse(stream);
+    } catch (const boost::system::system_error&) {  // the client has gone, or speaks something else
+    }
+    stream.lowest_layer().close(ignored);
+    count(closed);
+  }
+
+  template <class Stream>
+  awaitable<void> converse(Stream& stream) {
+    std::string unread;
+    bool open = co_await play(stream, greeting);
+    while (open) {
+      http::request_parser<http::string_body> parser;
+      parser.eager(true);
+      parser.header_limit(1 << 20);
+      parser.body_limit(boost::none);
+      std::string raw;
+      for (;;) {
+        boost::system::error_code error;
+        const std::size_t used = parser.put(asio::buffer(unread), error);
+        raw.append(unread, 0, used);
+        unread.erase(0, used);
+        if (error && error != http::error::need_more) {
+          const std::string refusal = serialize({.status = 400});
+          co_await asio::async_write(stream, asio::buffer(refusal), use_awaitable);
+          co_return;
+        }
+        if (parser.is_done()) break;
+        co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
+      }
+      const auto& request = parser.get();
+      SeenRequest seen{.operation = {},
+                       .method = request.method_string(),
+                       .target = request.target(),
+                       .headers = {},
+                       .body = request.body()};
+      for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
+      const std::vector<Step> steps = handler(std::move(seen), raw);
+      open = co_await play(stream, steps) && parser.keep_alive();
+    }
+  }
+
+  // False when the connection is to end.
+  template <class Stream>
+  awaitable<bool> play(Stream& stream, const std::vector<Step>& steps) {
+    for (const Step& step : steps) {
+      if (step.kind == Step::close) co_return false;
+      if (step.kind == Step::reset) {
+        stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
+        co_return false;
+      }
+      if (step.kind == Step::hold) {
+        boost::system::error_code released;
+        co_await hold.async_wait(asio::redirect_error(use_awaitable, released));
+      }
+      const std::string bytes = step.bytes + (step.make ? step.make() : "");
+      const std::size_t piece = step.kind == Step::drip ? 1 : bytes.size();
+      for (std::size_t sent = 0; sent < bytes.size(); sent += piece) {
+        co_await asio::async_write(stream, asio::buffer(bytes.data() + sent, piece), use_awaitable);
+        if (step.kind == Step::drip) co_await pause(step.time);
+      }
+      if (step.kind == Step::pause) co_await pause(step.time);
+    }
+    co_return true;
+  }
+
+  awaitable<void> pause(std::chrono::milliseconds time) {
+    asio::steady_timer timer(io, time);
+    co_await timer.async_wait(use_awaitable);
+  }
+
+  void count(std::size_t& what) {
+    const std::lock_guard lock(mutex);
+    ++what;
+    changed.notify_all();
+  }
+
+  const std::shared_ptr<ssl_ctx_st> tls;
+  Handler handler;
+  std::vector<Step> greeting;
+  asio::io_context io{1};
+  tcp::acceptor acceptor{io};
+  asio::steady_timer hold{io, asio::steady_timer::time_point::max()};
+  mutable std::mutex mutex;
+  std::condition_variable changed;
+  std::size_t connections = 0, closed = 0;
+  int bound = 0;
+  std::thread thread;
 };
 
-thread_local Connection* Connection::current = nullptr;
-
-// With httplib's pool, connections that are kept alive would starve the next ones. Used by the listening thread only.
-class ThreadPerConnection final : public httplib::TaskQueue {
- public:
-  void enqueue(std::function<void()> serve) override {
-    threads_.remove_if(
-        [](const auto& thread) { return thread.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
-    threads_.push_back(std::async(std::launch::async, std::move(serve)));
-  }
-  void shutdown() override { threads_.clear(); }  // each waits for its end
-
- private:
-  std::list<std::future<void>> threads_;
-};
-
-}  // namespace
-
-Server::Server(int port) : port_(port) {
-  restore();
-  set_tcp_nodelay(true);
-  set_keep_alive_timeout(idleSeconds);
-  set_keep_alive_max_count(1'000'000);
-  // Unlike httplib's own options these do not let two servers share a port.
-  set_socket_options([](int socket) {
-    const int on = 1;
-    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  });
-  new_task_queue = [] { return new ThreadPerConnection; };
-  const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
-    serve(request, response);
-  };
-  Get(".*", handler);
-  Post(".*", handler);
-  Put(".*", handler);
-  Patch(".*", handler);
-  Delete(".*", handler);
-  Options(".*", handler);
-
-  if (port == 0)
-    port_ = bind_to_any_port("127.0.0.1");
-  else if (!bind_to_port("127.0.0.1", port))
-    port_ = -1;
-  if (port_ < 0) throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be had");
-  // httplib's backlog of 5 makes a burst of connections wait for retransmissions.
-  ::listen(svr_sock_, SOMAXCONN);
+Server::Server(int port, std::shared_ptr<ssl_ctx_st> tls) try : impl_(std::make_unique<Impl>(port, std::move(tls))) {
+} catch (const boost::system::system_error&) {
+  throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be had");
 }
 
-void Server::start(Handler handler) {
-  handler_ = std::move(handler);
-  thread_ = std::thread([this] { listen_after_bind(); });
+Server::~Server() { stop(); }
+
+void Server::start(Handler handler, std::vector<Step> greeting) {
+  impl_->handler = std::move(handler);
+  impl_->greeting = std::move(greeting);
+  impl_->spawn(impl_->acceptAll());
+  impl_->thread = std::thread([this] { impl_->io.run(); });
 }
 
-// The listening socket is shut down rather than given to httplib's stop(), which does nothing when the thread has not
-// come to accept yet; it is closed by that thread.
 void Server::stop() {
-  if (!thread_.joinable()) return;
-  {
-    const std::lock_guard lock(mutex_);
-    stopping_ = true;
-    ::shutdown(svr_sock_, SHUT_RDWR);
-    for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
-  }
-  thread_.join();
+  impl_->io.stop();
+  if (impl_->thread.joinable()) impl_->thread.join();
 }
+
+void Server::release() {
+  asio::post(impl_->io, [this] { impl_->hold.expires_at(asio::steady_timer::time_point::min()); });
+}
+
+int Server::port() const { return impl_->bound; }
 
 std::size_t Server::connections() const {
-  const std::lock_guard lock(mutex_);
-  return connections_;
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->connections;
 }
 
-bool Server::process_and_close_socket(int socket) {
-  bool open = false;
-  {
-    const std::lock_guard lock(mutex_);
-    open = !stopping_;
-    sockets_.insert(socket);
-    ++connections_;
-  }
-  Connection connection(socket);
-  while (open && connection.awaitRequest()) {
-    bool closed = false;
-    open = process_request(connection, false, closed, [&](httplib::Request& request) { connection.complete(request); });
-    open = open && !closed && connection.is_writable();
-  }
-  // Under the lock, so that `stop` never meets a number that stands for another socket by now.
-  const std::lock_guard lock(mutex_);
-  sockets_.erase(socket);
-  ::close(socket);
-  return true;
-}
-
-void Server::serve(const httplib::Request& request, httplib::Response& response) const {
-  SeenRequest seen{
-      .operation = {}, .method = request.method, .target = request.target, .headers = {}, .body = request.body};
-  for (const auto& [name, value] : request.headers) {
-    const bool added = name.starts_with("REMOTE_") || name.starts_with("LOCAL_") ||
-                       (name == "Content-Length" && Connection::current->lengthAdded);
-    if (!added) seen.headers.emplace_back(name, value);
-  }
-  const std::optional<Answer> answer = handler_(std::move(seen));
-  if (!answer) return Connection::current->drop();
-  response.status = answer->status;
-  response.body = answer->body;
-  if (!answer->contentType.empty()) response.set_header("Content-Type", answer->contentType);
-  for (const auto& [name, value] : answer->headers) response.set_header(name, value);
+bool Server::awaitClosed(std::size_t count) const {
+  std::unique_lock lock(impl_->mutex);
+  return impl_->changed.wait_for(lock, std::chrono::seconds(10), [&] { return impl_->closed >= count; });
 }
 
 }  // namespace HalvernApi::Testing

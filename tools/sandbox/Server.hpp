@@ -1,54 +1,57 @@
-// The sandbox's end of the wire: an HTTP server that hands every request to one function. Its connections are its own,
-// rather than the library's, so that it can end them at once and close one without an answer. Any thread.
+// A server on 127.0.0.1 that reads HTTP requests, asks a handler what is to be sent, and sends it: an HTTP answer, or
+// any bytes, in pieces, late, or cut off. All of it happens on one thread of its own, which no step of an answer
+// blocks. Every member may be called from any thread.
 #pragma once
-
-// httplib before everything else of ours: its layout depends on macros that come with its package.
-#include <httplib.h>
-#include <signal.h>
-
-#include <functional>
-#include <mutex>
-#include <set>
-#include <thread>
 
 #include "HalvernApi/Testing/Sandbox.hpp"
 
+struct ssl_ctx_st;
+
 namespace HalvernApi::Testing {
 
-// Making an httplib::Server makes the process ignore SIGPIPE; this puts back what was there.
-struct SigpipeAction {
-  SigpipeAction() { sigaction(SIGPIPE, nullptr, &action); }
-  void restore() const { sigaction(SIGPIPE, &action, nullptr); }
-  struct sigaction action {};
+struct Step {
+  enum Kind {
+    send,   // the bytes in one piece
+    drip,   // the bytes one by one, with `time` after each
+    pause,  // for `time`
+    hold,   // until `release` is called; without it, for good
+    close,  // the connection
+    reset,  // the connection, so that the client's next read fails
+  } kind;
+  std::string bytes{};
+  std::chrono::milliseconds time{};
+  std::function<std::string()> make{};  // for `send`: called when it is due, for what goes out after the bytes
 };
 
-class Server final : private SigpipeAction, private httplib::Server {
+// What goes over the wire for it.
+std::string serialize(const Answer& answer);
+
+class Server {
  public:
-  // Absent closes the connection.
-  using Handler = std::function<std::optional<Answer>(SeenRequest)>;
+  // What happens after one request, of which `raw` are the bytes. The connection then stays open for the next one
+  // unless a step, or the request, ends it. Runs on the server's thread.
+  using Handler = std::function<std::vector<Step>(SeenRequest request, const std::string& raw)>;
 
-  // Binds, but does not serve yet. Throws std::runtime_error when the port is taken.
-  explicit Server(int port);
-  ~Server() override { stop(); }
+  // Binds, but does not serve yet; port 0 takes a free one. Speaks TLS where there is a context for it. Throws
+  // std::runtime_error when the port is taken.
+  explicit Server(int port = 0, std::shared_ptr<ssl_ctx_st> tls = nullptr);
+  ~Server();
 
-  void start(Handler handler);
-  // Ends all connections and waits for the handler's running calls.
+  // The greeting is played as soon as a connection is made.
+  void start(Handler handler, std::vector<Step> greeting = {});
+  // Serves nobody any longer, and waits for the handler if it is running. The connections end with the server.
   void stop();
+  // Ends every `hold`, those to come as well.
+  void release();
 
-  int port() const { return port_; }
-  std::size_t connections() const;
+  int port() const;
+  std::size_t connections() const;  // accepted since the start
+  // Whether the server has closed that many connections; waits for it, at most ten seconds.
+  bool awaitClosed(std::size_t count) const;
 
  private:
-  bool process_and_close_socket(int socket) override;
-  void serve(const httplib::Request& request, httplib::Response& response) const;
-
-  int port_;
-  Handler handler_;
-  std::thread thread_;
-  mutable std::mutex mutex_;
-  bool stopping_ = false;
-  std::set<int> sockets_;
-  std::size_t connections_ = 0;
+  struct Impl;
+  const std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace HalvernApi::Testing

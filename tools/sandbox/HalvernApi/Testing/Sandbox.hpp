@@ -39,7 +39,6 @@ enum class Operation {
 struct Answer {
   int status = 200;
   std::string body{};
-  // "application/json" without a parameter goes out compressed when the client accepts that.
   std::string contentType = "application/json; charset=utf-8";
   std::vector<std::pair<std::string, std::string>> headers{};
 };
@@ -71,7 +70,8 @@ class Sandbox {
     int port = 0;  // 0 takes a free one
     std::string apiKey = "sandbox-key";
     std::chrono::milliseconds accessTokenLifetime = std::chrono::hours(1);
-    // What the service mails to its users. Called on a thread of the sandbox, before the answer goes out.
+    // What the service mails to its users. Called on the sandbox's thread, before the answer goes out: it must not wait
+    // for a call of the sandbox.
     std::function<void(const std::string& email, const std::string& text)> mail{};
   };
 
