@@ -42,10 +42,11 @@ class Soak {
       default: break;
     }
     const auto left = DeviceOrientation::left;
-    switch (number % 4) {  // and no sign-in: the sandbox would keep every token that it gives
+    switch (number % 5) {
       case 0: return {outcomeOf(service_.sendPasswordReset("a@b.c")), "success"};
       case 1: return {outcomeOf(service_.update(std::chrono::sys_days(), Sex::female, token_)), "success"};
       case 2: return {outcomeOf(service_.registerDevice("id", "Aid", "s", "1", "2", "t", left, token_)), "success"};
+      case 3: return {outcomeOf(service_.login("b@c.d", "password", "id", "name")), "success"};
       default: return {outcomeOf(service_.profile({{left, "s", "t", {{1000, 35.5}}}}, token_)), "success"};
     }
   }
@@ -79,6 +80,7 @@ class Soak {
   HttpApiService impatient_{sandbox_.baseUrl(), {.timeoutIntervalForRequest = 100ms * slack}, sandbox_.apiKey()};
   const std::string token_ = [this] {
     sandbox_.addAccount("a@b.c", "password");
+    sandbox_.addAccount("b@c.d", "password");  // whose sign-ins do not push out the one that all the other calls use
     return service_.login("a@b.c", "password", "id", "name").get().value().accessToken();
   }();
 };

@@ -188,7 +188,7 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
     EXPECT_TRUE(row.outcome == good || server.awaitClosed(1));  // when all that was sent has been read
     EXPECT_EQ(server.requests().size(), row.outcome == good ? 1 : 0);
   }
-  ScriptedServer plain({json("{}")});
+  ScriptedServer plain({json("{}")}, nullptr, http(400, "", ""));
   SessionManager session({.certificateAuthorityFile = authority.file()});
   EXPECT_EQ(outcomeOf(call(session, "https://" + plain.authority())), failed);
 }

@@ -1,9 +1,11 @@
 #include "HalvernApi/Testing/Sandbox.hpp"
 
 #include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
 #include <condition_variable>
 #include <deque>
 #include <map>
+#include <mutex>
 
 #include "Server.hpp"
 #include "Service.hpp"
@@ -11,37 +13,42 @@
 namespace HalvernApi::Testing {
 
 std::optional<std::string> SeenRequest::header(std::string_view name) const {
-  const auto lower = [](char letter) { return letter >= 'A' && letter <= 'Z' ? letter + ('a' - 'A') : letter; };
   for (const auto& [candidate, value] : headers)
-    if (std::equal(candidate.begin(), candidate.end(), name.begin(), name.end(),
-                   [&](char left, char right) { return lower(left) == lower(right); }))
-      return value;
+    if (boost::iequals(candidate, name)) return value;
   return std::nullopt;
 }
 
 struct Sandbox::Impl {
   explicit Impl(const Options& options)
-      : server(options.port), service(options, "http://127.0.0.1:" + std::to_string(server.port())) {
+      : mail(options.mail), service{options.apiKey, options.accessTokenLifetime}, server(options.port) {
+    service.baseUrl = "http://127.0.0.1:" + std::to_string(server.port());
+    service.facebookTokens["sandbox-facebook-token"] = "facebook.user@example.com";
     server.start([this](SeenRequest request, const std::string&) { return handle(std::move(request)); });
   }
-  ~Impl() { server.stop(); }
 
   std::vector<Step> handle(SeenRequest request) {
     request.operation = operationAt(request.target);
-    Script script;
-    {
-      const std::lock_guard lock(mutex);
-      requests.push_back(request);
-      changed.notify_all();
-      if (request.operation) script = next(*request.operation);
-    }
+    const std::lock_guard lock(mutex);
+    requests.push_back(request);
+    changed.notify_all();
+    const Script script = request.operation ? next(*request.operation) : Script();
     const Step delay{Step::pause, {}, script.delay};
     if (script.drop) return {delay, {Step::close}};
-    return {delay, {Step::send, {}, {}, [this, request = std::move(request), answer = std::move(script.answer)] {
-                      std::string text = serialize(answer ? *answer : service.answer(request));
+    return {delay, {Step::send, {}, {}, [this, request = std::move(request), answer = script.answer] {
+                      std::string text = serialize(answer ? *answer : judge(request));
                       if (request.method == "HEAD") text.resize(text.find("\r\n\r\n") + 4);
                       return text;
                     }}};
+  }
+
+  Answer judge(const SeenRequest& request) {
+    std::unique_lock lock(mutex);
+    const Answer answer = service.answer(request);
+    const auto mails = std::exchange(service.outbox, {});
+    lock.unlock();
+    for (const auto& [address, words] : mails)
+      if (mail) mail(address, words);
+    return answer;
   }
 
   Script next(Operation operation) {
@@ -59,12 +66,13 @@ struct Sandbox::Impl {
     return found;
   }
 
-  Server server;
-  Service service;
-  std::mutex mutex;
+  const decltype(Options::mail) mail;
+  std::mutex mutex;  // for what is between it and the server
   std::condition_variable changed;
+  Service service;
   std::vector<SeenRequest> requests;
   std::map<Operation, std::deque<Script>> scripts;
+  Server server;  // ends before what its handler uses
 };
 
 Sandbox::Sandbox() : Sandbox(Options()) {}
@@ -72,21 +80,37 @@ Sandbox::Sandbox(Options options) : impl_(std::make_unique<Impl>(options)) {}
 Sandbox::~Sandbox() = default;
 
 int Sandbox::port() const { return impl_->server.port(); }
-std::string Sandbox::baseUrl() const { return impl_->service.baseUrl(); }
-const std::string& Sandbox::apiKey() const { return impl_->service.apiKey(); }
+std::string Sandbox::baseUrl() const { return impl_->service.baseUrl; }
+const std::string& Sandbox::apiKey() const { return impl_->service.apiKey; }
 std::size_t Sandbox::connections() const { return impl_->server.connections(); }
 
 void Sandbox::addAccount(const std::string& email, const std::string& password) {
-  impl_->service.addAccount(email, password);
+  const std::lock_guard lock(impl_->mutex);
+  impl_->service.make(email, password, true);
 }
+
 void Sandbox::allowFacebookToken(const std::string& token, const std::string& email) {
-  impl_->service.allowFacebookToken(token, email);
+  const std::lock_guard lock(impl_->mutex);
+  impl_->service.facebookTokens[token] = email;
 }
-bool Sandbox::confirmEmail(const std::string& email) { return impl_->service.confirmEmail(email); }
+
+bool Sandbox::confirmEmail(const std::string& email) {
+  const std::lock_guard lock(impl_->mutex);
+  Account* const account = impl_->service.find(email);
+  return account != nullptr && (account->confirmed = true);
+}
+
 std::optional<std::string> Sandbox::confirmationLink(const std::string& email) const {
-  return impl_->service.confirmationLink(email);
+  const std::lock_guard lock(impl_->mutex);
+  const Account* const account = impl_->service.find(email);
+  return account != nullptr ? std::optional(impl_->service.link(*account)) : std::nullopt;
 }
-void Sandbox::expireAccessTokens() { impl_->service.expireAccessTokens(); }
+
+void Sandbox::expireAccessTokens() {
+  const std::lock_guard lock(impl_->mutex);
+  for (auto& [email, account] : impl_->service.accounts)
+    for (SignIn& one : account.signIns) one.expiry = {};
+}
 
 void Sandbox::script(Operation operation, Script script) {
   const std::lock_guard lock(impl_->mutex);

@@ -1,5 +1,6 @@
 #include "Server.hpp"
 
+#include <atomic>
 #include <boost/asio.hpp>
 #include <boost/asio/ssl.hpp>
 #include <boost/beast/http.hpp>
@@ -24,7 +25,7 @@ std::string serialize(const Answer& answer) {
   return text + "\r\n" + answer.body;
 }
 
-// Coroutines on `thread`, which alone touches the connections; the mutex is for the counts.
+// Coroutines on `thread`, which alone touches the connections.
 struct Server::Impl {
   Impl(int port, std::shared_ptr<ssl_ctx_st> context) : tls(std::move(context)) {
     // Asio's own sockets would be inherited by programs that the process starts.
@@ -40,7 +41,7 @@ struct Server::Impl {
       co_await acceptor.async_wait(tcp::acceptor::wait_read, use_awaitable);
       const int descriptor = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
       if (descriptor < 0) continue;  // the client has gone already
-      count(connections);
+      ++connections;
       tcp::socket socket(io, tcp::v4(), descriptor);
       socket.set_option(tcp::no_delay(true));  // pieces go out as they are scripted
       if (tls)
@@ -58,65 +59,51 @@ struct Server::Impl {
 
   template <class Stream>
   awaitable<void> serve(Stream stream) {
-    boost::system::error_code ignored;
     try {
       if constexpr (!std::is_same_v<Stream, tcp::socket>)
         co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
-      co_await converse(stream);
+      std::string unread;
+      for (bool open = co_await play(stream, greeting); open;) open = co_await answerOne(stream, unread);
     } catch (const boost::system::system_error&) {  // the client has gone, or speaks something else
     }
+    boost::system::error_code ignored;
     stream.lowest_layer().close(ignored);
-    count(closed);
+    const std::lock_guard lock(mutex);
+    ++closed;
+    changed.notify_all();
   }
 
+  // False when the connection is to end, as in `play`.
   template <class Stream>
-  awaitable<void> converse(Stream& stream) {
-    std::string unread;
-    bool open = co_await play(stream, greeting);
-    while (open) {
-      http::request_parser<http::string_body> parser;
-      parser.eager(true);
-      parser.header_limit(1 << 20);
-      parser.body_limit(boost::none);
-      std::string raw;
-      for (;;) {
-        boost::system::error_code error;
-        const std::size_t used = parser.put(asio::buffer(unread), error);
-        raw.append(unread, 0, used);
-        unread.erase(0, used);
-        if (error && error != http::error::need_more) {
-          const std::string refusal = serialize({.status = 400});
-          co_await asio::async_write(stream, asio::buffer(refusal), use_awaitable);
-          co_return;
-        }
-        if (parser.is_done()) break;
-        co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
-      }
-      const auto& request = parser.get();
-      SeenRequest seen{.operation = {},
-                       .method = request.method_string(),
-                       .target = request.target(),
-                       .headers = {},
-                       .body = request.body()};
-      for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
-      const std::vector<Step> steps = handler(std::move(seen), raw);
-      open = co_await play(stream, steps) && parser.keep_alive();
+  awaitable<bool> answerOne(Stream& stream, std::string& unread) {
+    http::request_parser<http::string_body> parser;
+    parser.eager(true);
+    parser.header_limit(1 << 20);
+    parser.body_limit(boost::none);
+    std::string raw;
+    for (boost::system::error_code error; true;) {
+      const std::size_t used = parser.put(asio::buffer(unread), error);
+      raw.append(unread, 0, used);
+      unread.erase(0, used);
+      if (error && error != http::error::need_more) co_return false;
+      if (parser.is_done()) break;
+      co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
     }
+    const auto& request = parser.get();
+    SeenRequest seen{{}, request.method_string(), request.target(), {}, request.body()};
+    for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
+    const std::vector<Step> steps = handler(std::move(seen), raw);
+    co_return co_await play(stream, steps) && parser.keep_alive();
   }
 
   // False when the connection is to end.
   template <class Stream>
   awaitable<bool> play(Stream& stream, const std::vector<Step>& steps) {
     for (const Step& step : steps) {
-      if (step.kind == Step::close) co_return false;
-      if (step.kind == Step::reset) {
-        stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
-        co_return false;
-      }
-      if (step.kind == Step::hold) {
-        boost::system::error_code released;
-        co_await hold.async_wait(asio::redirect_error(use_awaitable, released));
-      }
+      if (step.kind == Step::reset) stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
+      if (step.kind == Step::reset || step.kind == Step::close) co_return false;
+      boost::system::error_code released;
+      if (step.kind == Step::hold) co_await hold.async_wait(asio::redirect_error(use_awaitable, released));
       const std::string bytes = step.bytes + (step.make ? step.make() : "");
       const std::size_t piece = step.kind == Step::drip ? 1 : bytes.size();
       for (std::size_t sent = 0; sent < bytes.size(); sent += piece) {
@@ -133,21 +120,16 @@ struct Server::Impl {
     co_await timer.async_wait(use_awaitable);
   }
 
-  void count(std::size_t& what) {
-    const std::lock_guard lock(mutex);
-    ++what;
-    changed.notify_all();
-  }
-
   const std::shared_ptr<ssl_ctx_st> tls;
   Handler handler;
   std::vector<Step> greeting;
   asio::io_context io{1};
   tcp::acceptor acceptor{io};
   asio::steady_timer hold{io, asio::steady_timer::time_point::max()};
-  mutable std::mutex mutex;
+  std::atomic<std::size_t> connections = 0;
+  std::mutex mutex;  // for `closed`
   std::condition_variable changed;
-  std::size_t connections = 0, closed = 0;
+  std::size_t closed = 0;
   int bound = 0;
   std::thread thread;
 };
@@ -157,7 +139,10 @@ Server::Server(int port, std::shared_ptr<ssl_ctx_st> tls) try : impl_(std::make_
   throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be had");
 }
 
-Server::~Server() { stop(); }
+Server::~Server() {
+  impl_->io.stop();
+  if (impl_->thread.joinable()) impl_->thread.join();
+}
 
 void Server::start(Handler handler, std::vector<Step> greeting) {
   impl_->handler = std::move(handler);
@@ -166,21 +151,13 @@ void Server::start(Handler handler, std::vector<Step> greeting) {
   impl_->thread = std::thread([this] { impl_->io.run(); });
 }
 
-void Server::stop() {
-  impl_->io.stop();
-  if (impl_->thread.joinable()) impl_->thread.join();
-}
-
 void Server::release() {
   asio::post(impl_->io, [this] { impl_->hold.expires_at(asio::steady_timer::time_point::min()); });
 }
 
 int Server::port() const { return impl_->bound; }
 
-std::size_t Server::connections() const {
-  const std::lock_guard lock(impl_->mutex);
-  return impl_->connections;
-}
+std::size_t Server::connections() const { return impl_->connections; }
 
 bool Server::awaitClosed(std::size_t count) const {
   std::unique_lock lock(impl_->mutex);

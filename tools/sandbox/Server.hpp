@@ -35,12 +35,11 @@ class Server {
   // Binds, but does not serve yet; port 0 takes a free one. Speaks TLS where there is a context for it. Throws
   // std::runtime_error when the port is taken.
   explicit Server(int port = 0, std::shared_ptr<ssl_ctx_st> tls = nullptr);
+  // Ends every connection, in the middle of whatever goes on there, and waits for the handler if that is running.
   ~Server();
 
   // The greeting is played as soon as a connection is made.
   void start(Handler handler, std::vector<Step> greeting = {});
-  // Serves nobody any longer, and waits for the handler if it is running. The connections end with the server.
-  void stop();
   // Ends every `hold`, those to come as well.
   void release();
 

@@ -1,19 +1,24 @@
 #include "Service.hpp"
 
-#include <HalvernApi/Audiogram.hpp>
-#include <HalvernApi/Extensions/Date+JsonGen.hpp>
-#include <HalvernApi/Platform/Statham/JsonCodec.hpp>
-#include <HalvernApi/Sex.hpp>
+#include <openssl/evp.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <random>
+#include <regex>
 
 namespace HalvernApi::Testing {
 namespace {
 
 namespace json = boost::json;
+
+// How many sign-ins an account may have at a time; one more ends the first.
+constexpr std::size_t maxSignIns = 32;
+
+constexpr const char* mediaType = "application/json";
 
 // The service's own numbers for the reasons of a refusal.
 enum ErrorCode { notAuthorized = 1, notFound, methodNotAllowed, notJson, invalidFields, wrongCredentials, taken };
@@ -28,6 +33,10 @@ Answer refusal(int status, ErrorCode code, std::string_view message, const std::
               json::object{{"errorCode", code}, {"message", message}, {"validationErrors", std::move(list)}})};
 }
 
+Answer invalid(const std::vector<std::string>& errors) {
+  return refusal(400, invalidFields, "The request is not valid.", errors);
+}
+
 Answer wrongSignIn(std::string_view message) { return refusal(400, wrongCredentials, message); }
 
 std::string randomToken() {
@@ -37,123 +46,197 @@ std::string randomToken() {
   return token;
 }
 
-std::string base64(std::string_view bytes) {
-  constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (std::size_t start = 0; start < bytes.size(); start += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - start);
-    std::uint32_t group = 0;
-    for (std::size_t i = 0; i < 3; ++i)
-      group = group << 8 | (i < count ? static_cast<unsigned char>(bytes[start + i]) : 0U);
-    for (std::size_t i = 0; i < 4; ++i) text += i <= count ? alphabet[group >> (18 - 6 * i) & 63] : '=';
-  }
-  return text;
-}
-
-// What a field of a body must hold, and the words for it.
-struct Kind {
-  std::string_view expectation;
-  bool (*holds)(const json::value&);
-};
-
-bool isText(const json::value& value) { return value.is_string(); }
-bool isTextOrNull(const json::value& value) { return value.is_string() || value.is_null(); }
-bool isPassword(const json::value& value) { return value.is_string() && value.get_string().size() >= 8; }
-
-bool isEmail(const json::value& value) {
-  if (!value.is_string()) return false;
-  const std::string_view text = value.get_string();
-  const std::size_t at = text.find('@'), dot = text.rfind('.');
-  return at != 0 && at == text.rfind('@') && dot != text.npos && dot > at + 1 && dot + 1 < text.size() &&
-         text.find_first_of(" \t\r\n") == text.npos;
-}
-
-template <class T>
-bool decodes(const json::value& value) {
-  return JsonCodec<T>::decodeJson(value).has_value();
-}
-
-struct Field {
-  std::string_view key;
-  const Kind& kind;
-};
-
-// The gain in decibels for each frequency, by the half-gain rule, in a form that shows in a hex dump. Of several
-// audiograms for an ear the last counts.
-json::value configuration(const std::vector<Audiogram>& all, DeviceOrientation ear) {
-  const auto found = std::find_if(all.rbegin(), all.rend(),
-                                  [&](const Audiogram& audiogram) { return audiogram.orientation() == ear; });
-  if (found == all.rend()) return nullptr;
-  std::map<std::int64_t, long> gains;
-  for (const FrequencyVolumePair& point : found->values())
-    gains[point.frequency()] = std::lround(std::clamp(point.volume(), 0.0, 120.0) / 2);
-  std::string bytes(ear.rawValue());
-  for (const auto& [hertz, gain] : gains) bytes += ' ' + std::to_string(hertz) + '=' + std::to_string(gain);
-  return json::value_from(base64(bytes));
+std::string base64(const std::string& bytes) {
+  std::vector<unsigned char> text(bytes.size() * 2 + 5);  // with a NUL behind
+  const auto* const first = reinterpret_cast<const unsigned char*>(bytes.data());
+  const int size = EVP_EncodeBlock(text.data(), first, static_cast<int>(bytes.size()));
+  return {text.begin(), text.begin() + size};
 }
 
 std::string get(const json::object& body, std::string_view key) { return std::string(body.at(key).get_string()); }
 
-json::value orNull(const std::optional<std::string>& value) {
-  return value ? json::value_from(*value) : json::value(nullptr);
+using Value = const json::value&;
+
+// What a member of a body must hold, and the words for it.
+struct Kind {
+  std::string_view expectation;
+  bool (*holds)(Value);
+};
+
+constexpr Kind text{"a text", [](Value value) { return value.is_string(); }};
+
+struct Field {
+  std::string_view key;
+  Kind kind = text;
+};
+
+// What is wrong with an object that is to have these members and no other.
+std::vector<std::string> faults(const json::object& object, const std::vector<Field>& fields) {
+  std::vector<std::string> found;
+  for (const auto& [key, kind] : fields)
+    if (const json::value* const value = object.if_contains(key); value == nullptr || !kind.holds(*value))
+      found.push_back("The field " + std::string(key) + " must be " + std::string(kind.expectation) + '.');
+  for (const auto& member : object)
+    if (std::none_of(fields.begin(), fields.end(), [&](const Field& field) { return field.key == member.key(); }))
+      found.push_back("There must be no field " + std::string(member.key()) + '.');
+  return found;
+}
+
+bool isArrayOf(const std::vector<Field>& fields, Value value) {
+  return value.is_array() && std::all_of(value.get_array().begin(), value.get_array().end(), [&](Value element) {
+           return element.is_object() && faults(element.get_object(), fields).empty();
+         });
+}
+
+bool matches(Value value, const char* form) {
+  return value.is_string() && value.get_string().size() < 256 &&
+         std::regex_match(value.get_string().begin(), value.get_string().end(), std::regex(form));
+}
+
+// A day and a time that exist are written as they were read. No clock on Earth is more than 14 hours ahead of UTC.
+bool isPastDate(Value value) {
+  constexpr auto form = "%Y-%m-%dT%H:%M:%S";
+  std::tm time{};
+  if (!value.is_string() || ::strptime(value.get_string().c_str(), form, &time) == nullptr) return false;
+  const std::time_t moment = ::timegm(&time);
+  char again[24];
+  const std::size_t size = std::strftime(again, sizeof again, form, &time);
+  return value.get_string() == std::string_view(again, size) && moment <= std::time(nullptr) + 14 * 60 * 60;
+}
+
+constexpr Kind optionalText{"a text or null", [](Value value) { return value.is_string() || value.is_null(); }};
+constexpr Kind newPassword{"a text of 8 characters or more",
+                           [](Value value) { return value.is_string() && value.get_string().size() >= 8; }};
+constexpr Kind email{"an e-mail address", [](Value value) { return matches(value, R"([^@\s]+@[^@\s]+\.[^@\s.]+)"); }};
+constexpr Kind date{"a date such as 1980-05-17T00:00:00, and not in the future", isPastDate};
+constexpr Kind sex{"Male, Female or NotKnown", [](Value value) { return matches(value, "Male|Female|NotKnown"); }};
+constexpr Kind orientation{"Left or Right", [](Value value) { return matches(value, "Left|Right"); }};
+constexpr Kind integer{"an integer", [](Value value) { return value.is_int64(); }};
+constexpr Kind number{"a number", [](Value value) { return value.is_number(); }};
+constexpr Kind points{"an array of frequencies and volumes", [](Value value) {
+                        return isArrayOf({{"frequency", integer}, {"volume", number}}, value);
+                      }};
+constexpr Kind audiograms{
+    "an array of audiograms", [](Value value) {
+      return isArrayOf({{"orientation", orientation}, {"serialNumber"}, {"tube"}, {"values", points}}, value);
+    }};
+
+// The gain in decibels for each frequency, by the half-gain rule, in a form that shows in a hex dump. Of several
+// audiograms for an ear the last counts.
+json::value configuration(const json::array& all, std::string_view ear) {
+  const json::object* found = nullptr;
+  for (const json::value& audiogram : all)
+    if (get(audiogram.get_object(), "orientation") == ear) found = &audiogram.get_object();
+  if (found == nullptr) return nullptr;
+  std::map<std::int64_t, long> gains;
+  for (const json::value& point : found->at("values").get_array())
+    gains[point.at("frequency").get_int64()] =
+        std::lround(std::clamp(point.at("volume").to_number<double>(), 0.0, 120.0) / 2);
+  std::string bytes(ear);
+  for (const auto& [hertz, gain] : gains) bytes += ' ' + std::to_string(hertz) + '=' + std::to_string(gain);
+  return json::value_from(base64(bytes));
+}
+
+// What a handler is given has been checked: the body against the fields; the account is there where a token is due.
+struct Endpoint {
+  std::string path;
+  bool needsAccessToken;
+  std::vector<Field> fields;  // none: there must be no body
+  Answer (*handle)(Service&, const json::object& body, Account*);
+};
+
+// The account, and its sign-in, for which that holds; null where there is none.
+template <class Condition>
+std::pair<Account*, SignIn*> findSignIn(Service& service, Condition holds) {
+  for (auto& [address, account] : service.accounts)
+    for (SignIn& one : account.signIns)
+      if (holds(one)) return {&account, &one};
+  return {};
+}
+
+const Endpoint& endpoint(Operation operation) {
+  const auto row = [](const std::string& name, bool needsAccessToken, const std::vector<Field>& fields, auto handle) {
+    return Endpoint{"/api/v1/account/" + name, needsAccessToken, fields, handle};
+  };
+  static const std::array<Endpoint, 10> endpoints{
+      row("login", false, {{"email"}, {"password"}, {"appInstanceId"}, {"appInstanceName"}},
+          [](auto& service, auto& body, auto*) {
+            Account* const account = service.find(get(body, "email"));
+            return account != nullptr && account->password == get(body, "password")
+                       ? service.signIn(*account, body)
+                       : wrongSignIn("The e-mail address or the password is wrong.");
+          }),
+      row("re-login", false, {{"refreshToken"}, {"appInstanceId"}},
+          [](auto& service, auto& body, auto*) {
+            const auto [account, last] = findSignIn(service, [&](const SignIn& one) {
+              return one.refreshToken == get(body, "refreshToken") && one.appInstanceId == get(body, "appInstanceId");
+            });
+            if (account == nullptr) return wrongSignIn("The refresh token is not valid.");
+            last->refreshToken.reset();  // it is good for one sign-in, which hands out the next
+            return service.signIn(*account, body);
+          }),
+      row("register", false,
+          {{"email", email}, {"password", newPassword}, {"confirmPassword"}, {"appInstanceId"}, {"appInstanceName"}},
+          [](auto& service, auto& body, auto*) {
+            if (body.at("password") != body.at("confirmPassword")) return invalid({"The two passwords differ."});
+            if (service.find(get(body, "email")) != nullptr)
+              return refusal(400, taken, "There is an account for this e-mail address already.");
+            Account& account = service.make(get(body, "email"), get(body, "password"), false);
+            service.mailConfirmation(account);
+            return service.signIn(account, body);
+          }),
+      row("authenticate-with-facebook", false, {{"facebookToken"}, {"appInstanceId"}, {"appInstanceName"}},
+          [](auto& service, auto& body, auto*) {
+            const auto token = service.facebookTokens.find(get(body, "facebookToken"));
+            if (token == service.facebookTokens.end()) return wrongSignIn("Facebook does not know this token.");
+            Account* const account = service.find(token->second);
+            return service.signIn(account ? *account : service.make(token->second, {}, true), body);
+          }),
+      row("resend-confirmation-email", true, {},
+          [](auto& service, auto&, auto* account) {
+            service.mailConfirmation(*account);
+            return ok({{"sent", true}});
+          }),
+      row("forgot-password", false, {{"email", email}},
+          [](auto& service, auto& body, auto*) {
+            const Account* const account = service.find(get(body, "email"));
+            if (account != nullptr) service.outbox.emplace_back(account->email, "You have asked for a new password.");
+            return ok({{"result", account != nullptr}});
+          }),
+      row("confirmed-email", true, {},
+          [](auto&, auto&, auto* account) {
+            return ok({{"result", account->confirmed}});
+          }),
+      row("register-hearing-aid", true,
+          {{"appInstanceId"},
+           {"hardwareVersion"},
+           {"firmwareVersion"},
+           {"productName"},
+           {"orientation", orientation},
+           {"tube"},
+           {"serialNumber", optionalText}},
+          [](auto&, auto&, auto* account) {
+            return ok({{"hearingAids", ++account->hearingAids}});
+          }),
+      row("personalize-hearing-aids", true, {{"aids", audiograms}},
+          [](auto&, auto& body, auto*) {
+            const json::array& aids = body.at("aids").get_array();
+            return ok({{"leftConfiguration", configuration(aids, "Left")},
+                       {"rightConfiguration", configuration(aids, "Right")}});
+          }),
+      row("age-and-sex", true, {{"dateOfBirth", date}, {"sex", sex}},
+          [](auto&, auto& body, auto* account) {
+            account->dateOfBirth = body.at("dateOfBirth");
+            account->sex = body.at("sex");
+            return ok({{"stored", true}});
+          }),
+  };
+  return endpoints.at(static_cast<std::size_t>(operation));
 }
 
 }  // namespace
 
-struct Service::Endpoint {
-  std::string_view path;
-  bool needsAccessToken;
-  std::vector<Field> fields;  // none: the body plays no part
-  Handler handler;
-};
-
-const Service::Endpoint& Service::endpoint(Operation operation) {
-  static constexpr Kind text{"a text", isText};
-  static constexpr Kind optionalText{"a text or null", isTextOrNull};
-  static constexpr Kind email{"an e-mail address", isEmail};
-  static constexpr Kind newPassword{"a text of 8 characters or more", isPassword};
-  static constexpr Kind date{"a date such as 1980-05-17T00:00:00", decodes<Date>};
-  static constexpr Kind sex{"Male, Female or NotKnown", decodes<Sex>};
-  static constexpr Kind orientation{"Left or Right", decodes<DeviceOrientation>};
-  static constexpr Kind audiograms{"an array of audiograms", decodes<std::vector<Audiogram>>};
-  static const std::array<Endpoint, 10> endpoints{{
-      {"/api/v1/account/login",
-       false,
-       {{"email", text}, {"password", text}, {"appInstanceId", text}, {"appInstanceName", text}},
-       &Service::login},
-      {"/api/v1/account/re-login", false, {{"refreshToken", text}, {"appInstanceId", text}}, &Service::relogin},
-      {"/api/v1/account/register",
-       false,
-       {{"email", email},
-        {"password", newPassword},
-        {"confirmPassword", text},
-        {"appInstanceId", text},
-        {"appInstanceName", text}},
-       &Service::register_},
-      {"/api/v1/account/authenticate-with-facebook",
-       false,
-       {{"facebookToken", text}, {"appInstanceId", text}, {"appInstanceName", text}},
-       &Service::authenticate},
-      {"/api/v1/account/resend-confirmation-email", true, {}, &Service::resendValidationEmail},
-      {"/api/v1/account/forgot-password", false, {{"email", email}}, &Service::sendPasswordReset},
-      {"/api/v1/account/confirmed-email", true, {}, &Service::checkIfValidated},
-      {"/api/v1/account/register-hearing-aid",
-       true,
-       {{"appInstanceId", text},
-        {"hardwareVersion", text},
-        {"firmwareVersion", text},
-        {"productName", text},
-        {"orientation", orientation},
-        {"tube", text},
-        {"serialNumber", optionalText}},
-       &Service::registerDevice},
-      {"/api/v1/account/personalize-hearing-aids", true, {{"aids", audiograms}}, &Service::profile},
-      {"/api/v1/account/age-and-sex", true, {{"dateOfBirth", date}, {"sex", sex}}, &Service::update},
-  }};
-  return endpoints.at(static_cast<std::size_t>(operation));
-}
-
-std::string_view path(Operation operation) { return Service::path(operation); }
+std::string_view path(Operation operation) { return endpoint(operation).path; }
 
 std::optional<Operation> operationAt(std::string_view target) {
   const std::string_view wanted = target.substr(0, target.find('?'));
@@ -162,195 +245,70 @@ std::optional<Operation> operationAt(std::string_view target) {
   return std::nullopt;
 }
 
-Service::Service(Sandbox::Options options, std::string baseUrl)
-    : options_(std::move(options)), baseUrl_(std::move(baseUrl)) {
-  allowFacebookToken("sandbox-facebook-token", "facebook.user@example.com");
-}
-
-std::string_view Service::path(Operation operation) { return endpoint(operation).path; }
-
 Answer Service::answer(const SeenRequest& request) {
-  constexpr std::string_view confirmation = "/confirm?token=";
-  Answer answer;
-  std::vector<std::pair<std::string, std::string>> mails;
-  {
-    const std::lock_guard lock(mutex_);
-    if (request.operation)
-      answer = judge(*request.operation, request);
-    else if (request.method == "GET" && request.target.starts_with(confirmation))
-      answer = confirm(std::string_view(request.target).substr(confirmation.size()));
-    else
-      answer = refusal(404, notFound, "There is nothing here.");
-    mails.swap(outbox_);
+  if (!request.operation) {
+    for (auto& [address, account] : accounts)
+      if (request.method == "GET" && link(account) == baseUrl + request.target) {
+        account.confirmed = true;
+        return {.body = "Your e-mail address is confirmed.\n", .contentType = "text/plain"};
+      }
+    return refusal(404, notFound, "There is nothing here.");
   }
-  if (options_.mail)
-    for (const auto& [address, words] : mails) options_.mail(address, words);
-  return answer;
-}
-
-Answer Service::judge(Operation operation, const SeenRequest& request) {
-  const Endpoint& endpoint = Service::endpoint(operation);
   if (request.method != "POST") {
     Answer answer = refusal(405, methodNotAllowed, "Only POST is allowed here.");
     answer.headers.emplace_back("Allow", "POST");
     return answer;
   }
-  if (request.header("Api-Key") != options_.apiKey)
-    return refusal(401, notAuthorized, "The API key is missing or wrong.");
-
-  Account* account = nullptr;
-  if (endpoint.needsAccessToken) {
-    const auto token = accessTokens_.find(request.header("Access-Token").value_or(""));
-    if (token == accessTokens_.end() || token->second.expiry <= std::chrono::steady_clock::now())
-      return refusal(401, notAuthorized, "The access token is missing, wrong or expired.");
-    account = token->second.account;
+  if (request.header("Api-Key") != apiKey) return refusal(401, notAuthorized, "The API key is missing or wrong.");
+  const auto& [path, needsAccessToken, fields, handle] = endpoint(*request.operation);
+  const auto [account, last] = findSignIn(*this, [&](const SignIn& one) {
+    return one.accessToken == request.header("Access-Token") && one.expiry > std::chrono::steady_clock::now();
+  });
+  if (needsAccessToken && account == nullptr)
+    return refusal(401, notAuthorized, "The access token is missing, wrong or expired.");
+  if (request.header("Accept") != mediaType) return invalid({"The header Accept must be application/json."});
+  if (fields.empty()) {
+    if (!request.body.empty() || request.header("Content-Type")) return invalid({"There must be no body."});
+    return handle(*this, {}, account);
   }
-
-  json::value body = json::object();
-  if (!endpoint.fields.empty()) {
-    boost::system::error_code error;
-    body = json::parse(request.body, error);
-    if (error || !body.is_object()) return refusal(400, notJson, "The body is not a JSON object.");
-    std::vector<std::string> errors;
-    for (const auto& [key, kind] : endpoint.fields)
-      if (const json::value* const value = body.get_object().if_contains(key); value == nullptr || !kind.holds(*value))
-        errors.push_back("The field " + std::string(key) + " must be " + std::string(kind.expectation) + '.');
-    if (!errors.empty()) return refusal(400, invalidFields, "The request is not valid.", errors);
-  }
-  return (this->*endpoint.handler)(body.get_object(), account);
+  if (request.header("Content-Type") != mediaType)
+    return invalid({"The header Content-Type must be application/json."});
+  boost::system::error_code error;
+  const json::value body = json::parse(request.body, error);
+  if (error || !body.is_object()) return refusal(400, notJson, "The body is not a JSON object.");
+  const auto errors = faults(body.get_object(), fields);
+  return errors.empty() ? handle(*this, body.get_object(), account) : invalid(errors);
 }
 
-Answer Service::login(const Body& body, Account*) {
-  Account* const account = find(get(body, "email"));
-  if (account == nullptr || account->password != get(body, "password"))
-    return wrongSignIn("The e-mail address or the password is wrong.");
-  return signIn(*account);
+Account* Service::find(const std::string& email) {
+  const auto account = accounts.find(email);
+  return account != accounts.end() ? &account->second : nullptr;
 }
 
-// A refresh token is good for one sign-in, which hands out the next.
-Answer Service::relogin(const Body& body, Account*) {
-  const auto token = refreshTokens_.extract(get(body, "refreshToken"));
-  return token ? signIn(*token.mapped()) : wrongSignIn("The refresh token is not valid.");
+Account& Service::make(const std::string& email, const std::optional<std::string>& password, bool confirmed) {
+  return accounts[email] = {email, password, confirmed, randomToken()};
 }
 
-Answer Service::register_(const Body& body, Account*) {
-  const std::string address = get(body, "email");
-  if (body.at("password") != body.at("confirmPassword"))
-    return refusal(400, invalidFields, "The request is not valid.", {"The two passwords differ."});
-  if (find(address) != nullptr) return refusal(400, taken, "There is an account for this e-mail address already.");
-  Account& account = make(address, get(body, "password"), false);
-  mailConfirmation(account);
-  return signIn(account);
-}
-
-Answer Service::authenticate(const Body& body, Account*) {
-  const auto token = facebookTokens_.find(get(body, "facebookToken"));
-  if (token == facebookTokens_.end()) return wrongSignIn("Facebook does not know this token.");
-  Account* const account = find(token->second);
-  return signIn(account != nullptr ? *account : make(token->second, std::nullopt, true));
-}
-
-Answer Service::resendValidationEmail(const Body&, Account* account) {
-  mailConfirmation(*account);
-  return ok({{"sent", true}});
-}
-
-Answer Service::sendPasswordReset(const Body& body, Account*) {
-  const Account* const account = find(get(body, "email"));
-  if (account != nullptr) outbox_.emplace_back(account->email, "You have asked for a new password.");
-  return ok({{"result", account != nullptr}});
-}
-
-Answer Service::checkIfValidated(const Body&, Account* account) { return ok({{"result", account->confirmed}}); }
-
-Answer Service::registerDevice(const Body&, Account* account) { return ok({{"hearingAids", ++account->hearingAids}}); }
-
-Answer Service::profile(const Body& body, Account*) {
-  const std::vector<Audiogram> aids = *JsonCodec<std::vector<Audiogram>>::decodeJson(body.at("aids"));
-  return ok({{"leftConfiguration", configuration(aids, DeviceOrientation::left)},
-             {"rightConfiguration", configuration(aids, DeviceOrientation::right)}});
-}
-
-Answer Service::update(const Body& body, Account* account) {
-  account->dateOfBirth = get(body, "dateOfBirth");
-  account->sex = get(body, "sex");
-  return ok({{"stored", true}});
-}
-
-Answer Service::confirm(std::string_view token) {
-  for (auto& [address, account] : accounts_)
-    if (account.confirmationToken == token) {
-      account.confirmed = true;
-      return {.body = "Your e-mail address is confirmed.\n", .contentType = "text/plain"};
-    }
-  return {.status = 404, .body = "This link is not valid.\n", .contentType = "text/plain"};
-}
-
-void Service::addAccount(const std::string& address, const std::string& password) {
-  const std::lock_guard lock(mutex_);
-  make(address, password, true);
-}
-
-void Service::allowFacebookToken(const std::string& token, const std::string& address) {
-  const std::lock_guard lock(mutex_);
-  facebookTokens_[token] = address;
-}
-
-bool Service::confirmEmail(const std::string& address) {
-  const std::lock_guard lock(mutex_);
-  Account* const account = find(address);
-  if (account != nullptr) account->confirmed = true;
-  return account != nullptr;
-}
-
-std::optional<std::string> Service::confirmationLink(const std::string& address) const {
-  const std::lock_guard lock(mutex_);
-  const auto account = accounts_.find(address);
-  if (account == accounts_.end()) return std::nullopt;
-  return link(account->second);
-}
-
-void Service::expireAccessTokens() {
-  const std::lock_guard lock(mutex_);
-  accessTokens_.clear();
-}
-
-Service::Account* Service::find(std::string_view address) {
-  const auto account = accounts_.find(address);
-  return account != accounts_.end() ? &account->second : nullptr;
-}
-
-Service::Account& Service::make(const std::string& address, std::optional<std::string> password, bool confirmed) {
-  Account& account = accounts_[address];
-  account = {.email = address,
-             .password = std::move(password),
-             .confirmed = confirmed,
-             .confirmationToken = randomToken(),
-             .dateOfBirth = {},
-             .sex = {}};
-  return account;
-}
-
-Answer Service::signIn(Account& account) {
-  const std::string accessToken = randomToken();
-  const std::string refreshToken = randomToken();
-  accessTokens_[accessToken] = {&account, std::chrono::steady_clock::now() + options_.accessTokenLifetime};
-  refreshTokens_[refreshToken] = &account;
+Answer Service::signIn(Account& account, const json::object& body) {
+  const auto expiry = std::chrono::steady_clock::now() + accessTokenLifetime;
+  const SignIn& one =
+      account.signIns.emplace_back(SignIn{get(body, "appInstanceId"), randomToken(), expiry, randomToken()});
+  if (account.signIns.size() > maxSignIns) account.signIns.pop_front();
   return ok({{"isSuccessful", true},
              {"isEmailConfirmed", account.confirmed},
-             {"accessToken", accessToken},
-             {"refreshToken", refreshToken},
-             {"dateOfBirth", orNull(account.dateOfBirth)},
-             {"sex", orNull(account.sex)},
+             {"accessToken", one.accessToken},
+             {"refreshToken", *one.refreshToken},
+             {"dateOfBirth", account.dateOfBirth},
+             {"sex", account.sex},
              {"email", account.email}});
 }
 
 void Service::mailConfirmation(const Account& account) {
-  outbox_.emplace_back(account.email, "Confirm your e-mail address: " + link(account));
+  outbox.emplace_back(account.email, "Confirm your e-mail address: " + link(account));
 }
 
 std::string Service::link(const Account& account) const {
-  return baseUrl_ + "/confirm?token=" + account.confirmationToken;
+  return baseUrl + "/confirm?token=" + account.confirmationToken;
 }
 
 }  // namespace HalvernApi::Testing

@@ -1,9 +1,10 @@
-// What the sandbox knows and how it judges requests, apart from sockets and scripts. Any thread.
+// What the sandbox knows and how it judges requests, apart from sockets and scripts. It reads JSON by itself, with none
+// of the library's codecs, so that a fault of theirs shows. For one thread at a time.
 #pragma once
 
 #include <boost/json.hpp>
+#include <deque>
 #include <map>
-#include <mutex>
 
 #include "HalvernApi/Testing/Sandbox.hpp"
 
@@ -12,71 +13,37 @@ namespace HalvernApi::Testing {
 // Which endpoint the path of a request target is, if any.
 std::optional<Operation> operationAt(std::string_view target);
 
-class Service {
- public:
-  Service(Sandbox::Options options, std::string baseUrl);
+struct SignIn {
+  std::string appInstanceId;
+  std::string accessToken;
+  std::chrono::steady_clock::time_point expiry;
+  std::optional<std::string> refreshToken;  // absent once it was used
+};
 
-  static std::string_view path(Operation operation);
+struct Account {
+  std::string email{};
+  std::optional<std::string> password{};  // absent when only Facebook signs in
+  bool confirmed = false;
+  std::string confirmationToken{};
+  boost::json::value dateOfBirth{}, sex{};
+  std::size_t hearingAids = 0;
+  std::deque<SignIn> signIns{};  // the latest
+};
 
+struct Service {
   Answer answer(const SeenRequest& request);
-
-  const std::string& baseUrl() const { return baseUrl_; }
-  const std::string& apiKey() const { return options_.apiKey; }
-  void addAccount(const std::string& email, const std::string& password);
-  void allowFacebookToken(const std::string& token, const std::string& email);
-  bool confirmEmail(const std::string& email);
-  std::optional<std::string> confirmationLink(const std::string& email) const;
-  void expireAccessTokens();
-
- private:
-  struct Account;
-  using Body = boost::json::object;
-  // What a handler is given has been checked against its endpoint's fields.
-  using Handler = Answer (Service::*)(const Body& body, Account* account);
-  struct Endpoint;
-  static const Endpoint& endpoint(Operation operation);
-
-  struct Account {
-    std::string email;
-    std::optional<std::string> password;  // absent when only Facebook signs in
-    bool confirmed = false;
-    std::string confirmationToken;
-    std::optional<std::string> dateOfBirth;
-    std::optional<std::string> sex;
-    std::size_t hearingAids = 0;
-  };
-  struct AccessToken {
-    Account* account;
-    std::chrono::steady_clock::time_point expiry;
-  };
-
-  Answer judge(Operation operation, const SeenRequest& request);
-  Answer login(const Body& body, Account*);
-  Answer relogin(const Body& body, Account*);
-  Answer register_(const Body& body, Account*);
-  Answer authenticate(const Body& body, Account*);
-  Answer resendValidationEmail(const Body&, Account* account);
-  Answer sendPasswordReset(const Body& body, Account*);
-  Answer checkIfValidated(const Body&, Account* account);
-  Answer registerDevice(const Body&, Account* account);
-  Answer profile(const Body& body, Account*);
-  Answer update(const Body& body, Account* account);
-  Answer confirm(std::string_view token);
-
-  Account* find(std::string_view email);
-  Account& make(const std::string& email, std::optional<std::string> password, bool confirmed);
-  Answer signIn(Account& account);
+  Account* find(const std::string& email);
+  Account& make(const std::string& email, const std::optional<std::string>& password, bool confirmed);
+  Answer signIn(Account& account, const boost::json::object& body);
   void mailConfirmation(const Account& account);
   std::string link(const Account& account) const;
 
-  const Sandbox::Options options_;
-  const std::string baseUrl_;
-  mutable std::mutex mutex_;
-  std::map<std::string, Account, std::less<>> accounts_;  // by e-mail address; never removed
-  std::map<std::string, AccessToken, std::less<>> accessTokens_;
-  std::map<std::string, Account*, std::less<>> refreshTokens_;
-  std::map<std::string, std::string, std::less<>> facebookTokens_;  // to e-mail addresses
-  std::vector<std::pair<std::string, std::string>> outbox_;         // mailed once the lock is released
+  std::string apiKey;
+  std::chrono::milliseconds accessTokenLifetime;
+  std::string baseUrl{};
+  std::map<std::string, Account> accounts{};            // by e-mail address; never removed
+  std::map<std::string, std::string> facebookTokens{};  // to e-mail addresses
+  std::vector<std::pair<std::string, std::string>> outbox{};
 };
 
 }  // namespace HalvernApi::Testing

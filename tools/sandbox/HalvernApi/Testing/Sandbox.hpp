@@ -1,13 +1,15 @@
 // The web service in miniature, for tests and for trying things out: the ten endpoints on a loopback port, with
-// accounts, tokens and hearing aids held in memory. It judges requests as the real service does; a script can make it
-// misbehave. Every member may be called from any thread.
+// accounts, tokens and hearing aids held in memory. It judges requests as the real service does, and strictly: what is
+// more, less or other than the service expects is refused. A script can make it misbehave. Every member may be called
+// from any thread.
 //
 //   Sandbox server;
 //   HttpApiService service(server.baseUrl(), {}, server.apiKey());
 //   server.script(Operation::login, {.answer = Answer{.status = 503}});
 //
 // Accounts are made by registering, or by `addAccount`. The Facebook token "sandbox-facebook-token" signs in
-// facebook.user@example.com.
+// facebook.user@example.com. The tokens of an account's last 32 sign-ins are good, a refresh token once and for the
+// installation to which it was given.
 #pragma once
 
 #include <chrono>
