@@ -3,6 +3,7 @@
 #include <atomic>
 #include <map>
 #include <utility>
+#include <vector>
 
 namespace HalvernApi::Foundation {
 
@@ -27,9 +28,9 @@ class CurrentScope {
 // What is not to run any more nor to be destroyed, for it holds objects of the application.
 void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new std::mutex;
-  static auto& kept = *new TaskList;
+  static auto& kept = *new std::vector<Task::Pointer>;
   const std::lock_guard lock(mutex);
-  kept.push(std::move(task));
+  kept.push_back(std::move(task));
 }
 
 }  // namespace
@@ -37,12 +38,13 @@ void keepUntilTheEnd(Task::Pointer task) {
 struct CompletionQueue::State {
   std::mutex mutex;
   std::condition_variable arrived;
-  TaskList incoming;       // under mutex
-  bool scheduled = false;  // under mutex; the application's queue has been asked to come
-  bool woken = false;      // under mutex
-  bool stopping = false;   // under mutex
-  TaskList next;           // the thread that runs tasks
-  TaskList running;        // the thread that runs tasks
+  TaskList incoming;                  // under mutex
+  std::vector<Task::Pointer> behind;  // under mutex; their handlers wait for a thread
+  bool scheduled = false;             // under mutex; the application's queue has been asked to come
+  bool woken = false;                 // under mutex
+  bool stopping = false;              // under mutex
+  TaskList next;                      // the thread that runs tasks
+  TaskList running;                   // the thread that runs tasks
 
   TaskList take() {
     const std::lock_guard lock(mutex);
@@ -141,6 +143,8 @@ void CompletionQueue::post(TaskList tasks) {
   {
     const std::lock_guard lock(state_->mutex);
     if (hasThread()) {
+      for (Task::Pointer& task : std::exchange(state_->behind, {}))
+        if (task->isDue()) state_->incoming.push(std::move(task));
       state_->incoming.append(std::move(tasks));
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
@@ -173,14 +177,16 @@ void CompletionQueue::settle(TaskList tasks) {
   thread_local TaskList* pending = nullptr;
   if (pending != nullptr) return pending->append(std::move(tasks));
   pending = &tasks;
-  TaskList left;
   while (Task::Pointer task = tasks.pop()) {
     if (task->run(false)) continue;
-    ProcessExit::begun() ? keepUntilTheEnd(std::move(task)) : left.push(std::move(task));
+    if (ProcessExit::begun()) {
+      keepUntilTheEnd(std::move(task));
+    } else {
+      const std::lock_guard lock(state_->mutex);
+      state_->behind.push_back(std::move(task));
+    }
   }
   pending = nullptr;
-  const std::lock_guard lock(state_->mutex);
-  state_->incoming.append(std::move(left));
 }
 
 void CompletionQueue::stop() { settle(state_->take()); }

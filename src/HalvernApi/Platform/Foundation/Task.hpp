@@ -17,6 +17,8 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   // Without `handlers` it does only what settles promises, and none of the application's handlers runs. False when
   // handlers are left to be run by a later call.
   virtual bool run(bool handlers) noexcept = 0;
+  // Whether it has something to run and does not stand in a queue; it is to be put into one then.
+  virtual bool isDue() = 0;
 
   Pointer next;  // for the list that the task stands in
 };

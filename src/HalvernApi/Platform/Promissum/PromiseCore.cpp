@@ -70,33 +70,35 @@ void PromiseCore::attach(std::unique_ptr<Callback> callback) {
   {
     const std::lock_guard lock(mutex_);
     callbacks_.push(std::move(callback));
-    if (!settled_ || std::exchange(posted_, true)) return;
+    if (!settled_) return;
   }
-  queue_->post(this);
+  if (isDue()) queue_->post(this);
 }
 
 // No lock is held while a callback runs or goes: what it holds may be the application's.
 bool PromiseCore::run(bool handlers) noexcept {
   Callbacks left;
   for (;;) {
-    Callbacks callbacks = [this] {
-      const std::lock_guard lock(mutex_);
-      if (callbacks_.empty()) posted_ = false;
-      return std::move(callbacks_);
-    }();
-    if (callbacks.empty()) return true;
+    std::unique_lock lock(mutex_);
+    if (callbacks_.empty()) {
+      posted_ = false;
+      callbacks_.append(std::move(left));
+      return callbacks_.empty();
+    }
+    Callbacks callbacks(std::move(callbacks_));
+    lock.unlock();
     while (auto callback = callbacks.pop()) {
       if (callback->kind == Kind::continuation || (handlers && !ProcessExit::begun()))
         callback->run(*this);
       else
         left.push(std::move(callback));
     }
-    if (left.empty()) continue;
-    const std::lock_guard lock(mutex_);
-    left.append(std::move(callbacks_));
-    callbacks_.append(std::move(left));
-    return false;
   }
+}
+
+bool PromiseCore::isDue() {
+  const std::lock_guard lock(mutex_);
+  return !callbacks_.empty() && !std::exchange(posted_, true);
 }
 
 bool PromiseCore::wait(Deadline deadline) const {

@@ -76,6 +76,7 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);
   bool run(bool handlers) noexcept override;
+  bool isDue() override;
 
   // Until settled; false at the deadline. Inside a handler it runs the other tasks of that handler's queue meanwhile.
   bool wait(Deadline deadline) const;
