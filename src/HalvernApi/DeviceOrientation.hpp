@@ -18,6 +18,4 @@ class HALVERNAPI_EXPORT DeviceOrientation : public Statham::RawEnum<DeviceOrient
 
 inline constexpr DeviceOrientation DeviceOrientation::left = Case::left, DeviceOrientation::right = Case::right;
 
-extern template class Statham::RawEnum<DeviceOrientation, DeviceOrientationCase>;
-
 }  // namespace HalvernApi

@@ -18,6 +18,4 @@ class HALVERNAPI_EXPORT Sex : public Statham::RawEnum<Sex, SexCase> {
 
 inline constexpr Sex Sex::male = Case::male, Sex::female = Case::female, Sex::unknown = Case::unknown;
 
-extern template class Statham::RawEnum<Sex, SexCase>;
-
 }  // namespace HalvernApi

@@ -15,7 +15,8 @@
 
 namespace HalvernApi::Statham {
 
-// `Enum` derives from it and has its name in `typeName` and the texts, in the order of the cases, in `rawValues`.
+// `Enum` derives from it and has its name in `typeName` and the texts, in the order of the cases, in `rawValues`. What
+// is not defined here is instantiated in the library, for its own enumerations.
 template <class Enum, class CaseType>
 class HALVERNAPI_EXPORT RawEnum {
  public:
