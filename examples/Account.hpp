@@ -7,13 +7,13 @@
 // [birthdate]
 // The day, such as "1980-05-17", at midnight in this device's time zone. Absent when there is no such day.
 inline std::optional<HalvernApi::Date> dateOf(const std::string& day) {
-  const auto date = HalvernApi::JsonCodec<HalvernApi::Date>::decodeJson(HalvernApi::JsonValue(day + "T00:00:00"));
+  const auto date = HalvernApi::decodeDate(HalvernApi::JsonValue(day + "T00:00:00"));
   return date ? std::optional(*date) : std::nullopt;
 }
 
 // The day that a date falls on in this device's time zone.
 inline std::string dayOf(HalvernApi::Date date) {
-  const std::string text = HalvernApi::JsonCodec<HalvernApi::Date>::encodeJson(date);
+  const std::string text = HalvernApi::encodeDate(date);
   return text.substr(0, text.find('T'));
 }
 // [birthdate]

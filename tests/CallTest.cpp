@@ -65,7 +65,7 @@ TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
              R"({"aids":[{"orientation":"Right","serialNumber":"s2","tube":"t","values":[{"frequency":1000,)"
              R"("volume":35.5},{"frequency":500,"volume":35}]},{"orientation":"Right","serialNumber":"s1",)"
              R"("tube":"t","values":[]}]})");
-  const Date birthdate = JsonCodec<Date>::decodeJson("1980-05-17T08:30:00").value();
+  const Date birthdate = decodeDate("1980-05-17T08:30:00").value();
   EXPECT_EQ(api.update(birthdate, Sex::unknown, "token").get(), Unit());
   expectSent("age-and-sex", "token", R"({"dateOfBirth":"1980-05-17T08:30:00","sex":"NotKnown"})");
   EXPECT_EQ(server.connections(), 1);

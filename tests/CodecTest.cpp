@@ -53,7 +53,7 @@ void expectText(const Record& record, std::string_view text) {
 }
 
 TEST(Records, AreWrittenWithEveryKeyInOrderAndReadBackEqual) {
-  const auto birth = JsonCodec<Date>::decodeJson("1980-05-17T08:30:00");
+  const auto birth = decodeDate("1980-05-17T08:30:00");
   expectText(AuthenticationResponse(true, false, "a", "r", birth.value(), Sex::female, "e"),
              R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"a","refreshToken":"r",)"
              R"("dateOfBirth":"1980-05-17T08:30:00","sex":"Female","email":"e"})");
@@ -206,7 +206,6 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
 
 class Dates : public ::testing::Test {
  protected:
-  using Codec = JsonCodec<Date>;
   ~Dates() override { ::unsetenv("TZ"), ::tzset(); }
 };
 
@@ -238,11 +237,11 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
                         {"CET-1CEST,M3.5.0,M10.5.0/3", "2024-07-01T00:00:00", 1719784800, "2024-07-01T00:00:00"}}) {
     ::setenv("TZ", row.zone, 1);
     const std::chrono::sys_time<std::chrono::seconds> time{std::chrono::seconds(row.sinceEpoch)};
-    EXPECT_EQ(Codec::decodeJson(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
-    EXPECT_EQ(Codec::encodeJson(time + std::chrono::milliseconds(999)), row.written) << row.zone;
+    EXPECT_EQ(decodeDate(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
+    EXPECT_EQ(encodeDate(time + std::chrono::milliseconds(999)), row.written) << row.zone;
   }
   ::unsetenv("TZ");  // and so the system's
-  const std::string written = Codec::encodeJson(std::chrono::sys_seconds());
+  const std::string written = encodeDate(std::chrono::sys_seconds());
   const std::time_t epoch = 0;
   ::tzset();
   EXPECT_EQ(written.substr(11, 5), (std::ostringstream() << std::put_time(std::localtime(&epoch), "%H:%M")).str());
@@ -251,7 +250,7 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
 TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
   const auto expectRefused = [](const JsonValue& json) {
     const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
-    EXPECT_EQ(Codec::decodeJson(json), Unexpected<JsonDecodeError>(error)) << json;
+    EXPECT_EQ(decodeDate(json), Unexpected<JsonDecodeError>(error)) << json;
   };
   for (const char* text :
        {"1980-05-17", "17-05-1980", "2023-02-30T00:00:00", "2023-02-29T00:00:00", "", "2023-13-01T00:00:00",
@@ -260,7 +259,7 @@ TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
         "300000-01-01T00:00:00", "01980-05-17T00:00:00", "1980-0a-17T00:00:00", "198a-05-17T00:00:00"})
     expectRefused(text);
   ::setenv("TZ", "UTC", 1);
-  const auto beforeYear1 = Codec::encodeJson(std::chrono::sys_days(std::chrono::year(0) / 12 / 31));
+  const auto beforeYear1 = encodeDate(std::chrono::sys_days(std::chrono::year(0) / 12 / 31));
   EXPECT_EQ(beforeYear1, "0000-12-31T00:00:00");  // refused, rather than taken for another year
   expectRefused(327400200);
   expectRefused(nullptr);

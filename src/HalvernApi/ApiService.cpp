@@ -119,8 +119,7 @@ Promise<ConfigurationResponse, Error> HttpApiService::profile(const std::vector<
 
 Promise<Unit, Error> HttpApiService::update(Date birthdate, Sex sex, std::string_view accessToken) {
   return post(*this, "/api/v1/account/age-and-sex",
-              Body{{"dateOfBirth", JsonCodec<Date>::encodeJson(birthdate)}, {"sex", sex.rawValue()}}, accessToken,
-              discard);
+              Body{{"dateOfBirth", encodeDate(birthdate)}, {"sex", sex.rawValue()}}, accessToken, discard);
 }
 
 }  // namespace HalvernApi

@@ -61,7 +61,7 @@ std::string Error::description() const {
 
 std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.description(); }
 
-bool withJson(const Data& data, const std::function<void(const JsonValue&)>& use) try {
+bool Detail::withJson(const Data& data, const std::function<void(const JsonValue&)>& use) try {
   const auto json = Statham::parseJson(Foundation::textOf(data));
   if (!json || !json->is_structured()) return false;
   use(*json);

@@ -55,16 +55,19 @@ class HALVERNAPI_EXPORT Error {
   Payload payload_;
 };
 
-// Parses `data` as JSON with an object or an array at the top, and gives the value to `use`, until it returns. False
-// when it is not JSON, or when `use` throws.
+namespace Detail {
+
+// Gives `use` what `decode` hands on. False when there is no such value, or when `use` throws.
 HALVERNAPI_EXPORT bool withJson(const Data& data, const std::function<void(const JsonValue&)>& use);
+
+}  // namespace Detail
 
 // What `decoder` makes of the JSON in `data`; it maps a JSON value to an Expected<std::optional<T>, ...>. Absent when
 // the data are not JSON with an object or an array at the top, or when it fails.
 template <class T, class F>
 std::optional<T> decode(const Data& data, F decoder) {
   std::optional<T> result;
-  const bool read = withJson(data, [&](const JsonValue& json) {
+  const bool read = Detail::withJson(data, [&](const JsonValue& json) {
     if (auto decoded = decoder(json)) result = *std::move(decoded);
   });
   return read ? std::move(result) : std::nullopt;

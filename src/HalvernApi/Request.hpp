@@ -1,12 +1,22 @@
-// A place in a chain of calls on a request where a debug build of an application may hook in.
+// A place in a chain of calls on a request where a debug build of an application may hook in. Any thread.
 #pragma once
+
+#include <concepts>
+
+#include "HalvernApi/Platform/Alamofire/Request.hpp"
 
 namespace HalvernApi {
 
-// Returns `request`, any pointer to a request, unchanged, and does nothing else.
-template <class RequestPointer>
-const RequestPointer& debugLog(const RequestPointer& request) {
-  return request;
+template <class T>
+concept RequestOrPointer = std::derived_from<std::remove_cvref_t<T>, Request> || requires(const T& pointer) {
+  requires std::derived_from<std::remove_cvref_t<decltype(*pointer)>, Request>;
+};
+
+// Returns `request`, of any type or a pointer of any kind to one, unchanged, and does nothing else:
+// `debugLog(request->validate()).response(handler)`.
+template <RequestOrPointer R>
+R debugLog(R&& request) {
+  return std::forward<R>(request);
 }
 
 }  // namespace HalvernApi

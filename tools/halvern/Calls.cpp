@@ -127,7 +127,7 @@ int profile(ApiService& service, const Values& values) {
 }
 
 int update(ApiService& service, const Values& values) {
-  const auto birthdate = JsonCodec<Date>::decodeJson(JsonValue(values("birthdate") + "T00:00:00"));
+  const auto birthdate = decodeDate(JsonValue(values("birthdate") + "T00:00:00"));
   if (!birthdate) wrongUsage("birthdate", "not a date such as 1980-05-17");
   return finish(service.update(*birthdate, *Sex::fromRawValue(values("sex")), values("access-token")));
 }

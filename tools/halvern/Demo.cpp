@@ -91,7 +91,7 @@ bool demo() {
       return Outcome{answer.isSuccessful() && answer.isEmailConfirmed() == confirmed && !answer.accessToken().empty(),
                      "signed in as " + answer.email() +
                          (answer.isEmailConfirmed() ? ", address confirmed" : ", address not confirmed") +
-                         (answer.dateOfBirth() ? ", born " + JsonCodec<Date>::encodeJson(*answer.dateOfBirth()) : "") +
+                         (answer.dateOfBirth() ? ", born " + encodeDate(*answer.dateOfBirth()) : "") +
                          (answer.sex() ? ", " + answer.sex()->encodeJson() : "")};
     };
   };

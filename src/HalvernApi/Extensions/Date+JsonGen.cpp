@@ -9,10 +9,7 @@
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
-namespace HalvernApi::Statham {
-
-using Foundation::Date;
-
+namespace HalvernApi {
 namespace {
 
 using std::chrono::hours, std::chrono::minutes, std::chrono::seconds;
@@ -79,13 +76,13 @@ std::optional<Date> parse(std::string_view text) {
 
 }  // namespace
 
-Foundation::Expected<Date, JsonDecodeError> JsonCodec<Date>::decodeJson(const JsonValue& json) {
+Expected<Date, JsonDecodeError> decodeDate(const JsonValue& json) {
   if (const boost::json::string* const text = json.if_string())
     if (const auto date = parse(std::string_view(text->data(), text->size()))) return *date;
-  return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate"));
+  return Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate"));
 }
 
-std::string JsonCodec<Date>::encodeJson(Date date) {
+std::string encodeDate(Date date) {
   refreshTimeZone();
   const std::tm local = localTime(std::chrono::floor<seconds>(date.time()).time_since_epoch().count());
   std::array<char, 32> text;
@@ -94,4 +91,9 @@ std::string JsonCodec<Date>::encodeJson(Date date) {
   return std::string(text.data(), static_cast<std::size_t>(size));
 }
 
-}  // namespace HalvernApi::Statham
+Expected<Date, JsonDecodeError> Statham::JsonCodec<Date>::decodeJson(const JsonValue& json) { return decodeDate(json); }
+JsonValue Statham::JsonCodec<Date>::encodeJson(Date date) {
+  return JsonCodec<std::string>::encodeJson(encodeDate(date));
+}
+
+}  // namespace HalvernApi

@@ -1,4 +1,4 @@
-// The session library's own error domain.
+// The session's own failures, as values of NSError: any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
@@ -7,12 +7,13 @@ namespace HalvernApi::Alamofire {
 
 inline constexpr std::string_view AFErrorDomain = "Alamofire.AFError";
 
-enum class AFError : int {
-  invalidURL,
-  parameterEncodingFailed,
-  invalidHeader,
-  responseValidationFailed,
-  responseSerializationFailed,
+// The numbers of AFErrorDomain.
+enum AFError : int {
+  invalidURL,                   // the text is not a URL; nothing was sent
+  parameterEncodingFailed,      // JSON cannot carry a parameter; nothing was sent
+  invalidHeader,                // a header's name or value would break the header block; nothing was sent
+  responseValidationFailed,     // the status or the content type is not acceptable
+  responseSerializationFailed,  // the body is not JSON, or the decoder threw
 };
 
 // `description` is a sentence for a developer; it never quotes what was sent or received.
@@ -21,3 +22,8 @@ inline Foundation::NSError makeError(AFError code, std::string description) {
 }
 
 }  // namespace HalvernApi::Alamofire
+
+namespace HalvernApi {
+using Alamofire::AFError;
+using Alamofire::AFErrorDomain;
+}  // namespace HalvernApi

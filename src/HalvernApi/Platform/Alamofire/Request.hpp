@@ -113,4 +113,5 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
 namespace HalvernApi {
 using Alamofire::DataRequest;
 using Alamofire::DefaultDataResponse;
+using Alamofire::Request;
 }  // namespace HalvernApi

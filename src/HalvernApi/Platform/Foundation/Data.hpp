@@ -25,4 +25,5 @@ HALVERNAPI_EXPORT std::optional<Data> decodeBase64(std::string_view text);
 
 namespace HalvernApi {
 using Foundation::Data;
+using Foundation::decodeBase64;
 }  // namespace HalvernApi

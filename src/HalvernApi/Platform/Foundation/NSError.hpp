@@ -14,7 +14,7 @@ inline constexpr std::string_view NSURLErrorDomain = "NSURLErrorDomain";
 // Failures of the operating system; `code` is an errno.
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
-// The numbers of NSURLErrorDomain that this platform layer uses.
+// The numbers of NSURLErrorDomain that occur.
 enum NSURLError : int {
   NSURLErrorUnknown = -1,
   NSURLErrorCancelled = -999,
@@ -52,4 +52,5 @@ namespace HalvernApi {
 using Foundation::NSError;
 using Foundation::NSPOSIXErrorDomain;
 using Foundation::NSURLErrorDomain;
+using enum Foundation::NSURLError;
 }  // namespace HalvernApi

@@ -11,6 +11,7 @@
 
 namespace HalvernApi::Promissum {
 
+// The request and the bytes of the body are not kept: once decoded, they would only take up memory with the promise.
 template <class T>
 struct SuccessResponse {
   T result;

@@ -19,6 +19,9 @@ using Decoded = Foundation::Expected<T, JsonDecodeError>;
 // By default a type's own members.
 template <class T>
 struct JsonCodec {
+  static_assert(!std::is_arithmetic_v<T>,
+                "The numbers of JSON are read as std::int64_t and double: convert from there");
+
   static Decoded<T> decodeJson(const JsonValue& json) { return T::decodeJson(json); }
   static JsonValue encodeJson(const T& value) { return JsonValue(value.encodeJson()); }
 };
@@ -50,32 +53,37 @@ struct HALVERNAPI_EXPORT JsonCodec<double> {
   static JsonValue encodeJson(double value);
 };
 
-// Null is absent.
-template <class T>
-struct JsonCodec<std::optional<T>> {
-  static Decoded<std::optional<T>> decodeJson(const JsonValue& json) {
-    if (json.is_null()) return std::optional<T>();
-    return JsonCodec<T>::decodeJson(json).map([](T&& value) { return std::optional<T>(std::move(value)); });
-  }
-  static JsonValue encodeJson(const std::optional<T>& value) {
-    return value ? JsonValue(JsonCodec<T>::encodeJson(*value)) : JsonValue(nullptr);
-  }
-};
+// What the decoder `F` reads.
+template <class F>
+using DecodedBy = typename std::invoke_result_t<const F&, const JsonValue&>::value_type;
 
-// Reports every bad element with its index, though never more than a thousand: what is wrong with an answer must not
-// take up many times the room of the answer.
-template <class T>
-struct JsonCodec<std::vector<T>> {
-  static constexpr std::size_t mostErrors = 1000;
+// A decoder of what `decode` reads, for which null is absent.
+template <class F>
+auto optionalDecoder(F decode) {
+  return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::optional<DecodedBy<F>>> {
+    if (json.is_null()) return std::optional<DecodedBy<F>>();
+    return decode(json).map([](auto&& value) { return std::optional<DecodedBy<F>>(std::move(value)); });
+  };
+}
 
-  static Decoded<std::vector<T>> decodeJson(const JsonValue& json) {
+template <class T, class F>
+JsonValue encodeOptional(const std::optional<T>& value, F encode) {
+  return value ? JsonValue(encode(*value)) : JsonValue(nullptr);
+}
+
+// A decoder of arrays of what `decode` reads. Reports every bad element with its index, though never more than a
+// thousand: what is wrong with an answer must not take up many times the room of the answer.
+template <class F>
+auto arrayDecoder(F decode) {
+  return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::vector<DecodedBy<F>>> {
+    constexpr std::size_t maxErrors = 1000;
     const boost::json::array* const array = json.if_array();
     if (array == nullptr) return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "Array"));
-    std::vector<T> values;
+    std::vector<DecodedBy<F>> values;
     std::vector<JsonDecodeError::ElementError> errors;
     values.reserve(array->size());
-    for (std::size_t index = 0; index < array->size() && errors.size() < mostErrors; ++index) {
-      auto element = JsonCodec<T>::decodeJson((*array)[index]);
+    for (std::size_t index = 0; index < array->size() && errors.size() < maxErrors; ++index) {
+      auto element = decode((*array)[index]);
       if (element)
         values.push_back(*std::move(element));
       else
@@ -83,17 +91,35 @@ struct JsonCodec<std::vector<T>> {
     }
     if (errors.empty()) return values;
     return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::arrayElementErrors(std::move(errors)));
-  }
-  static JsonValue encodeJson(const std::vector<T>& values) {
-    boost::json::array array;
-    array.reserve(values.size());
-    for (const T& value : values) array.push_back(JsonCodec<T>::encodeJson(value));
-    return array;
-  }
+  };
+}
+
+template <class T, class F>
+JsonValue encodeArray(const std::vector<T>& values, F encode) {
+  boost::json::array array;
+  array.reserve(values.size());
+  for (const T& value : values) array.emplace_back(encode(value));
+  return array;
+}
+
+template <class T>
+struct JsonCodec<std::optional<T>> {
+  static auto decodeJson(const JsonValue& json) { return optionalDecoder(JsonCodec<T>::decodeJson)(json); }
+  static JsonValue encodeJson(const std::optional<T>& value) { return encodeOptional(value, JsonCodec<T>::encodeJson); }
+};
+
+template <class T>
+struct JsonCodec<std::vector<T>> {
+  static auto decodeJson(const JsonValue& json) { return arrayDecoder(JsonCodec<T>::decodeJson)(json); }
+  static JsonValue encodeJson(const std::vector<T>& values) { return encodeArray(values, JsonCodec<T>::encodeJson); }
 };
 
 }  // namespace HalvernApi::Statham
 
 namespace HalvernApi {
+using Statham::arrayDecoder;
+using Statham::encodeArray;
+using Statham::encodeOptional;
 using Statham::JsonCodec;
+using Statham::optionalDecoder;
 }  // namespace HalvernApi
