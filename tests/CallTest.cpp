@@ -3,6 +3,7 @@
 
 #include <boost/algorithm/string/case_conv.hpp>
 
+#include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
 #include "ScriptedServer.hpp"
 #include "TestSupport.hpp"
 
@@ -71,19 +72,67 @@ TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
   EXPECT_EQ(server.connections(), 1);
 }
 
+Promise<Unit, Error> fetch(
+    SessionManager& session, const std::string& url, const Token& apiKey = {},
+    const DataRequest::Decoder<Unit>& decoder = [](const JsonValue&) { return Unit(); }) {
+  return request<Unit>(session, url, HTTPMethod::get, {}, JSONEncoding::default_(), apiKey, {}, decoder);
+}
+
 TEST(Headers, OfTheRequestPrecedeThoseOfTheConfiguration) {
   ScriptedServer server({json("{}")});
   SessionManager session({.httpAdditionalHeaders = {{"accept", "text/plain"}, {"API-KEY", "mine"}, {"X-App", "7"}}});
-  const auto answer = request<Unit>(session, server.url(), HTTPMethod::get, {}, JSONEncoding::default_(), "key", {},
-                                    [](const JsonValue&) { return Unit(); });
-  EXPECT_EQ(answer.get(), Unit());
-  const Received received = server.requests().at(0);
-  EXPECT_EQ(received.line, "GET / HTTP/1.1");
-  for (const auto& [name, value] : {std::pair("accept", "application/json"), {"api-key", "key"}, {"x-app", "7"}}) {
-    EXPECT_EQ(received.headers.count(name), 1) << name;
-    EXPECT_EQ(received.headers.find(name)->second, value);
+  for (const Token& apiKey : {Token("key"), Token(""), Token()}) {
+    EXPECT_EQ(fetch(session, server.url(), apiKey).get(), Unit());
+    const Received received = server.requests().back();
+    EXPECT_EQ(received.line, "GET / HTTP/1.1");
+    const std::map<std::string, std::string> expected = {
+        {"accept", "application/json"}, {"api-key", apiKey.value_or("mine")}, {"x-app", "7"}};
+    for (const auto& [name, value] : expected) {
+      EXPECT_EQ(received.headers.count(name), 1) << name;
+      EXPECT_EQ(received.headers.find(name)->second, value);
+    }
+    EXPECT_EQ(received.headers.count("access-token"), 0);
   }
-  EXPECT_EQ(received.headers.count("access-token"), 0);
+}
+
+TEST(Headers, AskForTheLanguagesOfTheLocaleSettings) {
+  const std::array settings = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
+  const std::vector<std::pair<std::array<const char*, 4>, std::string>> rows = {
+      {{"", "", "", ""}, "en"},
+      {{"", "", "", "de_AT.UTF-8"}, "de-AT;q=1.0"},
+      {{"sv:en_GB:sv", "", "", "de@euro"}, "sv;q=1.0, en-GB;q=0.9"},
+      {{"sv", "C", "", "de"}, "en"},
+      {{"", "", "fr_FR", "de"}, "fr-FR;q=1.0"},
+      {{"aa:b\r\nX: y:bb:cc:dd:ee:ff:gg", "", "", "de"}, "aa;q=1.0, bb;q=0.9, cc;q=0.8, dd;q=0.7, ee;q=0.6, ff;q=0.5"}};
+  for (const auto& [values, expected] : rows) {
+    for (std::size_t index = 0; index < settings.size(); ++index) ::setenv(settings[index], values[index], 1);
+    EXPECT_EQ(Alamofire::acceptLanguage(), expected);
+  }
+  for (const char* setting : settings) ::unsetenv(setting);
+}
+
+// Overrides one operation.
+class Kiosk final : public HttpApiService {
+ public:
+  using HttpApiService::HttpApiService;
+  Promise<Unit, Error> resendValidationEmail(std::string_view) override {
+    return Promise<Unit, Error>::rejected(Error::notAuthorized());
+  }
+};
+
+TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
+  ScriptedServer server({json(R"({"result":true})")});
+  SessionManager session{URLSessionConfiguration{}};
+  const auto sent = session.request(server.url(), HTTPMethod::post, {}, JSONEncoding::default_(), HTTPHeaders());
+  const auto decoded = debugLog(debugLog(sent)->validate())
+                           .responseJsonDecodePromise<ValidatedEmailResponse>(ValidatedEmailResponse::decodeJson)
+                           .get();
+  EXPECT_TRUE(decoded && decoded->result == ValidatedEmailResponse(true) && decoded->response.statusCode == 200);
+  const auto throwing = [](const JsonValue&) -> Expected<Unit, JsonDecodeError> { throw 1; };
+  EXPECT_EQ(outcomeOf(fetch(session, server.url(), {}, throwing)), "unknownNSError Alamofire.AFError 4");
+  Kiosk kiosk(server.url(), {}, "key");
+  EXPECT_EQ(outcomeOf(static_cast<ApiService&>(kiosk).resendValidationEmail("token")), "notAuthorized");
+  EXPECT_EQ(outcomeOf(kiosk.checkIfValidated("token")), "success");
 }
 
 TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
@@ -91,14 +140,10 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   SessionManager session{URLSessionConfiguration{}};
   std::vector<std::string> targets = {"/", "/a/../b", "/./c//d", "/e?f=%20&g=/?h", "/%7Ei?"};
   for (int number = 0; number < 20; ++number) targets.push_back("/more/" + std::to_string(number));
-  const auto discard = [](const JsonValue&) { return Unit(); };
   for (int round = 0; round < 2; ++round)
     for (const std::string& target : targets)
       for (const ScriptedServer* server : {&one, &other})
-        EXPECT_EQ(request<Unit>(session, server->url() + target + "#fragment", HTTPMethod::get, {},
-                                JSONEncoding::default_(), {}, {}, discard)
-                      .get(),
-                  Unit());
+        EXPECT_EQ(fetch(session, server->url() + target + "#fragment").get(), Unit());
   for (const ScriptedServer* server : {&one, &other}) {
     const auto requests = server->requests();
     ASSERT_EQ(requests.size(), 2 * targets.size());
@@ -107,17 +152,14 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   }
 }
 
-// Sets the hook before main, and again when the process ends. What it captures lives on the heap.
+// Sets the hook before main, and again when the process ends.
 class HookOfTheProcess final : public ::testing::Environment {
  public:
-  HookOfTheProcess() { setLog(); }
-  ~HookOfTheProcess() override { setLog(); }
-  void SetUp() override { EXPECT_TRUE(HalvernApi::Environment::log); }
-
- private:
-  static void setLog() {
-    HalvernApi::Environment::log = [text = std::string(100, '-')](const std::string&) { (void)text; };
+  HookOfTheProcess() {
+    HalvernApi::Environment::log = [text = std::string(100, '-')](auto&) { (void)text; };
   }
+  ~HookOfTheProcess() override { HalvernApi::Environment::log = nullptr; }
+  void SetUp() override { EXPECT_TRUE(HalvernApi::Environment::log); }
 };
 [[maybe_unused]] const auto* const hookOfTheProcess = AddGlobalTestEnvironment(new HookOfTheProcess);
 
@@ -151,33 +193,46 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndHoldNoSecret) {
 }
 
 TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
-  ScriptedServer server({{{Step::hold}, json("{}")[0]}});
-  HttpApiService service(server.url(), {}, "key");
-  listen();
-  const auto call = service.resendValidationEmail("token");
-  Environment::log = nullptr;
-  server.release();
-  EXPECT_EQ(call.get(), Unit());
-  EXPECT_EQ(lines.size(), 2);
-  Environment::log = [](const std::string&) { throw 1; };
-  EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
-  Environment::log = [this, more = std::string(100, '!')](const std::string& line) {
+  for (const bool before : {false, true}) {  // there when the call begins, or when it ends
+    ScriptedServer server({{{Step::hold}, json("{}")[0]}});
+    HttpApiService service(server.url(), {}, "key");
+    if (before) listen();
+    const auto call = service.resendValidationEmail("token");
     Environment::log = nullptr;
-    lines.push_back(line + more);
-  };
-  EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
-  EXPECT_EQ(lines.size(), 3);
+    if (!before) listen();
+    server.release();
+    EXPECT_EQ(call.get(), Unit());
+    EXPECT_EQ(lines.size(), before ? 2 : 1);
+    Environment::log = [](const std::string&) { throw 1; };
+    EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
+    lines.clear();
+    Environment::log = [this, more = std::string(100, '!')](const std::string& line) {
+      Environment::log = nullptr;
+      lines.push_back(line + more);
+    };
+    EXPECT_EQ(service.resendValidationEmail("token").get(), Unit());
+    EXPECT_EQ(std::exchange(lines, {}).size(), 1);
+  }
 }
 
 TEST_F(LogLines, AreNotTheBodiesWhichGoToStandardOutputWhereTheyAreUtf8) {
-  ScriptedServer server({json(R"({"a":"ä"})"), http(500, "text/html", "<p>\n"), json("\"\xff\""), json("[1]")});
+  std::vector<Tests::Answer> answers = {json(R"({"a":"ä"})"), http(500, "text/html", "<p>\n"), json("\"\xff\""),
+                                        json(""), json("[1]")};
+  for (const char* status : {"200", "400", "401"})
+    answers.push_back(
+        {{Step::send, std::string("HTTP/1.1 ") + status + " ?\r\nContent-Length: 9\r\n\r\n{}"}, {Step::close}});
+  ScriptedServer server(answers);
   HttpApiService service(server.url(), {}, "key");
   ::testing::internal::CaptureStdout();
-  for (int call = 0; call < 3; ++call) (void)service.resendValidationEmail("token").get();
+  for (int call = 0; call < 4; ++call) (void)service.resendValidationEmail("token").get();
   (void)HttpApiService("http://127.0.0.1:1", {}, "key").resendValidationEmail("token").get();
   listen();
   (void)service.resendValidationEmail("token").get();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "{\"a\":\"ä\"}\n<p>\n\n[1]\n");
+  for (const char* status : {"200", "400", "401"}) {  // cut short
+    EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), "network NSURLErrorDomain -1005");
+    EXPECT_THAT(lines.back(), StartsWith(std::string("STATUS ") + status));
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "{\"a\":\"ä\"}\n<p>\n\n[1]\n{}\n{}\n{}\n");
 }
 
 }  // namespace

@@ -40,7 +40,6 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   for (const auto& [expected, texts] : rows)
     for (const std::string& text : texts) EXPECT_EQ(takers(parsed(text)), expected) << text;
   EXPECT_EQ(takers(HUGE_VAL), "");
-  EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(Limits::min()), Limits::min());
   EXPECT_EQ(JsonCodec<std::int64_t>::decodeJson(std::uint64_t{1000}), 1000);
   EXPECT_EQ(JsonCodec<double>::decodeJson(9223372036854775808u), 9223372036854775808.0);
 }
@@ -62,9 +61,10 @@ TEST(Records, AreWrittenWithEveryKeyInOrderAndReadBackEqual) {
              R"("dateOfBirth":null,"sex":null,"email":""})");
   expectText(ForgotPasswordResponse(false), R"({"result":false})");
   expectText(ValidatedEmailResponse(true), R"({"result":true})");
-  expectText(ServerErrorResponse(-7, "m", {{"x"}}), R"({"errorCode":-7,"message":"m","validationErrors":["x"]})");
-  expectText(ServerErrorResponse(0, std::nullopt, std::nullopt),
-             R"({"errorCode":0,"message":null,"validationErrors":null})");
+  ServerErrorResponse rejection(0, std::nullopt, std::nullopt);
+  expectText(rejection, R"({"errorCode":0,"message":null,"validationErrors":null})");
+  rejection.setErrorCode(-7), rejection.setMessage("m"), rejection.setValidationErrors({{"x"}});
+  expectText(rejection, R"({"errorCode":-7,"message":"m","validationErrors":["x"]})");
   expectText(ConfigurationResponse("AQID", {}), R"({"leftConfiguration":"AQID","rightConfiguration":null})");
   expectText(Audiogram(DeviceOrientation::left, "s", "t", {{1000, 35.5}, {250, -10}, {250, 0.1}}),
              R"({"orientation":"Left","serialNumber":"s","tube":"t","values":[{"frequency":1000,"volume":35.5},)"
@@ -82,9 +82,11 @@ std::string faultsOf(std::string_view text) {
 TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
   EXPECT_EQ(faultsOf<FrequencyVolumePair>("{}"),
             "FrequencyVolumePair.frequency: missing; FrequencyVolumePair.volume: missing");
+  EXPECT_EQ(faultsOf<ForgotPasswordResponse>("{}"), "ForgotPasswordResponse.result: missing");
+  EXPECT_EQ(faultsOf<ValidatedEmailResponse>("{}"), "ValidatedEmailResponse.result: missing");
   EXPECT_EQ(faultsOf<AuthenticationResponse>(
-                R"({"isSuccessful":1,"isEmailConfirmed":true,"accessToken":null,"refreshToken":"r",)"
-                R"("dateOfBirth":"1980-05-17","sex":"unknown","email":"e"})"),
+                R"({"email":"e","sex":"unknown","isSuccessful":1,"x":[],"dateOfBirth":"1980-05-17","email":"f",)"
+                R"("refreshToken":"r","isEmailConfirmed":0,"isEmailConfirmed":true,"accessToken":null})"),
             "AuthenticationResponse.isSuccessful: expected Bool, found number; "
             "AuthenticationResponse.accessToken: expected String, found null; "
             "AuthenticationResponse.dateOfBirth: expected ISO 8601 formatted NSDate, found string; "
@@ -98,79 +100,63 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
   EXPECT_EQ(faultsOf<ServerErrorResponse>(R"({"errorCode":1,"validationErrors":["x",null]})"),
             "ServerErrorResponse.validationErrors[1]: expected String, found null");
   EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"more":0})"), "none");
-  EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"leftConfiguration":5})"),
-            "ConfigurationResponse.leftConfiguration: expected String, found number");
   EXPECT_EQ(faultsOf<ValidatedEmailResponse>("true"), "expected Object, found boolean");
   const auto nested = Audiogram::decodeJson(parsed(R"({"orientation":"left","values":[{"frequency":1}]})"));
   EXPECT_EQ(*nested.error().at("orientation"), JsonDecodeError::wrongEnumRawValue("left", "DeviceOrientation"));
   EXPECT_EQ(nested.error().at("values")->elementErrors().at(0).error,
             JsonDecodeError::structErrors("FrequencyVolumePair", {{"volume", JsonDecodeError::missingKey()}}));
+  boost::json::monotonic_resource memory;  // which a fault may outlive
+  const auto fault = Sex::decodeJson(boost::json::parse(R"(["a text that takes memory"])", &memory));
+  EXPECT_NE(fault.error().value()->storage().get(), &memory);
 }
 
 template <class Enum>
-void expectCases(const std::vector<Enum>& cases, const Texts& texts, const Texts& strangers, const std::string& type) {
-  for (std::size_t ordinal = 0; ordinal < cases.size(); ++ordinal) {
-    EXPECT_EQ(cases[ordinal].encodeJson(), texts[ordinal]);
-    EXPECT_EQ(Enum::fromRawValue(texts[ordinal]), cases[ordinal]);
-    EXPECT_EQ(Enum::decodeJson(JsonValue(texts[ordinal])), cases[ordinal]);
-    EXPECT_EQ(std::hash<Enum>()(cases[ordinal]), ordinal);
-    EXPECT_EQ(cases[ordinal].hashValue(), static_cast<std::int64_t>(ordinal));
-    for (std::size_t other = 0; other < cases.size(); ++other)
-      EXPECT_EQ(cases[ordinal] == typename Enum::Case(cases[other]), ordinal == other);
-  }
+void expectCases(const Texts& texts, const Texts& strangers, const std::string& type) {
   using Failure = Unexpected<JsonDecodeError>;
+  for (std::size_t ordinal = 0; ordinal < texts.size(); ++ordinal) {
+    const Enum value = static_cast<typename Enum::Case>(ordinal);
+    EXPECT_EQ(value.encodeJson(), texts[ordinal]);
+    EXPECT_EQ(Enum::decodeJson(JsonValue(texts[ordinal])), value);
+    EXPECT_EQ(Enum::fromRawValue(texts[ordinal]), value);
+    EXPECT_TRUE(std::hash<Enum>()(value) == ordinal && value.hashValue() == static_cast<std::int64_t>(ordinal));
+    EXPECT_EQ(value == typename Enum::Case(), ordinal == 0);
+  }
   for (const std::string& text : strangers)
     EXPECT_EQ(Enum::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, type))) << text;
   for (const JsonValue& json : {JsonValue(0), JsonValue()})
     EXPECT_EQ(Enum::decodeJson(json), Failure(JsonDecodeError::wrongType(json, "String"))) << json;
 }
 
-TEST(DecodingFaults, DoNotLiveInTheMemoryOfTheJsonTheyName) {
-  boost::json::monotonic_resource memory;
-  const auto json = boost::json::parse(R"({"result":"a text that takes memory"})", &memory);
-  const auto fault = ForgotPasswordResponse::decodeJson(json);
-  ASSERT_EQ(json.storage().get(), &memory);
-  const JsonValue& value = *fault.error().at("result")->value();
-  EXPECT_EQ(value, "a text that takes memory");
-  EXPECT_EQ(value.storage().get(), boost::json::storage_ptr().get());
+TEST(Enumerations, TravelAsTheirRawTextsExactly) {
+  EXPECT_TRUE(Sex::unknown.rawValue() == "NotKnown" && DeviceOrientation::right.rawValue() == "Right");
+  expectCases<Sex>({"Male", "Female", "NotKnown"}, {"male", "unknown", "NotKnown ", " NotKnown", "", "Left"}, "Sex");
+  expectCases<DeviceOrientation>({"Left", "Right"}, {"left", "LEFT", "Left\n", "Male"}, "DeviceOrientation");
 }
 
 TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
   const auto listOf = [](const std::string& element) {
-    std::string list = "[" + element;
-    for (int count = 1; count < 1000; ++count) list += ',' + element;
-    return list + ']';
+    std::string list = "[";
+    for (int count = 0; count < 1000; ++count) list += element + ',';
+    return list.replace(list.size() - 1, 1, "]");
   };
-  struct Row {
-    std::string text;
-    std::size_t minBytes;  // that its values take at least
-  };
-  for (const auto& [text, minBytes] :
-       std::vector<Row>{{listOf("0"), 24'000},
-                        {listOf("[]"), 24'000},
-                        {listOf("[null]"), 48'000},
-                        {listOf("{\"a\":true}"), 64'000},
-                        {'"' + std::string(20'000, 'x') + '"', 20'000},
-                        {"{\"" + std::string(20'000, 'x') + "\":0}", 20'000},
-                        {"\"\\n" + std::string(20'000, 'x') + '"', 40'000}}) {  // read in pieces
+  const std::string longText(20'000, 'x');
+  const std::vector<std::pair<std::string, std::size_t>> rows = {
+      // and what its values take at least
+      {listOf("0"), 24'000},          {listOf("[null]"), 48'000},           {listOf("{\"a\":true}"), 64'000},
+      {'"' + longText + '"', 20'000}, {"{\"" + longText + "\":0}", 20'000}, {"\"\\n" + longText + '"', 40'000}};
+  for (const auto& [text, minBytes] : rows) {
     const auto refused = Statham::parseJson(text, minBytes);
     EXPECT_TRUE(!refused && refused.error().isTooLarge) << text.substr(0, 20);
     EXPECT_TRUE(Statham::parseJson(text, 5 * minBytes) == parsed(text)) << text.substr(0, 20);
   }
-  const auto broken = Statham::parseJson("[0", 1000);
-  EXPECT_TRUE(!broken && !broken.error().isTooLarge);
-}
-
-TEST(Enumerations, TravelAsTheirRawTextsExactly) {
-  expectCases<Sex>({Sex::male, Sex::female, Sex::unknown}, {"Male", "Female", "NotKnown"},
-                   {"male", "unknown", "NotKnown ", " NotKnown", "", "Left"}, "Sex");
-  expectCases<DeviceOrientation>({DeviceOrientation::left, DeviceOrientation::right}, {"Left", "Right"},
-                                 {"left", "right", "LEFT", "Left\n", "Male"}, "DeviceOrientation");
+  EXPECT_FALSE(Statham::parseJson("[0", 1000).error().isTooLarge);
 }
 
 TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
-  const std::map<std::string, std::string> valid = {{"", ""},       {"AQID", "\1\2\3"},       {"AQI=", "\1\2"},
-                                                    {"AQ==", "\1"}, {"+/+/", "\xfb\xff\xbf"}, {"AQIDBA==", "\1\2\3\4"}};
+  const std::map<std::string, std::string> valid = {
+      {"", ""},         {"AQID", "\1\2\3"},       {"AQI=", "\1\2"},
+      {"AQJ=", "\1\2"}, {"AR==", "\1"},  // unused bits
+      {"AQ==", "\1"},   {"+/+/", "\xfb\xff\xbf"}, {"AQIDBA==", "\1\2\3\4"}};
   for (const auto& [text, data] : valid) {
     EXPECT_EQ(ConfigurationResponse(text, {}).leftData(), bytes(data)) << text;
     EXPECT_EQ(ConfigurationResponse({}, text).rightData(), bytes(data)) << text;
@@ -193,14 +179,13 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   std::vector<double> doubles = {-0.0, 5e-324, std::numeric_limits<double>::max(), 1.0 / 3, -1e300};
   for (std::mt19937_64 random; doubles.size() < 2000;) doubles.push_back(std::bit_cast<double>(random()));
   for (const double value : doubles) {
-    if (!std::isfinite(value)) continue;
     const std::string text = bodyOf(value);
-    EXPECT_EQ(text.find_first_of("eE"), std::string::npos) << value;
+    EXPECT_EQ(text.find_first_of("eE") == std::string::npos, std::isfinite(value)) << text;
+    if (!std::isfinite(value)) continue;  // refused
     const auto read = JsonCodec<double>::decodeJson(Statham::parseJson(text)->at("v"));
     EXPECT_EQ(std::bit_cast<std::uint64_t>(read.value()), std::bit_cast<std::uint64_t>(value)) << text;
   }
-  for (const JsonValue& value :
-       {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xff"), JsonValue("\xed\xa0\x80")})
+  for (const JsonValue& value : {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80")})
     EXPECT_EQ(bodyOf(value), "Alamofire.AFError");
 }
 
@@ -213,30 +198,24 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
   struct Row {
     const char *zone, *text;
     std::int64_t sinceEpoch;
-    const char* written;
+    const char* written = text;
   };
   for (const Row& row :
-       std::vector<Row>{{"UTC", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
-                        {"Europe/Berlin", "1980-05-17T08:30:00", 327393000, "1980-05-17T08:30:00"},
-                        {"No/Such_Zone", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
-                        {"UTC", "0001-01-01T00:00:00", -62135596800, "0001-01-01T00:00:00"},
-                        {"UTC", "9999-12-31T23:59:59", 253402300799, "9999-12-31T23:59:59"},
-                        {"UTC", "10000-02-29T00:00:00", 253407398400, "10000-02-29T00:00:00"},
-                        {"UTC", "294247-01-10T04:00:53", 9223372036853, "294247-01-10T04:00:53"},
-                        {"UTC", "2024-02-29T12:00:00", 1709208000, "2024-02-29T12:00:00"},
-                        {"IST-5:30", "1980-05-17T00:00:00", 327349800, "1980-05-17T00:00:00"},
-                        {"<+0530>-5:30", "1980-05-17T00:00:00", 327349800, "1980-05-17T00:00:00"},
-                        {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000, "1980-05-17T08:30:00"},
-                        {"", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
-                        {"Europe/Amsterdam", "1900-01-01T00:00:00", -2208989972, "1900-01-01T00:00:00"},
-                        {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},      // skipped
-                        {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},  // skipped
-                        {"America/New_York", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"},  // repeated
-                        {"EST5EDT,M3.2.0,M11.1.0", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"},
-                        {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800, "2024-11-03T01:30:00"},
-                        {"CET-1CEST,M3.5.0,M10.5.0/3", "2024-07-01T00:00:00", 1719784800, "2024-07-01T00:00:00"}}) {
+       std::vector<Row>{{"No/Such_Zone", "1980-05-17T08:30:00", 327400200},
+                        {"", "1980-05-17T08:30:00", 327400200},
+                        {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000},
+                        {"IST-5:30", "1980-05-17T00:00:00", 327349800},
+                        {"Europe/Amsterdam", "1900-01-01T00:00:00", -2208989972},
+                        {"UTC", "0001-01-01T00:00:00", -62135596800},
+                        {"UTC", "2024-02-29T12:00:00", 1709208000},
+                        {"UTC", "10000-02-29T00:00:00", 253407398400},
+                        {"UTC", "294247-01-10T04:00:53", 9223372036853},
+                        {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},
+                        {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800},  // repeated
+                        {"America/New_York", "2024-11-03T01:30:00", 1730611800},
+                        {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"}}) {
     ::setenv("TZ", row.zone, 1);
-    const std::chrono::sys_time<std::chrono::seconds> time{std::chrono::seconds(row.sinceEpoch)};
+    const std::chrono::sys_seconds time{std::chrono::seconds(row.sinceEpoch)};
     EXPECT_EQ(decodeDate(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
     EXPECT_EQ(encodeDate(time + std::chrono::milliseconds(999)), row.written) << row.zone;
   }

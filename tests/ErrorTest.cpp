@@ -69,6 +69,8 @@ TEST(ErrorBody, IsDecodedOnlyFromAnObjectOrAnArrayAndOnlyForItsStatus) {
   for (const char* text : {"{}", "1", "null", "", "[", "[\"\xff\"]"})
     EXPECT_EQ(decode<std::size_t>(bytes(text), count), std::nullopt) << text;
 
+  const auto throwing = [](const JsonValue&) -> Expected<std::optional<int>, JsonDecodeError> { throw 1; };
+  EXPECT_EQ(decode<int>(bytes("[]"), throwing), std::nullopt);
   const auto conflict = [](int status, const char* body) -> std::optional<std::int64_t> {
     const auto rejection =
         decode<ServerErrorResponse>(failed(other, status, body), 409, ServerErrorResponse::decodeJson);
