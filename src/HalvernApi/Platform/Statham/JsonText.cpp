@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/memory_resource.hpp>
 #include <boost/json/serializer.hpp>
 #include <boost/json/value_stack.hpp>
 #include <boost/version.hpp>
@@ -16,6 +18,57 @@ using Foundation::Unexpected;
 
 namespace {
 
+// Memory for the values of one text: a block in front of the heap, which a thread uses for one text after the other. It
+// goes with the last value that stands in it, so values may be kept, copied and dropped as on the heap; any thread.
+class Memory final : public boost::json::memory_resource {
+ public:
+  // Opens one for the text that the calling thread parses as long as this lives.
+  class Scope {
+   public:
+    Scope() { open = &forNextText(); }
+    ~Scope() { open = nullptr; }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+  };
+  // The one from whose block the calling thread may take.
+  static thread_local Memory* open;
+
+ private:
+  static Memory& forNextText() {
+    thread_local struct Owner {
+      Memory* memory = nullptr;
+      ~Owner() {
+        if (memory != nullptr) std::exchange(memory, nullptr)->release();
+      }
+    } owner;
+    if (owner.memory != nullptr && owner.memory->users_ > 1) std::exchange(owner.memory, nullptr)->release();
+    if (owner.memory == nullptr) owner.memory = new Memory;
+    owner.memory->used_ = 0;
+    return *owner.memory;
+  }
+
+  void* do_allocate(std::size_t bytes, std::size_t) override {
+    constexpr std::size_t alignment = alignof(std::max_align_t);
+    ++users_;
+    if (open != this || bytes > block_.size() - used_) return ::operator new(bytes);
+    return block_.data() + std::exchange(used_, (used_ + bytes + alignment - 1) / alignment * alignment);
+  }
+  void do_deallocate(void* memory, std::size_t, std::size_t) override {
+    if (memory < block_.data() || memory >= block_.data() + block_.size()) ::operator delete(memory);
+    release();
+  }
+  bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+  void release() {
+    if (--users_ == 0) delete this;
+  }
+
+  std::atomic<std::size_t> users_ = 1;  // pieces of memory, and the thread that owns it
+  std::size_t used_ = 0;                // of the block; the thread that owns it
+  alignas(std::max_align_t) std::array<unsigned char, 4096> block_;
+};
+
+thread_local Memory* Memory::open = nullptr;
+
 // Makes a value of what the parser finds. Counts the memory that this takes, never too low.
 class Builder {
  public:
@@ -26,7 +79,7 @@ class Builder {
   using Code = boost::json::error_code;
   using Text = boost::json::string_view;
 
-  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(); }
+  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(Memory::open); }
   JsonValue release() { return stack_.release(); }
 
   bool on_document_begin(Code&) { return true; }
@@ -102,6 +155,7 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
 #if BOOST_VERSION >= 108200
   options.numbers = boost::json::number_precision::precise;
 #endif
+  const Memory::Scope memory;
   boost::json::basic_parser<Builder> parser(options, maxBytes);
   boost::json::error_code error;
   const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
