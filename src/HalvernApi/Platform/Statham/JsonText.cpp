@@ -9,7 +9,9 @@
 #include <boost/json/value_stack.hpp>
 #include <boost/version.hpp>
 #include <charconv>
+#include <clocale>
 #include <cmath>
+#include <cstdlib>
 
 namespace HalvernApi::Statham {
 
@@ -112,7 +114,12 @@ class Builder {
   bool on_uint64(std::uint64_t value, Text, Code& code) { return take(code) && (stack_.push_uint64(value), true); }
   bool on_double(double value, [[maybe_unused]] Text text, Code& code) {
 #if BOOST_VERSION < 108200  // before its precise mode, the parser may miss the last bits
+#ifdef __cpp_lib_to_chars
     std::from_chars(text.data(), text.data() + text.size(), value);
+#else
+    static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    value = ::strtod_l(std::string(text).c_str(), nullptr, plain);
+#endif
 #endif
     return take(code) && (stack_.push_double(value), true);
   }
