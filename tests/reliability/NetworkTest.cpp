@@ -4,6 +4,9 @@
 #include <sys/resource.h>
 #include <zlib.h>
 
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
 #include <fstream>
 
 #include "Support.hpp"
@@ -60,6 +63,63 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
   ScriptedServer server({answer});
   SessionManager session({.timeoutIntervalForRequest = 600ms});
   EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // after more than twice that time
+}
+
+TEST(TimeLimits, OfSilenceBeginAnewWithEveryPieceThatIsTakenOfALargeBody) {
+  constexpr std::size_t size = 16 << 20;  // more than the system takes at once
+  boost::asio::io_context context;
+  boost::asio::ip::tcp::acceptor acceptor(context, {boost::asio::ip::address_v4::loopback(), 0});
+  std::thread slowReader([&] {
+    auto socket = acceptor.accept();
+    std::string piece(size / 32, '\0');
+    for (int count = 0; count < 30; ++count) {
+      boost::asio::read(socket, boost::asio::buffer(piece));
+      if (count < 12) std::this_thread::sleep_for(100ms);  // the reader's pace
+    }
+    const std::string answer = json("{}")[0].bytes;
+    boost::asio::write(socket, boost::asio::buffer(answer));
+    boost::system::error_code ended;
+    while (!ended) socket.read_some(boost::asio::buffer(piece), ended);
+  });
+  {
+    SessionManager session({.timeoutIntervalForRequest = 500ms});
+    const std::string url = "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+    EXPECT_EQ(outcomeOf(call(session, url, std::string(size, 'x'))), "success");
+  }
+  slowReader.join();
+}
+
+TEST(TimeLimits, LeaveEveryAddressOfAHostItsShare) {
+  ScriptedServer server({json("{}")});
+  const std::string port = server.authority().substr(server.authority().find(':'));
+  const FullListener full("127.0.0.2", std::stoi(port.substr(1)));
+  SessionManager session({.timeoutIntervalForRequest = 3s});
+  const auto patient = call(session, "http://two.example" + port);
+  // Some libcurls turn to the next address only when something else happens.
+  while (!patient.waitFor(100ms)) EXPECT_EQ(outcomeOf(call(session, "http://127.0.0.1:1")), refused);
+  EXPECT_EQ(outcomeOf(patient), "success");
+}
+
+TEST(Connections, AreNoMoreThanTheyMayBe) {
+  ScriptedServer server({{{Step::hold}, json("{}")[0]}});
+  SessionManager session({.httpMaximumConnectionsPerHost = 3});
+  std::vector<Promise<Unit, Error>> calls;
+  for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
+  const auto last = call(session, server.url());
+  last.cancel();
+  EXPECT_EQ(outcomeOf(last), cancelled);  // and so the others have begun
+  server.release();
+  for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
+  EXPECT_EQ(server.connections(), 3);
+}
+
+TEST(Proxies, AreToldTheirUserAndPasswordAndTheWholeUrl) {
+  ScriptedServer proxy({json("{}")});
+  SessionManager session({.proxyUrl = "http://us%65r:pass:word@" + proxy.authority()});
+  EXPECT_EQ(outcomeOf(call(session, "http://no.such.example:81/a?b")), "success");
+  const Received received = proxy.requests().at(0);
+  EXPECT_EQ(received.line, "POST http://no.such.example:81/a?b HTTP/1.1");
+  EXPECT_EQ(received.headers.find("proxy-authorization")->second, "Basic dXNlcjpwYXNzOndvcmQ=");
 }
 
 TEST(Connections, OfAThousandFailingCallsLeaveNoDescriptorBehind) {
@@ -141,21 +201,18 @@ TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {
 }
 
 TEST(Redirects, ToTheSameOriginAreFollowedAsTheStandardHasIt) {
-  struct Row {
-    int status;
-    HTTPMethod method;
-    std::string followedBy;
-  };
+  constexpr auto post = HTTPMethod::post, put = HTTPMethod::put;
   SessionManager session({});
-  for (const auto& [status, method, followedBy] : {Row{301, HTTPMethod::post, "GET"},
-                                                   {302, HTTPMethod::post, "GET"},
-                                                   {303, HTTPMethod::post, "GET"},
-                                                   {307, HTTPMethod::post, "POST"},
-                                                   {308, HTTPMethod::post, "POST"},
-                                                   {301, HTTPMethod::put, "PUT"},
-                                                   {302, HTTPMethod::put, "PUT"},
-                                                   {303, HTTPMethod::put, "GET"},
-                                                   {308, HTTPMethod::patch, "PATCH"}}) {
+  for (const auto& [status, method, followedBy] :
+       std::vector<std::tuple<int, HTTPMethod, std::string>>{{301, post, "GET"},
+                                                             {302, post, "GET"},
+                                                             {303, post, "GET"},
+                                                             {307, post, "POST"},
+                                                             {308, post, "POST"},
+                                                             {301, put, "PUT"},
+                                                             {302, put, "PUT"},
+                                                             {303, put, "GET"},
+                                                             {308, HTTPMethod::patch, "PATCH"}}) {
     SCOPED_TRACE(testing::Message() << status << ' ' << rawValue(method));
     ScriptedServer server(
         {text("HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: /next?a=b\r\nContent-Length: 0\r\n\r\n"),
@@ -222,22 +279,14 @@ TEST(HostileAnswers, ThatBeginWithAFoldedHeaderReachNoOtherAnswer) {
   }
 }
 
-TEST(Answers, MayBeginWithInterimOnesAndEndInTrailers) {
-  ScriptedServer server(
-      {text("HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\nHTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
-            "Transfer-Encoding: chunked\r\n\r\n8\r\n{\"result\r\n7\r\n\":true}\r\n0\r\nLater: x\r\n\r\n")});
-  HttpApiService service(server.url(), {}, "key");
-  EXPECT_EQ(service.checkIfValidated("token").get(), ValidatedEmailResponse(true));
-}
-
 // What a decoder keeps of the JSON that it was given is its own.
 TEST(HostileAnswers, AreGoneWithTheirDecodersButNotWhatThoseKept) {
   const std::string longText(100, 'x');
   ScriptedServer server({json('"' + longText + '"')});
-  SessionManager session{URLSessionConfiguration{}};
+  SessionManager session({});
   const auto kept =
-      request<JsonValue>(session, server.url(), HTTPMethod::post, std::nullopt, JSONEncoding::default_(), {}, {},
-                         [](const JsonValue& value) -> Expected<JsonValue, JsonDecodeError> { return value; });
+      request<JsonValue>(session, server.url(), HTTPMethod::post, {}, JSONEncoding::default_(), {}, {},
+                         [](const JsonValue& value) { return Expected<JsonValue, JsonDecodeError>(value); });
   EXPECT_EQ(kept.get(), JsonValue(longText));
 }
 
@@ -258,21 +307,22 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
     Answer answer;
     std::string outcome;
   };
+  const std::string full = "{\"result\":true}" + std::string(most - 15, ' ');
   const std::vector<Row> rows = {
       {"an honest one", sized(packed, compressed), "success"},
+      {"behind an interim one, in chunks, with a trailer",
+       text("HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n") +
+           raw(inChunks, "8\r\n{\"result\r\n7\r\n\":true}\r\n0\r\nLater: x\r\n\r\n")[0],
+       "success"},
+      {"as large as it may be", sized(full), "success"},
+      {"as large without a length", raw("", full) + closing, "success"},
+      {"a byte larger", sized(full + ' '), tooLarge},
+      {"a byte larger without a length", raw("", full + ' ') + closing, tooLarge},
       {"a compression bomb", sized(gzip(large, 128), compressed), tooLarge},
-      {"announced as too large", raw("Content-Length: 1048577\r\n", ""), tooLarge},
-      {"too large without a length", raw("", large) + closing, tooLarge},
-      {"too large in chunks", raw(inChunks, "200000\r\n" + large + "\r\n0\r\n\r\n"), tooLarge},
       {"cut short", raw("Content-Length: 100\r\n", "{\"result\":true}") + closing, lost},
       {"cut short in a chunk", raw(inChunks, "f\r\n{\"result\"") + closing, lost},
-      {"cut short between chunks", raw(inChunks, "f\r\n{\"result\":true}\r\n") + closing, lost},
       {"cut short in the header block", text("HTTP/1.1 200 OK\r\nContent-Type: appl") + closing, lost},
-      {"longer than its length", raw("Content-Length: 9\r\n", "{\"result\":true}"), notJson},
       {"a length that is none", raw("Content-Length: -1\r\n", "{}") + closing, badAnswer},
-      {"a length beyond numbers", raw("Content-Length: 99999999999999999999\r\n", "{}") + closing, tooLarge},
-      {"a chunk length that is none", raw(inChunks, "zz\r\n{}\r\n0\r\n\r\n"), lost},
-      {"a chunk length beyond numbers", raw(inChunks, "fffffffffffffffffffff\r\n{}\r\n0\r\n\r\n"), lost},
       {"broken compression", sized("\x1f\x8b\x08" + std::string(40, 'x'), compressed),
        "network NSURLErrorDomain -1016"},
       {"compression cut short", sized(packed.substr(0, 15), compressed), notJson},
@@ -281,12 +331,6 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
       {"1xx without end", text(hints), badAnswer},
       {"200,000 arrays in each other", sized(std::string(200'000, '[')), notJson},
       {"not UTF-8", sized("{\"result\":true,\"more\":\"\xff\"}"), notJson},
-      {"a surrogate alone", sized("{\"result\":true,\"more\":\"\\ud800\"}"), notJson},
-      {"a NUL in a text", sized(std::string("{\"result\":true,\"more\":\"\0\"}", 26)), notJson},
-      {"an escaped NUL", sized("{\"result\":true,\"more\":\"\\u0000\"}"), "success"},
-      {"a key twice", sized("{\"result\":1,\"result\":true}"), "success"},
-      {"an integer of any length", sized("{\"result\":" + std::string(100'000, '9') + "}"), "unknownJsonData"},
-      {"an exponent beyond numbers", sized("{\"result\":1e99999999999}"), notJson},
       {"not HTTP", text("hello, this is something else\r\n\r\n") + closing, badAnswer},
       {"nothing", {closing}, lost},
   };

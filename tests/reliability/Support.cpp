@@ -28,24 +28,28 @@ std::vector<Answer> stuck(Stage stage, std::size_t calls) {
 
 }  // namespace
 
-Trap::Trap(Stage stage, std::size_t calls) : stage_(stage), server_(stuck(stage, calls)) {
-  nameIsBlocked = true;
-  if (stage == Stage::lookingUp) url_ = "http://blocked.example";
-  if (stage != Stage::connecting) return;
-  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  socklen_t size = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(full_, generic, size) != 0 || ::listen(full_, 0) != 0 || ::getsockname(full_, generic, &size) != 0 ||
-      ::connect(filler_, generic, size) != 0)
+FullListener::FullListener(const char* address, int port) {
+  sockaddr_in name{AF_INET, htons(static_cast<in_port_t>(port)), {::inet_addr(address)}, {}};
+  socklen_t size = sizeof name;
+  auto* const generic = reinterpret_cast<sockaddr*>(&name);
+  if (::bind(listener_, generic, size) != 0 || ::listen(listener_, 0) != 0 ||
+      ::getsockname(listener_, generic, &size) != 0 || ::connect(filler_, generic, size) != 0)
     throw std::runtime_error("no port of loopback");
-  url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  port_ = ntohs(name.sin_port);
+}
+
+Trap::Trap(Stage stage, std::size_t calls)
+    : stage_(stage),
+      server_(stuck(stage, calls)),
+      url_(stage == Stage::lookingUp    ? "http://blocked.example"
+           : stage == Stage::connecting ? "http://127.0.0.1:" + std::to_string(full_.port())
+                                        : server_.url()) {
+  nameIsBlocked = true;
 }
 
 Trap::~Trap() {
   nameIsBlocked = false;
   nameIsBlocked.notify_all();
-  ::close(filler_);
-  ::close(full_);
 }
 
 bool Trap::holds(std::size_t calls) {
@@ -101,8 +105,7 @@ Authority::Authority() : directory(temporaryDirectory()), own_(new Identity(issu
 
 std::shared_ptr<SSL_CTX> Authority::channels(const Certificate& certificate) const {
   const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
-  const Identity stranger = issue({}, nullptr);
-  const Identity own = issue(certificate, certificate.trusted ? own_.get() : &stranger);
+  const Identity own = issue(certificate, own_.get());
   SSL_CTX_use_certificate(context.get(), own.certificate.get());
   SSL_CTX_use_PrivateKey(context.get(), own.key.get());
   SSL_CTX_set_security_level(context.get(), 0);  // lets old protocols be spoken at all
@@ -118,8 +121,13 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   static auto* const original = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
   in_addr numeric{};
   if (node == nullptr || ::inet_pton(AF_INET, node, &numeric) == 1) return original(node, service, hints, found);
+  const std::string_view name = node;
+  if (name == "two.example") {
+    const int failed = original("127.0.0.2", service, hints, found);
+    return failed != 0 ? failed : original("127.0.0.1", service, hints, &(*found)->ai_next);
+  }
   ++lookupsUnderWay;
-  if (std::string_view(node) == "blocked.example") nameIsBlocked.wait(true);
+  if (name == "blocked.example") nameIsBlocked.wait(true);
   --lookupsUnderWay;
   return EAI_NONAME;
 }

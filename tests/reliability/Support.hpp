@@ -42,8 +42,11 @@ inline double slowness() {
 template <class Condition>
 [[nodiscard]] bool eventually(Condition condition) {
   const auto deadline = Clock::now() + 20s;
-  while (!condition() && Clock::now() < deadline) std::this_thread::yield();
-  return condition();
+  while (!condition()) {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
 }
 
 inline std::set<std::string> entries(const char* directory) {
@@ -74,12 +77,26 @@ inline const std::string lost = "network NSURLErrorDomain -1005";
 Promise<Unit, Error> call(SessionManager& session, const std::string& url, std::optional<std::string> text = {},
                           HTTPMethod method = HTTPMethod::post);
 
-// "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests.
+// "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests but
+// "two.example", which is 127.0.0.2 and 127.0.0.1.
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
 
 enum class Stage { lookingUp, connecting, waiting, receiving };
 constexpr Stage allStages[] = {Stage::lookingUp, Stage::connecting, Stage::waiting, Stage::receiving};
+
+// A listener that has no room for a connection; port 0 takes a free one.
+class FullListener {
+ public:
+  explicit FullListener(const char* address, int port = 0);
+  ~FullListener() { ::close(filler_), ::close(listener_); }
+  int port() const { return port_; }
+
+ private:
+  const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int filler_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int port_;
+};
 
 // Holds calls at one stage. A server that has got that many answers all later ones.
 class Trap {
@@ -92,9 +109,8 @@ class Trap {
  private:
   const Stage stage_;
   ScriptedServer server_;
-  const int full_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);  // a listener with no room
-  const int filler_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  std::string url_ = server_.url();
+  const FullListener full_{"127.0.0.1"};
+  const std::string url_;
 };
 
 class PoolQueue final : public DispatchQueue {
@@ -121,7 +137,6 @@ struct Certificate {
   std::string address = "127.0.0.1";
   int firstDay = -1;  // counted from today
   int lastDay = 1;
-  bool trusted = true;
   int newestProtocol = 0;  // a number of OpenSSL's; 0 means no limit
 };
 
