@@ -27,9 +27,7 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
       {"Bool ", {"true", "false"}},
       {"String ", {"\"\"", "\"1\""}},
       {"Int Double ", {"1", "-0", "-1.0", "1e3", "9223372036854775807", "-9223372036854775808"}},
-      {"Double ",
-       {"1.5", "9223372036854775808", "-9223372036854775809", "-9223372036854775808.9", "9223372036854775808.0",
-        "1e300"}},
+      {"Double ", {"1.5", "9223372036854775808", "-9223372036854775809", "9223372036854775808.0", "1e300"}},
       {"", {"null", "[1]", "{}"}}};
   const auto takers = [](const JsonValue& json) {
     return std::string(JsonCodec<bool>::decodeJson(json) ? "Bool " : "") +
@@ -101,6 +99,8 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
             "ServerErrorResponse.validationErrors[1]: expected String, found null");
   EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"more":0})"), "none");
   EXPECT_EQ(faultsOf<ValidatedEmailResponse>("true"), "expected Object, found boolean");
+  const auto many = JsonCodec<std::vector<bool>>::decodeJson(boost::json::array(2000));
+  EXPECT_EQ(many.error().elementErrors().size(), 1000);  // and no more, however many there are
   const auto nested = Audiogram::decodeJson(parsed(R"({"orientation":"left","values":[{"frequency":1}]})"));
   EXPECT_EQ(*nested.error().at("orientation"), JsonDecodeError::wrongEnumRawValue("left", "DeviceOrientation"));
   EXPECT_EQ(nested.error().at("values")->elementErrors().at(0).error,
@@ -189,7 +189,11 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
     const auto read = JsonCodec<double>::decodeJson(Statham::parseJson(text)->at("v"));
     EXPECT_EQ(std::bit_cast<std::uint64_t>(read.value()), std::bit_cast<std::uint64_t>(value)) << text;
   }
-  for (const JsonValue& value : {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80")})
+  JsonValue deep;
+  for (int depth = 0; depth < 512; ++depth) deep = boost::json::array(1, deep);
+  EXPECT_EQ(bodyOf(deep).size(), 6 + 512 + 4 + 512);  // {"v":[...[null]...]}
+  deep = boost::json::array(1, deep);
+  for (const JsonValue& value : {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80"), deep})
     EXPECT_EQ(bodyOf(value), "Alamofire.AFError");
 }
 
@@ -235,11 +239,26 @@ TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
     const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
     EXPECT_EQ(decodeDate(json), Unexpected<JsonDecodeError>(error)) << json;
   };
-  for (const char* text :
-       {"1980-05-17", "17-05-1980", "2023-02-30T00:00:00", "2023-02-29T00:00:00", "", "2023-13-01T00:00:00",
-        "2023-01-01T24:00:00", "2023-01-01T23:59:60", "2023-01-01 00:00:00", "2023-01-01T00:00:00Z",
-        " 2023-01-01T00:00:00", "2023-01-01T00:00:00.5", "-2023-01-01T00:00:00", "0000-01-01T00:00:00",
-        "300000-01-01T00:00:00", "01980-05-17T00:00:00", "1980-0a-17T00:00:00", "198a-05-17T00:00:00"})
+  for (const char* text : {"1980-05-17",
+                           "17-05-1980",
+                           "2023-02-30T00:00:00",
+                           "2023-02-29T00:00:00",
+                           "",
+                           "2023-13-01T00:00:00",
+                           "2023-01-01T24:00:00",
+                           "2023-01-01T23:59:60",
+                           "2023-01-01 00:00:00",
+                           "2023-01-01T00:00:00Z",
+                           " 2023-01-01T00:00:00",
+                           "2023-01-01T00:00:00.5",
+                           "-2023-01-01T00:00:00",
+                           "0000-01-01T00:00:00",
+                           "300000-01-01T00:00:00",
+                           "01980-05-17T00:00:00",
+                           "1980-0:-17T00:00:00",
+                           "1980-1/-17T00:00:00",
+                           "198:-05-17T00:00:00",
+                           "198/-05-17T00:00:00"})
     expectRefused(text);
   ::setenv("TZ", "UTC", 1);
   const auto beforeYear1 = encodeDate(std::chrono::sys_days(std::chrono::year(0) / 12 / 31));

@@ -70,12 +70,14 @@ TEST(Cancelling, ReachesTheExchangeThroughEveryChainUntilItHasSettled) {
   settled.cancel();
   EXPECT_EQ(settled.get(), Unit());
   const auto mapped = call({}).map(same).mapError(same).map(same);
+  const auto first = call({}).flatMap(call).map(same);
   const auto second = Promise<Unit, Error>::resolved({}).flatMap(call).map(same);
-  ASSERT_TRUE(server.awaitRequests(3));
-  mapped.cancel();
-  second.cancel();
-  EXPECT_EQ(outcomeOf(mapped), cancelled);
-  EXPECT_EQ(outcomeOf(second), cancelled);
+  const PromiseSource<Unit, Error> source;
+  const auto before = source.promise().flatMap(call);
+  ASSERT_TRUE(server.awaitRequests(4));
+  for (const auto& promise : {mapped, first, second, before}) promise.cancel();
+  source.resolve({});  // which begins a call that is cancelled already
+  for (const auto& promise : {mapped, first, second, before}) EXPECT_EQ(outcomeOf(promise), cancelled);
 }
 
 }  // namespace

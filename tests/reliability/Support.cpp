@@ -19,9 +19,9 @@ namespace {
 
 std::vector<Answer> stuck(Stage stage, std::size_t calls) {
   const Answer whole = json("{\"text\":\"whole\"}");
-  Answer first = {{Step::send, whole[0].bytes.substr(0, whole[0].bytes.size() - 8)}, {Step::hold}};
-  if (stage == Stage::waiting) first.erase(first.begin());
-  std::vector<Answer> answers(calls, first);
+  std::vector<Answer> answers(calls, {{Step::hold}});
+  const std::string part = stage == Stage::receiving ? whole[0].bytes.substr(0, whole[0].bytes.size() - 8) : "";
+  for (Answer& answer : answers) answer.insert(answer.begin(), {Step::send, part});
   answers.push_back(whole);
   return answers;
 }
@@ -57,49 +57,37 @@ bool Trap::holds(std::size_t calls) {
   return stage_ == Stage::connecting || server_.awaitRequests(calls);
 }
 
-namespace {
-
-std::string temporaryDirectory() {
-  std::string path = (std::filesystem::temp_directory_path() / "halvernapi-XXXXXX").string();
-  if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary directory");
-  return path;
-}
-
-}  // namespace
-
 struct Authority::Identity {
   std::shared_ptr<EVP_PKEY> key{EVP_EC_gen("P-256"), &EVP_PKEY_free};
   std::shared_ptr<X509> certificate{X509_new(), &X509_free};
 };
 
 Authority::Identity Authority::issue(const Certificate& wanted, const Identity* issuer) {
-  static std::atomic<int> count = 0;
-  const int serial = ++count;
   const Identity made;
   const Identity& signer = issuer != nullptr ? *issuer : made;
   X509* const x509 = made.certificate.get();
   X509_set_version(x509, X509_VERSION_3);
-  ASN1_INTEGER_set(X509_get_serialNumber(x509), serial);
   X509_time_adj_ex(X509_getm_notBefore(x509), wanted.firstDay, 0, nullptr);
   X509_time_adj_ex(X509_getm_notAfter(x509), wanted.lastDay, 0, nullptr);
-  const std::string name = "Certificate " + std::to_string(serial);
   X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), "CN", MBSTRING_ASC,
-                             reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
+                             reinterpret_cast<const unsigned char*>(issuer == nullptr ? "issuer" : "server"), -1, -1,
+                             0);
   X509_set_issuer_name(x509, X509_get_subject_name(signer.certificate.get()));
   X509_set_pubkey(x509, made.key.get());
-  for (const auto& [kind, value] :
-       {std::pair{NID_basic_constraints, std::string(issuer == nullptr ? "critical,CA:TRUE" : "CA:FALSE")},
-        std::pair{NID_subject_alt_name, "IP:" + wanted.address}}) {
-    const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
-        X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str()), &X509_EXTENSION_free);
+  const auto extend = [x509](int kind, const std::string& value) {
+    const std::shared_ptr<X509_EXTENSION> extension(X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str()),
+                                                    &X509_EXTENSION_free);
     X509_add_ext(x509, extension.get(), -1);
-  }
+  };
+  extend(NID_basic_constraints, issuer == nullptr ? "critical,CA:TRUE" : "CA:FALSE");
+  extend(NID_subject_alt_name, "IP:" + wanted.address);
   X509_sign(x509, signer.key.get(), EVP_sha256());
   return made;
 }
 
-Authority::Authority() : directory(temporaryDirectory()), own_(new Identity(issue({}, nullptr))) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pem(std::fopen(file().c_str(), "w"), &std::fclose);
+Authority::Authority() : own_(new Identity(issue({}, nullptr))) {
+  if (::mkdtemp(directory.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  const std::shared_ptr<std::FILE> pem(std::fopen(file().c_str(), "w"), &std::fclose);
   PEM_write_X509(pem.get(), own_->certificate.get());
 }
 

@@ -149,7 +149,8 @@ class Authority {
   // For a server that speaks TLS.
   std::shared_ptr<ssl_ctx_st> channels(const Certificate& certificate = {}) const;
 
-  const std::string directory;  // goes with this, and what is in it
+  // Goes with this, and what is in it.
+  std::string directory = std::filesystem::temp_directory_path() / "halvernapi-XXXXXX";
 
  private:
   struct Identity;
