@@ -12,6 +12,14 @@ inline Data bytes(std::string_view text) {
   return Data(first, first + text.size());
 }
 
+// A call to any URL; with a body that holds `text`, when there is one.
+inline Promise<Unit, Error> call(SessionManager& session, const std::string& url, std::optional<std::string> text = {},
+                                 HTTPMethod method = HTTPMethod::post) {
+  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
+  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
+                       [](const JsonValue&) { return Unit(); });
+}
+
 // What a call comes to, in words: "success", "network NSURLErrorDomain -1004", "validationError too short".
 template <class T>
 std::string outcomeOf(const Promise<T, Error>& promise) {

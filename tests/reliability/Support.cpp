@@ -8,13 +8,6 @@
 
 namespace HalvernApi::Tests {
 
-Promise<Unit, Error> call(SessionManager& session, const std::string& url, std::optional<std::string> text,
-                          HTTPMethod method) {
-  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
-  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
-                       [](const JsonValue&) { return Unit(); });
-}
-
 namespace {
 
 std::vector<Answer> stuck(Stage stage, std::size_t calls) {

@@ -73,10 +73,6 @@ inline const std::string timedOut = "network NSURLErrorDomain -1001";
 inline const std::string refused = "network NSURLErrorDomain -1004";
 inline const std::string lost = "network NSURLErrorDomain -1005";
 
-// A call to any URL; with a body that holds `text`, when there is one.
-Promise<Unit, Error> call(SessionManager& session, const std::string& url, std::optional<std::string> text = {},
-                          HTTPMethod method = HTTPMethod::post);
-
 // "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests but
 // "two.example", which is 127.0.0.2 and 127.0.0.1.
 inline std::atomic<bool> nameIsBlocked = false;
