@@ -20,13 +20,7 @@ ErrorResponse failed(std::variant<NSError, JsonDecodeError> error, int status, c
 TEST(Error, IsMadeByTheFirstRuleThatApplies) {
   constexpr auto rejection = R"({"errorCode":5,"validationErrors":["first","second"],"message":"said"})";
   const Error unknown = Error::unknownNSError(other);
-  struct Row {
-    std::variant<NSError, JsonDecodeError> error;
-    int status;
-    const char* body;
-    Error expected;
-  };
-  const std::vector<Row> rows = {
+  const std::vector<std::tuple<std::variant<NSError, JsonDecodeError>, int, const char*, Error>> rows = {
       {JsonDecodeError::missingKey(), 401, rejection, Error::unknownJsonData()},
       {timedOut, 0, nullptr, Error::network(timedOut)},
       {timedOut, 401, rejection, Error::network(timedOut)},
@@ -46,10 +40,8 @@ TEST(Error, IsMadeByTheFirstRuleThatApplies) {
       {other, 500, rejection, unknown},
       {other, 200, rejection, unknown},
   };
-  for (const Row& row : rows) {
-    const Error error(failed(row.error, row.status, row.body));
-    EXPECT_EQ(error, row.expected) << row.status << ' ' << (row.body != nullptr ? row.body : "without a body");
-  }
+  for (const auto& [error, status, body, expected] : rows)
+    EXPECT_EQ(Error(failed(error, status, body)), expected) << status << ' ' << (body != nullptr ? body : "no body");
 }
 
 TEST(Error, NumbersItsCasesInOrderAndKeepsSecretsOutOfItsDescription) {
@@ -85,12 +77,8 @@ TEST(ErrorBody, IsDecodedOnlyFromAnObjectOrAnArrayAndOnlyForItsStatus) {
 TEST(Answer, IsJudgedByItsStatusThenItsContentTypeThenItsBody) {
   const std::string valid = R"({"result":true})", rejection = R"({"errorCode":1,"validationErrors":["why"]})";
   const std::string invalid = "unknownNSError Alamofire.AFError 3", notJson = "unknownNSError Alamofire.AFError 4";
-  struct Row {
-    int status;
-    std::string contentType, body;
-    std::string ofRecord, ofUnit;  // the outcome of an operation whose result is a record, or is empty
-  };
-  const std::vector<Row> rows = {
+  // With the outcome of an operation whose result is a record, and of one whose result is empty.
+  const std::vector<std::tuple<int, std::string, std::string, std::string, std::string>> rows = {
       {200, "application/json", valid, "success", "success"},
       {299, "Application/JSON ; charset=utf-8", "\xEF\xBB\xBF" + valid, "success", "success"},
       {200, "application/json", "{\"result\":1}", "unknownJsonData", "success"},
@@ -107,13 +95,11 @@ TEST(Answer, IsJudgedByItsStatusThenItsContentTypeThenItsBody) {
       {401, "text/html", "<p>", "notAuthorized", "notAuthorized"},
       {500, "application/json", rejection, invalid, invalid},
   };
-  std::vector<Tests::Answer> answers;
-  for (const Row& row : rows) answers.insert(answers.end(), 2, http(row.status, row.contentType, row.body));
-  ScriptedServer server(answers);
-  HttpApiService service(server.url(), {}, "key");
-  for (const Row& row : rows) {
-    EXPECT_EQ(outcomeOf(service.checkIfValidated("token")), row.ofRecord) << row.status << row.contentType << row.body;
-    EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), row.ofUnit) << row.contentType << row.body;
+  for (const auto& [status, contentType, body, ofRecord, ofUnit] : rows) {
+    ScriptedServer server({http(status, contentType, body)});
+    HttpApiService service(server.url(), {}, "key");
+    EXPECT_EQ(outcomeOf(service.checkIfValidated("token")), ofRecord) << status << contentType << body;
+    EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), ofUnit) << status << contentType << body;
   }
 }
 
