@@ -44,14 +44,15 @@ TEST(TimeLimits, AreTotalAtEveryStage) {
   std::vector<std::atomic<Clock::duration>> taken(rows.size());
   for (std::size_t row = 0; row < rows.size(); ++row) {
     sessions.push_back(std::make_unique<SessionManager>(rows[row].second));
+    const auto start = Clock::now();
     calls.push_back(call(*sessions[row], rows[row].first));
-    calls[row].finally([&time = taken[row], start = Clock::now()] { time = Clock::now() - start; });
+    calls[row].finally([&time = taken[row], start] { time = Clock::now() - start; });
   }
   for (std::size_t row = 0; row < rows.size(); ++row) {
     SCOPED_TRACE(testing::Message() << "row " << row << ", " << rows[row].first);
     EXPECT_EQ(outcomeOf(calls[row]), timedOut);
     ASSERT_TRUE(eventually([&] { return taken[row].load().count() > 0; }));
-    EXPECT_GE(taken[row].load(), limit - 1ms);  // the clock starts within the call
+    EXPECT_GE(taken[row].load(), limit);
     EXPECT_LE(taken[row].load(), limit + limit / 5 * slowness());
   }
 }
@@ -284,7 +285,6 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
       {lost, {"101", "200-cut", "nothing"}},
       {tooLarge, {"200-bomb"}},
       {badAnswer, {"200-folded-first", "http-0.9"}},
-      {"network NSURLErrorDomain -1007", {"301-same-origin", "307-same-origin"}},
       {notJson, {"200-empty", "200-gzip-cut", "200-not-json"}},
       {invalid, {"200-html", "302-elsewhere", "304", "400-code", "403"}},
       {"validationError No.", {"400-message"}},

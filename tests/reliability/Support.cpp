@@ -56,6 +56,8 @@ struct Authority::Identity {
 };
 
 Authority::Identity Authority::issue(const Certificate& wanted, const Identity* issuer) {
+  static std::atomic<int> count = 0;
+  const std::string name = "Certificate " + std::to_string(++count);
   const Identity made;
   const Identity& signer = issuer != nullptr ? *issuer : made;
   X509* const x509 = made.certificate.get();
@@ -63,8 +65,7 @@ Authority::Identity Authority::issue(const Certificate& wanted, const Identity* 
   X509_time_adj_ex(X509_getm_notBefore(x509), wanted.firstDay, 0, nullptr);
   X509_time_adj_ex(X509_getm_notAfter(x509), wanted.lastDay, 0, nullptr);
   X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), "CN", MBSTRING_ASC,
-                             reinterpret_cast<const unsigned char*>(issuer == nullptr ? "issuer" : "server"), -1, -1,
-                             0);
+                             reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
   X509_set_issuer_name(x509, X509_get_subject_name(signer.certificate.get()));
   X509_set_pubkey(x509, made.key.get());
   const auto extend = [x509](int kind, const std::string& value) {
