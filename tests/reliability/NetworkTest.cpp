@@ -52,7 +52,7 @@ TEST(TimeLimits, AreTotalAtEveryStage) {
     SCOPED_TRACE(testing::Message() << "row " << row << ", " << rows[row].first);
     EXPECT_EQ(outcomeOf(calls[row]), timedOut);
     ASSERT_TRUE(eventually([&] { return taken[row].load().count() > 0; }));
-    EXPECT_GE(taken[row].load(), limit);
+    EXPECT_GE(taken[row].load(), limit - 1ms);  // libcurl counts in whole ones
     EXPECT_LE(taken[row].load(), limit + limit / 5 * slowness());
   }
 }
