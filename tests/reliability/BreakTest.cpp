@@ -6,9 +6,16 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <cstring>
 #include <ctime>
+#include <map>
 
 #include "Support.hpp"
+
+// A sanitizer allocates in a way of its own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
+#define HALVERNAPI_OWN_MALLOC
+#endif
 
 namespace HalvernApi::Tests {
 namespace {
@@ -18,6 +25,7 @@ using Source = PromiseSource<int, std::string>;
 
 std::atomic<int> threadsToRefuse = 0;
 std::atomic<int> exitHandlers = 0;
+std::atomic<long> allocationsLeft = 0;  // until one fails; 0: none does
 
 const Step closing{Step::close};
 
@@ -181,6 +189,46 @@ TEST(System, ThatRefusesAThreadFailsTheCallAndNoMore) {
   EXPECT_TRUE(eventually([&] { return handled == 1; }));
 }
 
+#ifndef HALVERNAPI_OWN_MALLOC
+TEST(Memory, ThatRunsOutAnywhereHangsNoCallAndKeepsNoSignalBlocked) { GTEST_SKIP() << "a sanitizer allocates itself"; }
+#else
+// One allocation of a call after the other fails, each in a process of its own.
+TEST(Memory, ThatRunsOutAnywhereHangsNoCallAndKeepsNoSignalBlocked) {
+  ScriptedServer server(
+      {json(R"({"isSuccessful":true,"isEmailConfirmed":true,"accessToken":"a token that takes memory",)"
+            R"("refreshToken":"another such token","email":"somebody@example.com"})")});
+  enum { settled = 40, thrown, unsettled, signalsBlocked, notReached };
+  std::map<int, int> ends;
+  for (long allocation = 1; ends[notReached] == 0; ++allocation) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::alarm(30);
+      int end = unsettled;
+      sigset_t before{}, after{};
+      pthread_sigmask(SIG_BLOCK, nullptr, &before);
+      try {
+        allocationsLeft = allocation;
+        HttpApiService service(server.url(), {.timeoutIntervalForRequest = 20s}, "key");
+        if (service.login("a", "b", "c", "d").waitFor(10s)) end = allocationsLeft > 0 ? notReached : settled;
+      } catch (const std::bad_alloc&) {
+        end = thrown;
+      }
+      allocationsLeft = 0;
+      pthread_sigmask(SIG_BLOCK, nullptr, &after);
+      std::_Exit(std::memcmp(&before, &after, sizeof before) != 0 ? signalsBlocked : end);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ++ends[WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)];
+    ASSERT_EQ(ends[unsettled] + ends[signalsBlocked] + ends[-SIGALRM] + ends[-SIGSEGV], 0)
+        << "allocation " << allocation;
+  }
+  EXPECT_GT(ends[settled], 1000);
+  EXPECT_LE(ends[-SIGABRT], 8);  // where the C library itself gives up, or its C++ companion
+  EXPECT_EQ(ends.size(), 8) << "another end";
+}
+#endif
+
 // What a process comes to that does this: its exit status, or a signal.
 template <class F>
 void expectExit(F inChild) {
@@ -300,3 +348,13 @@ extern "C" int atexit(void (*handler)()) noexcept {
   ++HalvernApi::Tests::exitHandlers;
   return __cxa_atexit(reinterpret_cast<void (*)(void*)>(handler), nullptr, nullptr);
 }
+
+#ifdef HALVERNAPI_OWN_MALLOC
+extern "C" void* __libc_malloc(std::size_t);
+extern "C" void* __libc_calloc(std::size_t, std::size_t);
+extern "C" void* __libc_realloc(void*, std::size_t);
+static bool fails() { return HalvernApi::Tests::allocationsLeft > 0 && --HalvernApi::Tests::allocationsLeft == 0; }
+extern "C" void* malloc(std::size_t size) { return fails() ? nullptr : __libc_malloc(size); }
+extern "C" void* calloc(std::size_t count, std::size_t size) { return fails() ? nullptr : __libc_calloc(count, size); }
+extern "C" void* realloc(void* old, std::size_t size) { return fails() ? nullptr : __libc_realloc(old, size); }
+#endif

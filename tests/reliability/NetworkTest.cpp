@@ -263,6 +263,8 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
   std::string headers, hints;
   while (headers.size() < large) headers += "X: " + std::string(1000, 'x') + "\r\n";
   while (hints.size() < large) hints += "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n";
+  std::string zeros;
+  while (zeros.size() < maxSize - 2) zeros += "0,";
   const std::string length = "Content-Length: " + std::to_string(maxSize), inChunks = "Transfer-Encoding: chunked\r\n";
   std::vector<std::tuple<std::string, Answer, std::string>> rows = {
       {"as large as it may be", raw(length + "\r\n", full), "success"},
@@ -275,15 +277,16 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
       {"headers without end", raw(headers, ""), badAnswer},
       {"a header without end", text("HTTP/1.1 200 OK\r\nX: " + std::string(large, ' ')), badAnswer},
       {"1xx without end", text(hints), badAnswer},
-      {"60,000 arrays in each other", raw("", std::string(60'000, '[')), notJson}};
+      {"60,000 arrays in each other", raw("", std::string(60'000, '[')), notJson},
+      {"more values than may take up memory", raw("", '[' + zeros + "0]"), tooLarge}};
   // What the fuzz target begins with.
   const std::filesystem::path corpus = std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/answers";
   const std::vector<std::pair<std::string, std::vector<const char*>>> seeds = {
       {"success",
-       {"100-then-200", "103-then-200", "200-charset", "200-chunked", "200-deflate", "200-gzip", "200-record",
-        "200-until-close", "204", "205", "folded-header", "http-1.0", "two-lengths"}},
+       {"100-then-200", "103-then-200", "200-charset", "200-chunked", "200-deflate", "200-gzip", "200-hsts",
+        "200-record", "200-until-close", "204", "205", "folded-header", "http-1.0", "two-lengths"}},
       {lost, {"101", "200-cut", "nothing"}},
-      {tooLarge, {"200-bomb"}},
+      {tooLarge, {"200-bomb", "200-brotli-bomb", "200-zstd-bomb"}},
       {badAnswer, {"200-folded-first", "http-0.9"}},
       {notJson, {"200-empty", "200-gzip-cut", "200-not-json"}},
       {invalid, {"200-html", "302-elsewhere", "304", "400-code", "403"}},
