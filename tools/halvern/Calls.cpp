@@ -13,66 +13,79 @@ using namespace HalvernApi;
 
 namespace {
 
+// What the command line gives, with what stands for an option that it leaves out.
+struct Values {
+  std::string baseUrl, apiKey, caFile;
+  double timeout = 60;
+  std::string email, password, refreshToken, facebookToken, accessToken;
+  std::optional<std::string> confirmPassword, serialNumber;
+  std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
+  std::string productName, hardwareVersion, firmwareVersion, tube, orientation, birthdate, sex;
+  std::string audiogram, chart, leftOut, rightOut;
+};
+
 struct Option {
-  enum class Kind { required, optional, secret, file };
+  enum class Kind { required, optional, secret };
+  using enum Kind;
   std::string name;
+  std::variant<std::string Values::*, std::optional<std::string> Values::*, double Values::*> variable;
   Kind kind;
   std::string help;
-  std::string sample;  // for the example in the help
-  std::string standard{};
-  std::vector<std::string> choices{};
+  std::string sample;      // for the example in the help
+  CLI::Validator check{};  // passes everything
 };
 using enum Option::Kind;
 
+Expected<Date, JsonDecodeError> dateOf(const std::string& day) {
+  return JsonCodec<Date>::decodeJson(JsonValue(day + "T00:00:00"));
+}
+const CLI::Validator isDay([](std::string& day) { return dateOf(day) ? "" : "not a date such as 1980-05-17"; }, "DAY");
+
 const std::vector<Option> allOptions{
-    {"base-url", required, "Where the service is; paths are put behind it as they are", "https://service.example"},
-    {"api-key", secret, "The application's key", "api-key.txt"},
-    {"ca-file", file, "PEM file of the certificate authorities to trust, instead of the system's", ""},
-    {"timeout", optional, "Seconds of silence after which the call fails", "", "60"},
-    {"email", required, "The account's e-mail address", "anna@example.com"},
-    {"password", secret, "The account's password", "password.txt"},
-    {"confirm-password", optional, "The password once more; without it, the password", ""},
-    {"refresh-token", secret, "The refresh token of an earlier sign-in", "refresh-token.txt"},
-    {"facebook-token", secret, "The access token that Facebook's sign-in gave", "facebook-token.txt"},
-    {"access-token", secret, "The access token of a sign-in", "access-token.txt"},
-    {"app-instance-id", optional, "Identifies this installation", "", "halvern"},
-    {"app-instance-name", optional, "Names this installation", "", "halvern on the command line"},
-    {"product-name", required, "The hearing aid's model", "'Clarity 3'"},
-    {"serial-number", optional, "Its serial number", "12345678"},
-    {"hardware-version", required, "Its hardware version", "2.1"},
-    {"firmware-version", required, "Its firmware version", "4.0.7"},
-    {"tube", required, "Its tube", "'Slim 0.9'"},
-    {"orientation", required, "The ear it sits on", "Left", "", {"Left", "Right"}},
-    {"birthdate", required, "The user's date of birth", "1980-05-17"},
-    {"sex", required, "The user's sex", "Female", "", {"Male", "Female", "NotKnown"}},
-    {"audiogram", file, "JSON file: an array of audiograms", "audiograms.json"},
-    {"chart", optional, "Writes the audiograms to this file as an SVG picture, and draws them here as text",
-     "chart.svg"},
-    {"left-out", optional, "Writes the left ear's configuration to this file", "left.bin"},
-    {"right-out", optional, "Writes the right ear's configuration to this file", "right.bin"},
+    {"base-url", &Values::baseUrl, required, "Where the service is; paths are put behind it as they are",
+     "https://service.example"},
+    {"api-key", &Values::apiKey, secret, "The application's key", "api-key.txt"},
+    {"ca-file", &Values::caFile, optional, "PEM file of the certificate authorities to trust, instead of the system's",
+     "", CLI::ExistingFile},
+    {"timeout", &Values::timeout, optional, "Seconds of silence after which the call fails", "",
+     CLI::Range(0.001, 1e6, "SECONDS")},
+    {"email", &Values::email, required, "The account's e-mail address", "anna@example.com"},
+    {"password", &Values::password, secret, "The account's password", "password.txt"},
+    {"confirm-password", &Values::confirmPassword, optional, "The password once more; without it, the password", ""},
+    {"refresh-token", &Values::refreshToken, secret, "The refresh token of an earlier sign-in", "refresh-token.txt"},
+    {"facebook-token", &Values::facebookToken, secret, "The access token that Facebook's sign-in gave",
+     "facebook-token.txt"},
+    {"access-token", &Values::accessToken, secret, "The access token of a sign-in", "access-token.txt"},
+    {"app-instance-id", &Values::appInstanceId, optional, "Identifies this installation", ""},
+    {"app-instance-name", &Values::appInstanceName, optional, "Names this installation", ""},
+    {"product-name", &Values::productName, required, "The hearing aid's model", "'Clarity 3'"},
+    {"serial-number", &Values::serialNumber, optional, "Its serial number", "12345678"},
+    {"hardware-version", &Values::hardwareVersion, required, "Its hardware version", "2.1"},
+    {"firmware-version", &Values::firmwareVersion, required, "Its firmware version", "4.0.7"},
+    {"tube", &Values::tube, required, "Its tube", "'Slim 0.9'"},
+    {"orientation", &Values::orientation, required, "The ear it sits on", "Left",
+     CLI::IsMember({"Left", "Right"}, CLI::ignore_case)},
+    {"birthdate", &Values::birthdate, required, "The user's date of birth", "1980-05-17", isDay},
+    {"sex", &Values::sex, required, "The user's sex", "Female",
+     CLI::IsMember({"Male", "Female", "NotKnown"}, CLI::ignore_case)},
+    {"audiogram", &Values::audiogram, required, "JSON file: an array of audiograms", "audiograms.json",
+     CLI::ExistingFile},
+    {"chart", &Values::chart, optional,
+     "Writes the audiograms to this file as an SVG picture, and draws them here as text", "chart.svg"},
+    {"left-out", &Values::leftOut, optional, "Writes the left ear's configuration to this file", "left.bin"},
+    {"right-out", &Values::rightOut, optional, "Writes the right ear's configuration to this file", "right.bin"},
 };
 
 const Option& optionNamed(std::string_view name) {
   return *std::find_if(allOptions.begin(), allOptions.end(), [&](const Option& option) { return option.name == name; });
 }
 
-// What the command line gave, by option name.
-class Values {
- public:
-  std::string& operator[](const std::string& name) { return texts_[name]; }
-  const std::string& operator()(const std::string& name) const { return texts_.at(name); }
-  bool has(const std::string& name) const { return texts_.contains(name) && !texts_.at(name).empty(); }
-
- private:
-  std::map<std::string, std::string> texts_;
-};
-
 [[noreturn]] void wrongUsage(const std::string& option, const std::string& words) {
   throw CLI::ValidationError("--" + option, words);
 }
 
 std::vector<Audiogram> readAudiograms(const Values& values) {
-  std::ifstream stream(values("audiogram"));
+  std::ifstream stream(values.audiogram);
   const std::string text(std::istreambuf_iterator<char>(stream), {});
   boost::system::error_code error;
   const JsonValue json = boost::json::parse(text, error);
@@ -90,7 +103,7 @@ void write(const std::string& file, std::string_view bytes) {
 
 void draw(const std::vector<Audiogram>& audiograms, const Values& values) {
   std::cout << textChart(audiograms) << std::flush;
-  if (values.has("chart")) write(values("chart"), svgChart(audiograms));
+  if (!values.chart.empty()) write(values.chart, svgChart(audiograms));
 }
 
 // Waits for the result. The library has printed the answer's body by then, so only what that does not say is left.
@@ -112,24 +125,18 @@ int finish(const Promise<T, Error>& promise) {
   return finish(promise, [](const T&) {});
 }
 
-void store(const char* ear, const std::optional<Data>& data, const std::string& option, const Values& values) {
+void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
   std::cout << ear << " ear: " << (data ? std::to_string(data->size()) + " bytes" : "no configuration") << '\n';
-  if (data && values.has(option)) write(values(option), Foundation::textOf(*data));
+  if (data && !file.empty()) write(file, Foundation::textOf(*data));
 }
 
 int profile(ApiService& service, const Values& values) {
   const std::vector<Audiogram> audiograms = readAudiograms(values);
-  if (values.has("chart")) draw(audiograms, values);
-  return finish(service.profile(audiograms, values("access-token")), [&](const ConfigurationResponse& answer) {
-    store("left", answer.leftData(), "left-out", values);
-    store("right", answer.rightData(), "right-out", values);
+  if (!values.chart.empty()) draw(audiograms, values);
+  return finish(service.profile(audiograms, values.accessToken), [&](const ConfigurationResponse& answer) {
+    store("left", answer.leftData(), values.leftOut);
+    store("right", answer.rightData(), values.rightOut);
   });
-}
-
-int update(ApiService& service, const Values& values) {
-  const auto birthdate = decodeDate(JsonValue(values("birthdate") + "T00:00:00"));
-  if (!birthdate) wrongUsage("birthdate", "not a date such as 1980-05-17");
-  return finish(service.update(*birthdate, *Sex::fromRawValue(values("sex")), values("access-token")));
 }
 
 struct Call {
@@ -144,83 +151,82 @@ const std::vector<Call> calls{
      "Signs in with e-mail address and password",
      {"email", "password", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.login(v("email"), v("password"), v("app-instance-id"), v("app-instance-name")));
+       return finish(service.login(v.email, v.password, v.appInstanceId, v.appInstanceName));
      }},
     {"relogin",
      "Signs in again with a refresh token",
      {"refresh-token", "app-instance-id"},
-     [](ApiService& service, const Values& v) {
-       return finish(service.relogin(v("refresh-token"), v("app-instance-id")));
-     }},
+     [](ApiService& service, const Values& v) { return finish(service.relogin(v.refreshToken, v.appInstanceId)); }},
     {"register",
      "Makes an account",
      {"email", "password", "confirm-password", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.register_(v("email"), v("password"),
-                                       v(v.has("confirm-password") ? "confirm-password" : "password"),
-                                       v("app-instance-id"), v("app-instance-name")));
+       return finish(service.register_(v.email, v.password, v.confirmPassword.value_or(v.password), v.appInstanceId,
+                                       v.appInstanceName));
      }},
     {"authenticate",
      "Signs in with a Facebook access token",
      {"facebook-token", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.authenticate(v("facebook-token"), v("app-instance-id"), v("app-instance-name")));
+       return finish(service.authenticate(v.facebookToken, v.appInstanceId, v.appInstanceName));
      }},
     {"resend-validation-email",
      "Has the e-mail with the confirmation link sent again",
      {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.resendValidationEmail(v("access-token"))); }},
+     [](ApiService& service, const Values& v) { return finish(service.resendValidationEmail(v.accessToken)); }},
     {"send-password-reset",
      "Has an e-mail for a new password sent",
      {"email"},
-     [](ApiService& service, const Values& v) { return finish(service.sendPasswordReset(v("email"))); }},
+     [](ApiService& service, const Values& v) { return finish(service.sendPasswordReset(v.email)); }},
     {"check-if-validated",
      "Asks whether the e-mail address has been confirmed",
      {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.checkIfValidated(v("access-token"))); }},
+     [](ApiService& service, const Values& v) { return finish(service.checkIfValidated(v.accessToken)); }},
     {"register-device",
      "Adds a hearing aid to the account",
      {"app-instance-id", "product-name", "serial-number", "hardware-version", "firmware-version", "tube", "orientation",
       "access-token"},
      [](ApiService& service, const Values& v) {
-       return finish(service.registerDevice(
-           v("app-instance-id"), v("product-name"),
-           v.has("serial-number") ? std::optional<std::string_view>(v("serial-number")) : std::nullopt,
-           v("hardware-version"), v("firmware-version"), v("tube"), *DeviceOrientation::fromRawValue(v("orientation")),
-           v("access-token")));
+       return finish(service.registerDevice(v.appInstanceId, v.productName, v.serialNumber, v.hardwareVersion,
+                                            v.firmwareVersion, v.tube, *DeviceOrientation::fromRawValue(v.orientation),
+                                            v.accessToken));
      }},
     {"profile",
      "Sends audiograms for a fitting configuration of each ear",
      {"audiogram", "chart", "left-out", "right-out", "access-token"},
      profile},
-    {"update", "Stores the user's date of birth and sex", {"birthdate", "sex", "access-token"}, update},
+    {"update",
+     "Stores the user's date of birth and sex",
+     {"birthdate", "sex", "access-token"},
+     [](ApiService& service, const Values& v) {
+       return finish(service.update(*dateOf(v.birthdate), *Sex::fromRawValue(v.sex), v.accessToken));
+     }},
 };
 
 void addOption(CLI::App& command, const Option& option, Values& values) {
-  values[option.name] = option.standard;
-  CLI::Option* const added = command.add_option("--" + option.name, values[option.name], option.help);
-  if (!option.standard.empty()) added->capture_default_str();
-  if (!option.choices.empty()) added->transform(CLI::IsMember(option.choices, CLI::ignore_case));
-  if (option.kind == file) added->check(CLI::ExistingFile);
-  if (option.kind == required || option.name == "audiogram") added->required();
-  if (option.kind == secret)
-    command
-        .add_option("--" + option.name + "-file", values[option.name + "-file"],
-                    "The same, from the first line of a file; asked for when neither is given")
-        ->check(CLI::ExistingFile)
-        ->excludes(added);
+  const std::string name = "--" + option.name;
+  CLI::Option* const added = std::visit(
+      [&](auto variable) { return command.add_option(name, values.*variable, option.help); }, option.variable);
+  added->capture_default_str()->transform(option.check)->required(option.kind == required);
+  if (option.kind != secret) return;
+  std::string variable = "HALVERN_" + option.name;
+  for (char& letter : variable) letter = letter == '-' ? '_' : static_cast<char>(std::toupper(letter));
+  added->envname(variable);
+  command.add_option(name + "-file", "The same, from the first line of a file, which goes before")
+      ->check(CLI::ExistingFile);
 }
 
-// Takes a secret from the file or the terminal where the option itself is not given.
+// Takes a secret from the file or the terminal where neither the option nor the environment gives it.
 void complete(const Option& option, const CLI::App& command, Values& values) {
-  if (command.count("--" + option.name) > 0) return;
-  if (command.count("--" + option.name + "-file") > 0) {
-    values[option.name] = readSecret(values(option.name + "-file"));
-  } else if (const auto typed = askSecret(option.name)) {
-    values[option.name] = *typed;
-  } else {
+  std::string& secret = values.*std::get<std::string Values::*>(option.variable);
+  if (const auto* const file = command.get_option("--" + option.name + "-file"); file->count() > 0)
+    secret = readSecret(file->as<std::string>());
+  else if (command.count("--" + option.name) > 0)
+    return;
+  else if (const auto typed = askSecret(option.name))
+    secret = *typed;
+  else
     wrongUsage(option.name, "is needed, or --" + option.name + "-file, when standard input is not a terminal");
-  }
 }
 
 std::string example(const std::string& command, const std::vector<std::string>& options) {
@@ -233,12 +239,9 @@ std::string example(const std::string& command, const std::vector<std::string>& 
 
 int run(const Call& call, const Values& values) {
   URLSessionConfiguration configuration;
-  char* end = nullptr;
-  const double seconds = std::strtod(values("timeout").c_str(), &end);
-  if (*end != '\0' || !(seconds > 0 && seconds < 1e6)) wrongUsage("timeout", "not a number of seconds");
-  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(std::max(1L, std::lround(seconds * 1000)));
-  if (values.has("ca-file")) configuration.certificateAuthorityFile = values("ca-file");
-  HttpApiService service(values("base-url"), configuration, values("api-key"));
+  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(std::lround(values.timeout * 1000));
+  if (!values.caFile.empty()) configuration.certificateAuthorityFile = values.caFile;
+  HttpApiService service(values.baseUrl, configuration, values.apiKey);
   return call.run(service, values);
 }
 
