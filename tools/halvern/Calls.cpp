@@ -7,7 +7,7 @@
 #include <iostream>
 
 #include "Chart.hpp"
-#include "Secret.hpp"
+#include "Terminal.hpp"
 
 using namespace HalvernApi;
 
@@ -98,26 +98,44 @@ std::vector<Audiogram> readAudiograms(const Values& values) {
 void write(const std::string& file, std::string_view bytes) {
   std::ofstream stream(file, std::ios::binary);
   stream << bytes << std::flush;
-  if (!stream) throw std::runtime_error("cannot write " + file);
+  if (!stream) throw NotWritten("cannot write " + file + ": " + std::generic_category().message(errno));
 }
 
-void draw(const std::vector<Audiogram>& audiograms, const Values& values) {
-  std::cout << textChart(audiograms) << std::flush;
+void draw(const std::vector<Audiogram>& audiograms, const Values& values, std::ostream& out) {
+  out << textChart(audiograms) << std::flush;
   if (!values.chart.empty()) write(values.chart, svgChart(audiograms));
+}
+
+int statusOf(const Error& error) {
+  switch (error.kind()) {
+    case Error::Case::network: return status::network;
+    case Error::Case::validationError: return status::refused;
+    case Error::Case::notAuthorized: return status::notAuthorized;
+    default: return status::failed;
+  }
+}
+
+// Whether an answer that says yes or no to what was asked for says no.
+template <class T>
+bool isRefusal([[maybe_unused]] const T& answer) {
+  if constexpr (requires { answer.isSuccessful(); }) return !answer.isSuccessful();
+  if constexpr (std::is_same_v<T, ForgotPasswordResponse>) return !answer.result();
+  return false;
 }
 
 // Waits for the result. The library has printed the answer's body by then, so only what that does not say is left.
 template <class T, class F>
 int finish(const Promise<T, Error>& promise, F whenDone) {
   const auto result = promise.get();
-  if (result) {
-    whenDone(*result);
-    return 0;
+  if (!result) {
+    const std::string* const words = result.error().validationMessage();
+    say(words != nullptr ? "rejected: " + *words : result.error().description());
+    return statusOf(result.error());
   }
-  std::cout << std::flush;
-  const std::string* const words = result.error().validationMessage();
-  std::cerr << "halvern: " << (words != nullptr ? "rejected: " + *words : result.error().description()) << '\n';
-  return 1;
+  whenDone(*result);
+  if (!isRefusal(*result)) return status::done;
+  say("the service refused");
+  return status::refused;
 }
 
 template <class T>
@@ -126,13 +144,13 @@ int finish(const Promise<T, Error>& promise) {
 }
 
 void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
-  std::cout << ear << " ear: " << (data ? std::to_string(data->size()) + " bytes" : "no configuration") << '\n';
+  say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration"));
   if (data && !file.empty()) write(file, Foundation::textOf(*data));
 }
 
 int profile(ApiService& service, const Values& values) {
   const std::vector<Audiogram> audiograms = readAudiograms(values);
-  if (!values.chart.empty()) draw(audiograms, values);
+  if (!values.chart.empty()) draw(audiograms, values, std::cerr);
   return finish(service.profile(audiograms, values.accessToken), [&](const ConfigurationResponse& answer) {
     store("left", answer.leftData(), values.leftOut);
     store("right", answer.rightData(), values.rightOut);
@@ -257,7 +275,7 @@ void addCalls(CLI::App& app, int& status) {
     command->add_flag_callback(
         "--verbose", [] { Environment::log = [](const std::string& line) { std::cerr << line + '\n'; }; },
         "Shows the library's log lines on standard error");
-    command->footer(example(call.name, options));
+    command->footer(example(call.name, options) + "\n\n" + status::help);
     command->final_callback([&call, &status, command, values, options] {
       for (const std::string& name : options)
         if (optionNamed(name).kind == secret) complete(optionNamed(name), *command, *values);
@@ -269,5 +287,5 @@ void addCalls(CLI::App& app, int& status) {
   const auto values = std::make_shared<Values>();
   for (const char* name : {"audiogram", "chart"}) addOption(*chart, optionNamed(name), *values);
   chart->footer(example("chart", {"audiogram", "chart"}));
-  chart->final_callback([values] { draw(readAudiograms(*values), *values); });
+  chart->final_callback([values] { draw(readAudiograms(*values), *values, std::cout); });
 }

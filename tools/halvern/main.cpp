@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <HalvernApi/Testing/Sandbox.hpp>
@@ -6,6 +8,7 @@
 
 #include "Calls.hpp"
 #include "Demo.hpp"
+#include "Terminal.hpp"
 
 using HalvernApi::Testing::Sandbox;
 
@@ -31,18 +34,15 @@ void serve(Sandbox::Options options) {
   sigwait(&signals, &signal);
 }
 
-}  // namespace
-
-// Exit status: 0 when all went well, 1 when a call failed, 2 when it was asked wrongly.
-int main(int argc, char** argv) try {
+int run(int argc, char** argv) try {
   CLI::App app("Calls the account and hearing-aid web service, or plays it.", "halvern");
   app.require_subcommand(1);
-  app.footer("Example:\n  halvern demo");
-  int status = 0;
+  app.footer("Example:\n  halvern demo\n\n" + std::string(status::help));
+  int status = status::done;
 
   CLI::App* const demoCommand = app.add_subcommand("demo", "Walks one account through all ten operations");
   demoCommand->footer("Example:\n  halvern demo");
-  demoCommand->callback([&] { status = demo() ? 0 : 1; });
+  demoCommand->callback([&] { status = demo() ? status::done : status::failed; });
 
   Sandbox::Options options;
   CLI::App* const sandboxCommand = app.add_subcommand("sandbox", "Plays the service on this machine until interrupted");
@@ -57,10 +57,26 @@ int main(int argc, char** argv) try {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
+    return app.exit(error) == 0 ? status::done : status::wrongUsage;
   }
   return status;
+} catch (const NotWritten& error) {
+  say(error.what());
+  return status::notWritten;
 } catch (const std::exception& error) {
-  std::cerr << "halvern: " << error.what() << '\n';
-  return 1;
+  say(error.what());
+  return status::failed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Where a standard stream is closed, nothing that is opened later may take its place: a socket would get the output.
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  signal(SIGPIPE, SIG_IGN);
+  const int status = run(argc, argv);
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  say("standard output cannot be written");
+  return status == status::done ? status::notWritten : status;
 }

@@ -1,10 +1,12 @@
-#include "Secret.hpp"
+#include "Terminal.hpp"
 
 #include <termios.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <iostream>
+
+void say(const std::string& words) { std::cerr << "halvern: " + words + '\n'; }
 
 std::string readSecret(const std::string& file) {
   std::ifstream stream(file);
