@@ -22,6 +22,7 @@ struct Values {
   std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
   std::string productName, hardwareVersion, firmwareVersion, tube, orientation, birthdate, sex;
   std::string audiogram, chart, leftOut, rightOut;
+  bool json = false;
 };
 
 struct Option {
@@ -106,13 +107,37 @@ void draw(const std::vector<Audiogram>& audiograms, const Values& values, std::o
   if (!values.chart.empty()) write(values.chart, svgChart(audiograms));
 }
 
-int statusOf(const Error& error) {
-  switch (error.kind()) {
-    case Error::Case::network: return status::network;
-    case Error::Case::validationError: return status::refused;
-    case Error::Case::notAuthorized: return status::notAuthorized;
-    default: return status::failed;
-  }
+// What a failure is called in JSON and by the exit status, in the order of Error::Case.
+constexpr struct {
+  const char* name;
+  int status;
+} cases[] = {{"network", status::network},
+             {"unknownNSError", status::failed},
+             {"validationError", status::refused},
+             {"unknownJsonData", status::failed},
+             {"notAuthorized", status::notAuthorized}};
+
+std::string wordsOf(const Error& error) {
+  const std::string* const words = error.validationMessage();
+  return words != nullptr ? *words : error.description();
+}
+
+// Domain and code are those of what lies beneath, where there is something.
+JsonObject jsonOf(const Error& error) {
+  const NSError* const beneath = error.platformError();
+  return {{"error",
+           {{"case", cases[error.code()].name},
+            {"domain", beneath != nullptr ? std::string_view(beneath->domain) : error.domain()},
+            {"code", beneath != nullptr ? beneath->code : error.code()},
+            {"message", wordsOf(error)}}}};
+}
+
+template <class T>
+JsonObject jsonOf([[maybe_unused]] const T& answer) {
+  if constexpr (std::is_same_v<T, Unit>)
+    return {};
+  else
+    return answer.encodeJson();
 }
 
 // Whether an answer that says yes or no to what was asked for says no.
@@ -123,14 +148,18 @@ bool isRefusal([[maybe_unused]] const T& answer) {
   return false;
 }
 
-// Waits for the result. The library has printed the answer's body by then, so only what that does not say is left.
+// Waits for the result of a call that was made while standard output was held.
 template <class T, class F>
-int finish(const Promise<T, Error>& promise, F whenDone) {
+int finish(const Promise<T, Error>& promise, const Values& values, F whenDone) {
   const auto result = promise.get();
+  const std::string body = releaseOutput();
+  if (values.json)
+    std::cout << JsonValue(result ? jsonOf(*result) : jsonOf(result.error())) << '\n' << std::flush;
+  else
+    std::cout << body << std::flush;
   if (!result) {
-    const std::string* const words = result.error().validationMessage();
-    say(words != nullptr ? "rejected: " + *words : result.error().description());
-    return statusOf(result.error());
+    say(wordsOf(result.error()));
+    return cases[result.error().code()].status;
   }
   whenDone(*result);
   if (!isRefusal(*result)) return status::done;
@@ -139,8 +168,8 @@ int finish(const Promise<T, Error>& promise, F whenDone) {
 }
 
 template <class T>
-int finish(const Promise<T, Error>& promise) {
-  return finish(promise, [](const T&) {});
+int finish(const Promise<T, Error>& promise, const Values& values) {
+  return finish(promise, values, [](const T&) {});
 }
 
 void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
@@ -151,7 +180,7 @@ void store(const char* ear, const std::optional<Data>& data, const std::string& 
 int profile(ApiService& service, const Values& values) {
   const std::vector<Audiogram> audiograms = readAudiograms(values);
   if (!values.chart.empty()) draw(audiograms, values, std::cerr);
-  return finish(service.profile(audiograms, values.accessToken), [&](const ConfigurationResponse& answer) {
+  return finish(service.profile(audiograms, values.accessToken), values, [&](const ConfigurationResponse& answer) {
     store("left", answer.leftData(), values.leftOut);
     store("right", answer.rightData(), values.rightOut);
   });
@@ -169,45 +198,46 @@ const std::vector<Call> calls{
      "Signs in with e-mail address and password",
      {"email", "password", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.login(v.email, v.password, v.appInstanceId, v.appInstanceName));
+       return finish(service.login(v.email, v.password, v.appInstanceId, v.appInstanceName), v);
      }},
     {"relogin",
      "Signs in again with a refresh token",
      {"refresh-token", "app-instance-id"},
-     [](ApiService& service, const Values& v) { return finish(service.relogin(v.refreshToken, v.appInstanceId)); }},
+     [](ApiService& service, const Values& v) { return finish(service.relogin(v.refreshToken, v.appInstanceId), v); }},
     {"register",
      "Makes an account",
      {"email", "password", "confirm-password", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.register_(v.email, v.password, v.confirmPassword.value_or(v.password), v.appInstanceId,
-                                       v.appInstanceName));
+       const std::string& confirmed = v.confirmPassword ? *v.confirmPassword : v.password;
+       return finish(service.register_(v.email, v.password, confirmed, v.appInstanceId, v.appInstanceName), v);
      }},
     {"authenticate",
      "Signs in with a Facebook access token",
      {"facebook-token", "app-instance-id", "app-instance-name"},
      [](ApiService& service, const Values& v) {
-       return finish(service.authenticate(v.facebookToken, v.appInstanceId, v.appInstanceName));
+       return finish(service.authenticate(v.facebookToken, v.appInstanceId, v.appInstanceName), v);
      }},
     {"resend-validation-email",
      "Has the e-mail with the confirmation link sent again",
      {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.resendValidationEmail(v.accessToken)); }},
+     [](ApiService& service, const Values& v) { return finish(service.resendValidationEmail(v.accessToken), v); }},
     {"send-password-reset",
      "Has an e-mail for a new password sent",
      {"email"},
-     [](ApiService& service, const Values& v) { return finish(service.sendPasswordReset(v.email)); }},
+     [](ApiService& service, const Values& v) { return finish(service.sendPasswordReset(v.email), v); }},
     {"check-if-validated",
      "Asks whether the e-mail address has been confirmed",
      {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.checkIfValidated(v.accessToken)); }},
+     [](ApiService& service, const Values& v) { return finish(service.checkIfValidated(v.accessToken), v); }},
     {"register-device",
      "Adds a hearing aid to the account",
      {"app-instance-id", "product-name", "serial-number", "hardware-version", "firmware-version", "tube", "orientation",
       "access-token"},
      [](ApiService& service, const Values& v) {
+       const DeviceOrientation orientation = *DeviceOrientation::fromRawValue(v.orientation);
        return finish(service.registerDevice(v.appInstanceId, v.productName, v.serialNumber, v.hardwareVersion,
-                                            v.firmwareVersion, v.tube, *DeviceOrientation::fromRawValue(v.orientation),
-                                            v.accessToken));
+                                            v.firmwareVersion, v.tube, orientation, v.accessToken),
+                     v);
      }},
     {"profile",
      "Sends audiograms for a fitting configuration of each ear",
@@ -217,7 +247,7 @@ const std::vector<Call> calls{
      "Stores the user's date of birth and sex",
      {"birthdate", "sex", "access-token"},
      [](ApiService& service, const Values& v) {
-       return finish(service.update(*dateOf(v.birthdate), *Sex::fromRawValue(v.sex), v.accessToken));
+       return finish(service.update(*dateOf(v.birthdate), *Sex::fromRawValue(v.sex), v.accessToken), v);
      }},
 };
 
@@ -260,6 +290,7 @@ int run(const Call& call, const Values& values) {
   configuration.timeoutIntervalForRequest = std::chrono::milliseconds(std::lround(values.timeout * 1000));
   if (!values.caFile.empty()) configuration.certificateAuthorityFile = values.caFile;
   HttpApiService service(values.baseUrl, configuration, values.apiKey);
+  holdOutput();
   return call.run(service, values);
 }
 
@@ -275,6 +306,10 @@ void addCalls(CLI::App& app, int& status) {
     command->add_flag_callback(
         "--verbose", [] { Environment::log = [](const std::string& line) { std::cerr << line + '\n'; }; },
         "Shows the library's log lines on standard error");
+    command->add_flag(
+        "--json", values->json,
+        "Prints one JSON value and nothing else: the record, or {\"error\": {\"case\", \"domain\", \"code\", "
+        "\"message\"}}");
     command->footer(example(call.name, options) + "\n\n" + status::help);
     command->final_callback([&call, &status, command, values, options] {
       for (const std::string& name : options)

@@ -1,12 +1,39 @@
 #include "Terminal.hpp"
 
+#include <sys/mman.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <iostream>
+#include <system_error>
+
+namespace {
+int own = -1;   // standard output
+int held = -1;  // what stands in for it
+}  // namespace
 
 void say(const std::string& words) { std::cerr << "halvern: " + words + '\n'; }
+
+void holdOutput() {
+  std::fflush(stdout);
+  own = dup(STDOUT_FILENO);
+  held = memfd_create("answer", MFD_CLOEXEC);
+  if (own == -1 || held == -1 || dup2(held, STDOUT_FILENO) == -1)
+    throw std::system_error(errno, std::generic_category(), "cannot hold the answer");
+}
+
+std::string releaseOutput() {
+  std::fflush(stdout);
+  dup2(own, STDOUT_FILENO);
+  std::string text(static_cast<std::size_t>(lseek(held, 0, SEEK_END)), '\0');
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t got = pread(held, text.data() + done, text.size() - done, static_cast<off_t>(done));
+    if (got <= 0) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
+    done += static_cast<std::size_t>(got);
+  }
+  return text;
+}
 
 std::string readSecret(const std::string& file) {
   std::ifstream stream(file);

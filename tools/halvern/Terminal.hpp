@@ -27,6 +27,11 @@ struct NotWritten : std::runtime_error {
 // Words for people, on standard error.
 void say(const std::string& words);
 
+// Holds back what is printed on standard output from here on, as the library does with answers, until it is released
+// to the caller.
+void holdOutput();
+std::string releaseOutput();
+
 // The first line of a file.
 std::string readSecret(const std::string& file);
 
