@@ -1,5 +1,7 @@
 #include "Calls.hpp"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <HalvernApi/HalvernApi.hpp>
 #include <boost/json.hpp>
@@ -151,12 +153,11 @@ bool isRefusal([[maybe_unused]] const T& answer) {
 // Waits for the result of a call that was made while standard output was held.
 template <class T, class F>
 int finish(const Promise<T, Error>& promise, const Values& values, F whenDone) {
+  wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
   const auto result = promise.get();
-  const std::string body = releaseOutput();
-  if (values.json)
-    std::cout << JsonValue(result ? jsonOf(*result) : jsonOf(result.error())) << '\n' << std::flush;
-  else
-    std::cout << body << std::flush;
+  std::string body = releaseOutput();
+  if (values.json) body = boost::json::serialize(result ? jsonOf(*result) : jsonOf(result.error())) + '\n';
+  std::cout << (isatty(STDOUT_FILENO) != 0 ? printable(body) : body) << std::flush;
   if (!result) {
     say(wordsOf(result.error()));
     return cases[result.error().code()].status;
@@ -271,10 +272,12 @@ void complete(const Option& option, const CLI::App& command, Values& values) {
     secret = readSecret(file->as<std::string>());
   else if (command.count("--" + option.name) > 0)
     return;
+  else if (isatty(STDIN_FILENO) == 0)
+    wrongUsage(option.name, "is needed, or --" + option.name + "-file, when standard input is not a terminal");
   else if (const auto typed = askSecret(option.name))
     secret = *typed;
   else
-    wrongUsage(option.name, "is needed, or --" + option.name + "-file, when standard input is not a terminal");
+    wrongUsage(option.name, "is needed, and the input ended before it");
 }
 
 std::string example(const std::string& command, const std::vector<std::string>& options) {
@@ -304,7 +307,7 @@ void addCalls(CLI::App& app, int& status) {
     options.insert(options.end(), call.options.begin(), call.options.end());
     for (const std::string& name : options) addOption(*command, optionNamed(name), *values);
     command->add_flag_callback(
-        "--verbose", [] { Environment::log = [](const std::string& line) { std::cerr << line + '\n'; }; },
+        "--verbose", [] { Environment::log = [](const std::string& line) { say(line); }; },
         "Shows the library's log lines on standard error");
     command->add_flag(
         "--json", values->json,

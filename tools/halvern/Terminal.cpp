@@ -1,9 +1,12 @@
 #include "Terminal.hpp"
 
+#include <poll.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <array>
 #include <fstream>
 #include <iostream>
 #include <system_error>
@@ -11,9 +14,35 @@
 namespace {
 int own = -1;   // standard output
 int held = -1;  // what stands in for it
+
+volatile sig_atomic_t caught = 0;
+
+// Removes what stands in the line.
+std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
 }  // namespace
 
-void say(const std::string& words) { std::cerr << "halvern: " + words + '\n'; }
+std::string printable(std::string_view text) {
+  std::string shown;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    // U+0080 to U+009F are control characters too.
+    const bool second = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
+    const bool obeyed = (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F || second;
+    shown += obeyed ? '?' : text[i];
+    i += second ? 1 : 0;
+  }
+  return shown;
+}
+
+void say(const std::string& words) { std::cerr << lineStart() + "halvern: " + printable(words) + '\n'; }
+
+void wait(const std::function<bool()>& isDone) {
+  if (!isatty(STDERR_FILENO)) return;
+  int seconds = 0;
+  while (!isDone())
+    std::cerr << lineStart() + "waiting for the service, " + std::to_string(++seconds) + " s" << std::flush;
+  if (seconds > 0) std::cerr << lineStart() << std::flush;
+}
 
 void holdOutput() {
   std::fflush(stdout);
@@ -44,15 +73,34 @@ std::string readSecret(const std::string& file) {
 }
 
 std::optional<std::string> askSecret(const std::string& name) {
-  termios shown{};
-  if (tcgetattr(STDIN_FILENO, &shown) != 0) return std::nullopt;
-  termios hidden = shown;
-  hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-  std::cerr << name << ": " << std::flush;
-  tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
-  std::string line;
-  const bool read = static_cast<bool>(std::getline(std::cin, line));
-  tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
-  std::cerr << '\n';
-  return read ? std::optional(line) : std::nullopt;
+  constexpr std::array signals{SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+  std::array<struct sigaction, signals.size()> actions{};
+  struct sigaction note {};
+  note.sa_handler = [](int signal) { caught = signal; };
+  // Blocked but while waiting, so that none comes before.
+  sigset_t blocked, open;
+  sigemptyset(&blocked);
+  for (const int signal : signals) sigaddset(&blocked, signal);
+  std::optional<std::string> secret;
+  do {
+    sigprocmask(SIG_BLOCK, &blocked, &open);
+    for (std::size_t i = 0; i < signals.size(); ++i) sigaction(signals[i], &note, &actions[i]);
+    caught = 0;
+    termios shown{};
+    tcgetattr(STDIN_FILENO, &shown);
+    termios hidden = shown;
+    hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    std::cerr << name << ": " << std::flush;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    std::string line;
+    if (ppoll(&input, 1, nullptr, &open) > 0 && std::getline(std::cin, line)) secret = line;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
+    std::cerr << '\n';
+    for (std::size_t i = 0; i < signals.size(); ++i) sigaction(signals[i], &actions[i], nullptr);
+    sigprocmask(SIG_SETMASK, &open, nullptr);
+    if (caught != 0 && caught != SIGTSTP) say("interrupted, nothing was sent");
+    if (caught != 0) raise(caught);
+  } while (caught != 0);
+  return secret;
 }

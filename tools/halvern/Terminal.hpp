@@ -2,9 +2,11 @@
 // elsewhere than the command line, where other users of the machine see them. For one thread.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace status {
 enum { done, refused, wrongUsage, notAuthorized, network, failed, notWritten };
@@ -24,8 +26,15 @@ struct NotWritten : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Words for people, on standard error.
+// `text` without what a terminal would obey: control characters, but for line ends and tabulators, read `?`.
+std::string printable(std::string_view text);
+
+// Words for people, on standard error, in a line of their own.
 void say(const std::string& words);
+
+// Waits until `isDone`, which itself waits for a second at most, and shows that when it is a terminal that one looks
+// at.
+void wait(const std::function<bool()>& isDone);
 
 // Holds back what is printed on standard output from here on, as the library does with answers, until it is released
 // to the caller.
@@ -35,5 +44,6 @@ std::string releaseOutput();
 // The first line of a file.
 std::string readSecret(const std::string& file);
 
-// Asks on the terminal, without showing what is typed. Absent when standard input is not a terminal, or at its end.
+// Asks on the terminal, without showing what is typed. Absent at its end. A signal that ends or stops the program does
+// so once the terminal shows again what is typed; the question comes anew when the program goes on.
 std::optional<std::string> askSecret(const std::string& name);

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <HalvernApi/Testing/Sandbox.hpp>
 #include <iostream>
+#include <numeric>
 
 #include "Calls.hpp"
 #include "Demo.hpp"
@@ -34,10 +35,29 @@ void serve(Sandbox::Options options) {
   sigwait(&signals, &signal);
 }
 
+// The subcommand that takes the fewest letters added, dropped and changed to come to from `word`.
+std::string nearest(const std::string& word, const CLI::App& app) {
+  std::pair<std::size_t, std::string> best{word.size() + 100, ""};
+  for (const CLI::App* const command : app.get_subcommands({})) {
+    const std::string name = command->get_name();
+    std::vector<std::size_t> costs(name.size() + 1);
+    std::iota(costs.begin(), costs.end(), 0U);
+    for (const char letter : word) {
+      std::size_t diagonal = costs[0]++;
+      for (std::size_t i = 0; i < name.size(); ++i)
+        diagonal =
+            std::exchange(costs[i + 1], std::min({costs[i] + 1, costs[i + 1] + 1, diagonal + (name[i] != letter)}));
+    }
+    best = std::min(best, {costs.back(), name});
+  }
+  return best.second;
+}
+
 int run(int argc, char** argv) try {
   CLI::App app("Calls the account and hearing-aid web service, or plays it.", "halvern");
   app.require_subcommand(1);
   app.footer("Example:\n  halvern demo\n\n" + std::string(status::help));
+  app.set_version_flag("--version", "halvern " HALVERN_VERSION);
   int status = status::done;
 
   CLI::App* const demoCommand = app.add_subcommand("demo", "Walks one account through all ten operations");
@@ -57,6 +77,11 @@ int run(int argc, char** argv) try {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    const auto words = app.remaining();
+    if (app.get_subcommands().empty() && !words.empty() && words[0][0] != '-') {
+      say("there is no subcommand " + words[0] + "; the nearest is " + nearest(words[0], app));
+      return status::wrongUsage;
+    }
     return app.exit(error) == 0 ? status::done : status::wrongUsage;
   }
   return status;
