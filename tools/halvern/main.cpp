@@ -9,6 +9,7 @@
 
 #include "Calls.hpp"
 #include "Demo.hpp"
+#include "Generate.hpp"
 #include "Terminal.hpp"
 
 using HalvernApi::Testing::Sandbox;
@@ -38,7 +39,7 @@ void serve(Sandbox::Options options) {
 // The subcommand that takes the fewest letters added, dropped and changed to come to from `word`.
 std::string nearest(const std::string& word, const CLI::App& app) {
   std::pair<std::size_t, std::string> best{word.size() + 100, ""};
-  for (const CLI::App* const command : app.get_subcommands({})) {
+  for (const CLI::App* const command : subcommands(app)) {
     const std::string name = command->get_name();
     std::vector<std::size_t> costs(name.size() + 1);
     std::iota(costs.begin(), costs.end(), 0U);
@@ -74,6 +75,10 @@ int run(int argc, char** argv) try {
   sandboxCommand->callback([&] { serve(options); });
 
   addCalls(app, status);
+
+  CLI::App* const generator = app.add_subcommand("generate", "Prints a completion file, or the manual page")->group("");
+  const auto write = [&](const std::string& form) { std::cout << generate(app, form); };
+  generator->add_option_function<std::string>("FORM", write)->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
