@@ -1,5 +1,6 @@
 #include "Calls.hpp"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -24,14 +25,14 @@ struct Values {
   std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
   std::string productName, hardwareVersion, firmwareVersion, tube, orientation, birthdate, sex;
   std::string audiogram, chart, leftOut, rightOut;
-  bool json = false;
+  bool json = false, noColor = false;
 };
 
 struct Option {
-  enum class Kind { required, optional, secret };
+  enum class Kind { required, optional, secret, flag, file };
   using enum Kind;
   std::string name;
-  std::variant<std::string Values::*, std::optional<std::string> Values::*, double Values::*> variable;
+  std::variant<std::string Values::*, std::optional<std::string> Values::*, double Values::*, bool Values::*> variable;
   Kind kind;
   std::string help;
   std::string sample;      // for the example in the help
@@ -71,10 +72,10 @@ const std::vector<Option> allOptions{
     {"birthdate", &Values::birthdate, required, "The user's date of birth", "1980-05-17", isDay},
     {"sex", &Values::sex, required, "The user's sex", "Female",
      CLI::IsMember({"Male", "Female", "NotKnown"}, CLI::ignore_case)},
-    {"audiogram", &Values::audiogram, required, "JSON file: an array of audiograms", "audiograms.json",
-     CLI::ExistingFile},
+    {"audiogram", &Values::audiogram, file, "JSON file: an array of audiograms", "audiograms.json", CLI::ExistingFile},
     {"chart", &Values::chart, optional,
      "Writes the audiograms to this file as an SVG picture, and draws them here as text", "chart.svg"},
+    {"no-color", &Values::noColor, flag, "Draws without colour, as the variable NO_COLOR has it too", ""},
     {"left-out", &Values::leftOut, optional, "Writes the left ear's configuration to this file", "left.bin"},
     {"right-out", &Values::rightOut, optional, "Writes the right ear's configuration to this file", "right.bin"},
 };
@@ -104,8 +105,11 @@ void write(const std::string& file, std::string_view bytes) {
   if (!stream) throw NotWritten("cannot write " + file + ": " + std::generic_category().message(errno));
 }
 
-void draw(const std::vector<Audiogram>& audiograms, const Values& values, std::ostream& out) {
-  out << textChart(audiograms) << std::flush;
+void draw(const std::vector<Audiogram>& audiograms, const Values& values, int stream) {
+  winsize size{};
+  if (ioctl(stream, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size.ws_col = 80;
+  const bool coloured = isatty(stream) != 0 && !values.noColor && std::getenv("NO_COLOR") == nullptr;
+  (stream == STDOUT_FILENO ? std::cout : std::cerr) << textChart(audiograms, size.ws_col, coloured) << std::flush;
   if (!values.chart.empty()) write(values.chart, svgChart(audiograms));
 }
 
@@ -180,7 +184,7 @@ void store(const char* ear, const std::optional<Data>& data, const std::string& 
 
 int profile(ApiService& service, const Values& values) {
   const std::vector<Audiogram> audiograms = readAudiograms(values);
-  if (!values.chart.empty()) draw(audiograms, values, std::cerr);
+  if (!values.chart.empty()) draw(audiograms, values, STDERR_FILENO);
   return finish(service.profile(audiograms, values.accessToken), values, [&](const ConfigurationResponse& answer) {
     store("left", answer.leftData(), values.leftOut);
     store("right", answer.rightData(), values.rightOut);
@@ -242,7 +246,7 @@ const std::vector<Call> calls{
      }},
     {"profile",
      "Sends audiograms for a fitting configuration of each ear",
-     {"audiogram", "chart", "left-out", "right-out", "access-token"},
+     {"audiogram", "chart", "no-color", "left-out", "right-out", "access-token"},
      profile},
     {"update",
      "Stores the user's date of birth and sex",
@@ -254,9 +258,15 @@ const std::vector<Call> calls{
 
 void addOption(CLI::App& command, const Option& option, Values& values) {
   const std::string name = "--" + option.name;
+  if (option.kind == flag) {
+    command.add_flag(name, values.*std::get<bool Values::*>(option.variable), option.help);
+    return;
+  }
+  // A file may do without the option's name.
+  const std::string names = option.kind == file ? "FILE," + name : name;
   CLI::Option* const added = std::visit(
-      [&](auto variable) { return command.add_option(name, values.*variable, option.help); }, option.variable);
-  added->capture_default_str()->transform(option.check)->required(option.kind == required);
+      [&](auto variable) { return command.add_option(names, values.*variable, option.help); }, option.variable);
+  added->capture_default_str()->transform(option.check)->required(option.kind == required || option.kind == file);
   if (option.kind != secret) return;
   std::string variable = "HALVERN_" + option.name;
   for (char& letter : variable) letter = letter == '-' ? '_' : static_cast<char>(std::toupper(letter));
@@ -323,7 +333,7 @@ void addCalls(CLI::App& app, int& status) {
 
   CLI::App* const chart = app.add_subcommand("chart", "Draws audiograms without sending them");
   const auto values = std::make_shared<Values>();
-  for (const char* name : {"audiogram", "chart"}) addOption(*chart, optionNamed(name), *values);
+  for (const char* name : {"audiogram", "chart", "no-color"}) addOption(*chart, optionNamed(name), *values);
   chart->footer(example("chart", {"audiogram", "chart"}));
-  chart->final_callback([values] { draw(readAudiograms(*values), *values, std::cout); });
+  chart->final_callback([values] { draw(readAudiograms(*values), *values, STDOUT_FILENO); });
 }

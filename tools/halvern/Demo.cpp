@@ -142,7 +142,7 @@ bool demo() {
        "R-1002",
        "Slim 0.9",
        {{125, 5}, {250, 10}, {500, 20}, {1000, 25}, {2000, 35.5}, {3000, 40}, {4000, 50}, {6000, 55}, {8000, 60}}}};
-  std::printf("\n   The audiograms that are sent next:\n\n%s", textChart(audiograms).c_str());
+  std::printf("\n   The audiograms that are sent next:\n\n%s", textChart(audiograms, 80, false).c_str());
   steps.succeed(
       "profile", [&] { return service.profile(audiograms, token); },
       [](const ConfigurationResponse& answer) {
