@@ -25,7 +25,7 @@ struct Values {
   std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
   std::string productName, hardwareVersion, firmwareVersion, tube, orientation, birthdate, sex;
   std::string audiogram, chart, leftOut, rightOut;
-  bool json = false, noColor = false;
+  bool json = false, noColor = false, check = false;
 };
 
 struct Option {
@@ -73,6 +73,7 @@ const std::vector<Option> allOptions{
     {"sex", &Values::sex, required, "The user's sex", "Female",
      CLI::IsMember({"Male", "Female", "NotKnown"}, CLI::ignore_case)},
     {"audiogram", &Values::audiogram, file, "JSON file: an array of audiograms", "audiograms.json", CLI::ExistingFile},
+    {"check", &Values::check, flag, "Draws nothing: says every fault of the file, by its path", ""},
     {"chart", &Values::chart, optional,
      "Writes the audiograms to this file as an SVG picture, and draws them here as text", "chart.svg"},
     {"no-color", &Values::noColor, flag, "Draws without colour, as the variable NO_COLOR has it too", ""},
@@ -88,14 +89,21 @@ const Option& optionNamed(std::string_view name) {
   throw CLI::ValidationError("--" + option, words);
 }
 
+// Every fault of the file in a line of its own.
 std::vector<Audiogram> readAudiograms(const Values& values) {
   std::ifstream stream(values.audiogram);
   const std::string text(std::istreambuf_iterator<char>(stream), {});
+  boost::json::parser parser;
   boost::system::error_code error;
-  const JsonValue json = boost::json::parse(text, error);
-  if (error) wrongUsage("audiogram", "not JSON: " + error.message());
-  auto audiograms = JsonCodec<std::vector<Audiogram>>::decodeJson(json);
-  if (!audiograms) wrongUsage("audiogram", audiograms.error().description());
+  const std::size_t read = parser.write_some(text, error);
+  if (!error && text.find_first_not_of(" \t\r\n", read) != std::string::npos) error = boost::json::error::extra_data;
+  if (error) {
+    const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(read), '\n');
+    wrongUsage("audiogram", "line " + std::to_string(line) + ": not JSON: " + error.message());
+  }
+  auto audiograms = JsonCodec<std::vector<Audiogram>>::decodeJson(parser.release());
+  if (!audiograms)
+    wrongUsage("audiogram", '\n' + CLI::detail::find_and_replace(audiograms.error().description(), "; ", "\n"));
   return *std::move(audiograms);
 }
 
@@ -333,7 +341,10 @@ void addCalls(CLI::App& app, int& status) {
 
   CLI::App* const chart = app.add_subcommand("chart", "Draws audiograms without sending them");
   const auto values = std::make_shared<Values>();
-  for (const char* name : {"audiogram", "chart", "no-color"}) addOption(*chart, optionNamed(name), *values);
+  for (const char* name : {"audiogram", "check", "chart", "no-color"}) addOption(*chart, optionNamed(name), *values);
   chart->footer(example("chart", {"audiogram", "chart"}));
-  chart->final_callback([values] { draw(readAudiograms(*values), *values, STDOUT_FILENO); });
+  chart->final_callback([values] {
+    const std::vector<Audiogram> audiograms = readAudiograms(*values);
+    if (!values->check) draw(audiograms, *values, STDOUT_FILENO);
+  });
 }
