@@ -90,8 +90,8 @@ std::optional<std::string> askSecret(const std::string& name) {
     tcgetattr(STDIN_FILENO, &shown);
     termios hidden = shown;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    std::cerr << name << ": " << std::flush;
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+    std::cerr << name << ": " << std::flush;
     pollfd input{STDIN_FILENO, POLLIN, 0};
     std::string line;
     if (ppoll(&input, 1, nullptr, &open) > 0 && std::getline(std::cin, line)) secret = line;
