@@ -20,91 +20,109 @@ namespace {
 struct Values {
   std::string baseUrl, apiKey, caFile;
   double timeout = 60;
-  std::string email, password, refreshToken, facebookToken, accessToken;
-  std::optional<std::string> confirmPassword, serialNumber;
+  bool json = false, verbose = false, noColor = false, check = false;
+  std::string email, password, confirmPassword, refreshToken, facebookToken, accessToken;
   std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
-  std::string productName, hardwareVersion, firmwareVersion, tube, orientation, birthdate, sex;
-  std::string audiogram, chart, leftOut, rightOut;
-  bool json = false, noColor = false, check = false;
+  std::string productName, hardwareVersion, firmwareVersion, tube;
+  std::optional<std::string> serialNumber;
+  DeviceOrientation orientation = DeviceOrientation::left;
+  Date birthdate{std::chrono::sys_seconds()};
+  Sex sex = Sex::unknown;
+  std::vector<Audiogram> audiograms;
+  std::string chart, leftOut, rightOut;
 };
 
+template <class... T>
+using MemberOf = std::variant<T Values::*...>;
+using Variable = MemberOf<std::string, std::optional<std::string>, double, bool, DeviceOrientation, Date, Sex,
+                          std::vector<Audiogram>>;
+
 struct Option {
-  enum class Kind { required, optional, secret, flag, file };
+  enum class Kind { required, optional, secret };
   using enum Kind;
-  std::string name;
-  std::variant<std::string Values::*, std::optional<std::string> Values::*, double Values::*, bool Values::*> variable;
+  Variable variable;
   Kind kind;
+  std::string name;
   std::string help;
-  std::string sample;      // for the example in the help
+  std::string sample{};    // for the example in the help
   CLI::Validator check{};  // passes everything
 };
 using enum Option::Kind;
 
-Expected<Date, JsonDecodeError> dateOf(const std::string& day) {
-  return JsonCodec<Date>::decodeJson(JsonValue(day + "T00:00:00"));
-}
-const CLI::Validator isDay([](std::string& day) { return dateOf(day) ? "" : "not a date such as 1980-05-17"; }, "DAY");
-
 const std::vector<Option> allOptions{
-    {"base-url", &Values::baseUrl, required, "Where the service is; paths are put behind it as they are",
+    {&Values::baseUrl, required, "base-url", "Where the service is; paths are put behind it as they are",
      "https://service.example"},
-    {"api-key", &Values::apiKey, secret, "The application's key", "api-key.txt"},
-    {"ca-file", &Values::caFile, optional, "PEM file of the certificate authorities to trust, instead of the system's",
+    {&Values::apiKey, secret, "api-key", "The application's key", "api-key.txt"},
+    {&Values::caFile, optional, "ca-file", "PEM file of the certificate authorities to trust, instead of the system's",
      "", CLI::ExistingFile},
-    {"timeout", &Values::timeout, optional, "Seconds of silence after which the call fails", "",
+    {&Values::timeout, optional, "timeout", "Seconds of silence after which the call fails", "",
      CLI::Range(0.001, 1e6, "SECONDS")},
-    {"email", &Values::email, required, "The account's e-mail address", "anna@example.com"},
-    {"password", &Values::password, secret, "The account's password", "password.txt"},
-    {"confirm-password", &Values::confirmPassword, optional, "The password once more; without it, the password", ""},
-    {"refresh-token", &Values::refreshToken, secret, "The refresh token of an earlier sign-in", "refresh-token.txt"},
-    {"facebook-token", &Values::facebookToken, secret, "The access token that Facebook's sign-in gave",
-     "facebook-token.txt"},
-    {"access-token", &Values::accessToken, secret, "The access token of a sign-in", "access-token.txt"},
-    {"app-instance-id", &Values::appInstanceId, optional, "Identifies this installation", ""},
-    {"app-instance-name", &Values::appInstanceName, optional, "Names this installation", ""},
-    {"product-name", &Values::productName, required, "The hearing aid's model", "'Clarity 3'"},
-    {"serial-number", &Values::serialNumber, optional, "Its serial number", "12345678"},
-    {"hardware-version", &Values::hardwareVersion, required, "Its hardware version", "2.1"},
-    {"firmware-version", &Values::firmwareVersion, required, "Its firmware version", "4.0.7"},
-    {"tube", &Values::tube, required, "Its tube", "'Slim 0.9'"},
-    {"orientation", &Values::orientation, required, "The ear it sits on", "Left",
+    {&Values::json, optional, "json",
+     "Prints one JSON value and nothing else: the record, or {\"error\": {\"case\", \"domain\", \"code\", "
+     "\"message\"}}"},
+    {&Values::verbose, optional, "verbose", "Shows the library's log lines on standard error"},
+    {&Values::email, required, "email", "The account's e-mail address", "anna@example.com"},
+    {&Values::password, secret, "password", "The account's password", "password.txt"},
+    {&Values::confirmPassword, optional, "confirm-password", "The password once more; without it, the password"},
+    {&Values::refreshToken, secret, "refresh-token", "The refresh token of an earlier sign-in", "refresh-token.txt"},
+    {&Values::facebookToken, secret, "facebook-token", "The access token of Facebook's sign-in", "facebook-token.txt"},
+    {&Values::accessToken, secret, "access-token", "The access token of a sign-in", "access-token.txt"},
+    {&Values::appInstanceId, optional, "app-instance-id", "Identifies this installation"},
+    {&Values::appInstanceName, optional, "app-instance-name", "Names this installation"},
+    {&Values::productName, required, "product-name", "The hearing aid's model", "'Clarity 3'"},
+    {&Values::serialNumber, optional, "serial-number", "Its serial number", "12345678"},
+    {&Values::hardwareVersion, required, "hardware-version", "Its hardware version", "2.1"},
+    {&Values::firmwareVersion, required, "firmware-version", "Its firmware version", "4.0.7"},
+    {&Values::tube, required, "tube", "Its tube", "'Slim 0.9'"},
+    {&Values::orientation, required, "orientation", "The ear it sits on", "Left",
      CLI::IsMember({"Left", "Right"}, CLI::ignore_case)},
-    {"birthdate", &Values::birthdate, required, "The user's date of birth", "1980-05-17", isDay},
-    {"sex", &Values::sex, required, "The user's sex", "Female",
+    {&Values::birthdate, required, "birthdate", "The user's date of birth", "1980-05-17"},
+    {&Values::sex, required, "sex", "The user's sex", "Female",
      CLI::IsMember({"Male", "Female", "NotKnown"}, CLI::ignore_case)},
-    {"audiogram", &Values::audiogram, file, "JSON file: an array of audiograms", "audiograms.json", CLI::ExistingFile},
-    {"check", &Values::check, flag, "Draws nothing: says every fault of the file, by its path", ""},
-    {"chart", &Values::chart, optional,
-     "Writes the audiograms to this file as an SVG picture, and draws them here as text", "chart.svg"},
-    {"no-color", &Values::noColor, flag, "Draws without colour, as the variable NO_COLOR has it too", ""},
-    {"left-out", &Values::leftOut, optional, "Writes the left ear's configuration to this file", "left.bin"},
-    {"right-out", &Values::rightOut, optional, "Writes the right ear's configuration to this file", "right.bin"},
+    {&Values::audiograms, required, "audiogram", "JSON file: an array of audiograms", "audiograms.json",
+     CLI::ExistingFile},
+    {&Values::check, optional, "check", "Draws nothing: says every fault of the file, by its path"},
+    {&Values::chart, optional, "chart", "Writes the audiograms to this file as a picture, and draws them here as text",
+     "chart.svg"},
+    {&Values::noColor, optional, "no-color", "Draws without colour, as with the variable NO_COLOR"},
+    {&Values::leftOut, optional, "left-out", "Writes the left ear's configuration to this file", "left.bin"},
+    {&Values::rightOut, optional, "right-out", "Writes the right ear's configuration to this file", "right.bin"},
 };
 
-const Option& optionNamed(std::string_view name) {
-  return *std::find_if(allOptions.begin(), allOptions.end(), [&](const Option& option) { return option.name == name; });
+const Option& optionOf(Variable variable) {
+  return *std::find_if(allOptions.begin(), allOptions.end(),
+                       [&](const Option& option) { return option.variable == variable; });
 }
 
-[[noreturn]] void wrongUsage(const std::string& option, const std::string& words) {
-  throw CLI::ValidationError("--" + option, words);
-}
-
-// Every fault of the file in a line of its own.
-std::vector<Audiogram> readAudiograms(const Values& values) {
-  std::ifstream stream(values.audiogram);
+// The JSON that the text given for an option stands for: of a file, a day, or a text.
+template <class T>
+JsonValue givenJson(const std::string& option, const std::string& given) {
+  if constexpr (std::is_same_v<T, Date>) return JsonValue(given + "T00:00:00");
+  if constexpr (!std::is_same_v<T, std::vector<Audiogram>>) return JsonValue(given);
+  std::ifstream stream(given);
   const std::string text(std::istreambuf_iterator<char>(stream), {});
   boost::json::parser parser;
   boost::system::error_code error;
-  const std::size_t read = parser.write_some(text, error);
-  if (!error && text.find_first_not_of(" \t\r\n", read) != std::string::npos) error = boost::json::error::extra_data;
-  if (error) {
-    const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(read), '\n');
-    wrongUsage("audiogram", "line " + std::to_string(line) + ": not JSON: " + error.message());
+  const auto parsed = static_cast<std::ptrdiff_t>(parser.write_some(text, error));
+  const auto rest = text.begin() + parsed;
+  if (!error && std::any_of(rest, text.end(), [](char letter) { return !std::isspace(letter); }))
+    error = boost::json::error::extra_data;
+  if (!error) return parser.release();
+  const auto line = 1 + std::count(text.begin(), rest, '\n');
+  throw CLI::ValidationError(option, "line " + std::to_string(line) + ": not JSON: " + error.message());
+}
+
+// Says every fault of what was given, in a line of its own.
+template <class T>
+bool read(const std::string& option, const std::string& given, T& value) {
+  const auto decoded = JsonCodec<T>::decodeJson(givenJson<T>(option, given));
+  if (!decoded) {
+    const std::string faults =
+        std::is_same_v<T, Date> ? "not a date such as 1980-05-17" : decoded.error().description();
+    throw CLI::ValidationError(option, CLI::detail::find_and_replace(faults, "; ", "\n"));
   }
-  auto audiograms = JsonCodec<std::vector<Audiogram>>::decodeJson(parser.release());
-  if (!audiograms)
-    wrongUsage("audiogram", '\n' + CLI::detail::find_and_replace(audiograms.error().description(), "; ", "\n"));
-  return *std::move(audiograms);
+  value = *decoded;
+  return true;
 }
 
 void write(const std::string& file, std::string_view bytes) {
@@ -113,12 +131,14 @@ void write(const std::string& file, std::string_view bytes) {
   if (!stream) throw NotWritten("cannot write " + file + ": " + std::generic_category().message(errno));
 }
 
-void draw(const std::vector<Audiogram>& audiograms, const Values& values, int stream) {
+void draw(const Values& values, int stream) {
   winsize size{};
   if (ioctl(stream, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size.ws_col = 80;
-  const bool coloured = isatty(stream) != 0 && !values.noColor && std::getenv("NO_COLOR") == nullptr;
-  (stream == STDOUT_FILENO ? std::cout : std::cerr) << textChart(audiograms, size.ws_col, coloured) << std::flush;
-  if (!values.chart.empty()) write(values.chart, svgChart(audiograms));
+  const char* const noColor = std::getenv("NO_COLOR");
+  const bool coloured = isatty(stream) != 0 && !values.noColor && (noColor == nullptr || *noColor == '\0');
+  (stream == STDOUT_FILENO ? std::cout : std::cerr)
+      << textChart(values.audiograms, size.ws_col, coloured) << std::flush;
+  if (!values.chart.empty()) write(values.chart, svgChart(values.audiograms));
 }
 
 // What a failure is called in JSON and by the exit status, in the order of Error::Case.
@@ -162,9 +182,14 @@ bool isRefusal([[maybe_unused]] const T& answer) {
   return false;
 }
 
+void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
+  say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration"));
+  if (data && !file.empty()) write(file, Foundation::textOf(*data));
+}
+
 // Waits for the result of a call that was made while standard output was held.
-template <class T, class F>
-int finish(const Promise<T, Error>& promise, const Values& values, F whenDone) {
+template <class T>
+int finish(const Promise<T, Error>& promise, const Values& values) {
   wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
   const auto result = promise.get();
   std::string body = releaseOutput();
@@ -174,139 +199,116 @@ int finish(const Promise<T, Error>& promise, const Values& values, F whenDone) {
     say(wordsOf(result.error()));
     return cases[result.error().code()].status;
   }
-  whenDone(*result);
+  if constexpr (std::is_same_v<T, ConfigurationResponse>) {
+    store("left", result->leftData(), values.leftOut);
+    store("right", result->rightData(), values.rightOut);
+  }
   if (!isRefusal(*result)) return status::done;
   say("the service refused");
   return status::refused;
 }
 
-template <class T>
-int finish(const Promise<T, Error>& promise, const Values& values) {
-  return finish(promise, values, [](const T&) {});
-}
-
-void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
-  say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration"));
-  if (data && !file.empty()) write(file, Foundation::textOf(*data));
-}
-
-int profile(ApiService& service, const Values& values) {
-  const std::vector<Audiogram> audiograms = readAudiograms(values);
-  if (!values.chart.empty()) draw(audiograms, values, STDERR_FILENO);
-  return finish(service.profile(audiograms, values.accessToken), values, [&](const ConfigurationResponse& answer) {
-    store("left", answer.leftData(), values.leftOut);
-    store("right", answer.rightData(), values.rightOut);
-  });
-}
-
 struct Call {
   const char* name;
   const char* help;
-  std::vector<std::string> options;
-  int (*run)(ApiService&, const Values&);
+  std::vector<Variable> options;
+  std::function<int(ApiService&, const Values&)> run;
 };
 
+// An operation and the options that are its arguments.
+template <class Operation, class... T>
+Call call(const char* name, const char* help, Operation operation, T Values::*... arguments) {
+  return {name, help, {arguments...}, [=](ApiService& service, const Values& values) {
+            return finish((service.*operation)(values.*arguments...), values);
+          }};
+}
+
 const std::vector<Call> calls{
-    {"login",
-     "Signs in with e-mail address and password",
-     {"email", "password", "app-instance-id", "app-instance-name"},
-     [](ApiService& service, const Values& v) {
-       return finish(service.login(v.email, v.password, v.appInstanceId, v.appInstanceName), v);
-     }},
-    {"relogin",
-     "Signs in again with a refresh token",
-     {"refresh-token", "app-instance-id"},
-     [](ApiService& service, const Values& v) { return finish(service.relogin(v.refreshToken, v.appInstanceId), v); }},
-    {"register",
-     "Makes an account",
-     {"email", "password", "confirm-password", "app-instance-id", "app-instance-name"},
-     [](ApiService& service, const Values& v) {
-       const std::string& confirmed = v.confirmPassword ? *v.confirmPassword : v.password;
-       return finish(service.register_(v.email, v.password, confirmed, v.appInstanceId, v.appInstanceName), v);
-     }},
-    {"authenticate",
-     "Signs in with a Facebook access token",
-     {"facebook-token", "app-instance-id", "app-instance-name"},
-     [](ApiService& service, const Values& v) {
-       return finish(service.authenticate(v.facebookToken, v.appInstanceId, v.appInstanceName), v);
-     }},
-    {"resend-validation-email",
-     "Has the e-mail with the confirmation link sent again",
-     {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.resendValidationEmail(v.accessToken), v); }},
-    {"send-password-reset",
-     "Has an e-mail for a new password sent",
-     {"email"},
-     [](ApiService& service, const Values& v) { return finish(service.sendPasswordReset(v.email), v); }},
-    {"check-if-validated",
-     "Asks whether the e-mail address has been confirmed",
-     {"access-token"},
-     [](ApiService& service, const Values& v) { return finish(service.checkIfValidated(v.accessToken), v); }},
-    {"register-device",
-     "Adds a hearing aid to the account",
-     {"app-instance-id", "product-name", "serial-number", "hardware-version", "firmware-version", "tube", "orientation",
-      "access-token"},
-     [](ApiService& service, const Values& v) {
-       const DeviceOrientation orientation = *DeviceOrientation::fromRawValue(v.orientation);
-       return finish(service.registerDevice(v.appInstanceId, v.productName, v.serialNumber, v.hardwareVersion,
-                                            v.firmwareVersion, v.tube, orientation, v.accessToken),
-                     v);
-     }},
-    {"profile",
-     "Sends audiograms for a fitting configuration of each ear",
-     {"audiogram", "chart", "no-color", "left-out", "right-out", "access-token"},
-     profile},
-    {"update",
-     "Stores the user's date of birth and sex",
-     {"birthdate", "sex", "access-token"},
-     [](ApiService& service, const Values& v) {
-       return finish(service.update(*dateOf(v.birthdate), *Sex::fromRawValue(v.sex), v.accessToken), v);
-     }},
+    call("login", "Signs in with e-mail address and password", &ApiService::login, &Values::email, &Values::password,
+         &Values::appInstanceId, &Values::appInstanceName),
+    call("relogin", "Signs in again with a refresh token", &ApiService::relogin, &Values::refreshToken,
+         &Values::appInstanceId),
+    call("register", "Makes an account", &ApiService::register_, &Values::email, &Values::password,
+         &Values::confirmPassword, &Values::appInstanceId, &Values::appInstanceName),
+    call("authenticate", "Signs in with a Facebook access token", &ApiService::authenticate, &Values::facebookToken,
+         &Values::appInstanceId, &Values::appInstanceName),
+    call("resend-validation-email", "Has the e-mail with the confirmation link sent again",
+         &ApiService::resendValidationEmail, &Values::accessToken),
+    call("send-password-reset", "Has an e-mail for a new password sent", &ApiService::sendPasswordReset,
+         &Values::email),
+    call("check-if-validated", "Asks whether the e-mail address has been confirmed", &ApiService::checkIfValidated,
+         &Values::accessToken),
+    call("register-device", "Adds a hearing aid to the account", &ApiService::registerDevice, &Values::appInstanceId,
+         &Values::productName, &Values::serialNumber, &Values::hardwareVersion, &Values::firmwareVersion, &Values::tube,
+         &Values::orientation, &Values::accessToken),
+    call("profile", "Sends audiograms for a fitting configuration of each ear", &ApiService::profile,
+         &Values::audiograms, &Values::accessToken),
+    call("update", "Stores the user's date of birth and sex", &ApiService::update, &Values::birthdate, &Values::sex,
+         &Values::accessToken),
 };
 
 void addOption(CLI::App& command, const Option& option, Values& values) {
   const std::string name = "--" + option.name;
-  if (option.kind == flag) {
-    command.add_flag(name, values.*std::get<bool Values::*>(option.variable), option.help);
-    return;
-  }
-  // A file may do without the option's name.
-  const std::string names = option.kind == file ? "FILE," + name : name;
-  CLI::Option* const added = std::visit(
-      [&](auto variable) { return command.add_option(names, values.*variable, option.help); }, option.variable);
-  added->capture_default_str()->transform(option.check)->required(option.kind == required || option.kind == file);
+  const auto add = [&]<class T>(T Values::*variable) -> CLI::Option* {
+    T& value = values.*variable;
+    if constexpr (std::is_same_v<T, bool>) {
+      return command.add_flag(name, value, option.help);
+    } else if constexpr (std::is_same_v<T, double> || std::is_convertible_v<std::string, T>) {
+      return command.add_option(name, value, option.help)->capture_default_str();
+    } else {
+      const auto take = [name, &value](const CLI::results_t& texts) { return read(name, texts[0], value); };
+      return command.add_option(std::is_same_v<T, std::vector<Audiogram>> ? "FILE," + name : name, take, option.help);
+    }
+  };
+  CLI::Option* const added = std::visit(add, option.variable)->required(option.kind == required);
+  added->transform(option.check);
   if (option.kind != secret) return;
-  std::string variable = "HALVERN_" + option.name;
-  for (char& letter : variable) letter = letter == '-' ? '_' : static_cast<char>(std::toupper(letter));
-  added->envname(variable);
+  std::string environment = "HALVERN_" + option.name;
+  for (char& letter : environment) letter = letter == '-' ? '_' : static_cast<char>(std::toupper(letter));
+  added->envname(environment);
   command.add_option(name + "-file", "The same, from the first line of a file, which goes before")
       ->check(CLI::ExistingFile);
 }
 
 // Takes a secret from the file or the terminal where neither the option nor the environment gives it.
 void complete(const Option& option, const CLI::App& command, Values& values) {
-  std::string& secret = values.*std::get<std::string Values::*>(option.variable);
-  if (const auto* const file = command.get_option("--" + option.name + "-file"); file->count() > 0)
-    secret = readSecret(file->as<std::string>());
-  else if (command.count("--" + option.name) > 0)
+  std::string& secretText = values.*std::get<std::string Values::*>(option.variable);
+  const std::string name = "--" + option.name;
+  if (const auto* const file = command.get_option(name + "-file"); file->count() > 0)
+    secretText = readSecret(file->as<std::string>());
+  else if (command.count(name) > 0)
     return;
   else if (isatty(STDIN_FILENO) == 0)
-    wrongUsage(option.name, "is needed, or --" + option.name + "-file, when standard input is not a terminal");
+    throw CLI::ValidationError(name, "is needed, or " + name + "-file, when standard input is not a terminal");
   else if (const auto typed = askSecret(option.name))
-    secret = *typed;
+    secretText = *typed;
   else
-    wrongUsage(option.name, "is needed, and the input ended before it");
+    throw CLI::ValidationError(name, "is needed, and the input ended before it");
 }
 
-std::string example(const std::string& command, const std::vector<std::string>& options) {
-  std::string text = "Example:\n  halvern " + command;
-  for (const std::string& name : options)
-    if (const Option& option = optionNamed(name); !option.sample.empty())
-      text += " --" + name + (option.kind == secret ? "-file " : " ") + option.sample;
-  return text;
+// Gives the command its options and an example of them, and lets it run with what they come to.
+template <class Run>
+void complement(CLI::App& command, const std::vector<Variable>& variables, Run run) {
+  const auto values = std::make_shared<Values>();
+  std::string example = "Example:\n  halvern " + command.get_name();
+  for (const Variable variable : variables) {
+    const Option& option = optionOf(variable);
+    addOption(command, option, *values);
+    if (!option.sample.empty())
+      example += " --" + option.name + (option.kind == secret ? "-file " : " ") + option.sample;
+  }
+  command.footer(example + "\n\n" + status::help);
+  command.final_callback([&command, variables, values, run] {
+    for (const Variable variable : variables)
+      if (optionOf(variable).kind == secret) complete(optionOf(variable), command, *values);
+    run(*values);
+  });
 }
 
-int run(const Call& call, const Values& values) {
+int run(const Call& call, Values& values) {
+  if (values.verbose) Environment::log = [](const std::string& line) { say(line); };
+  if (values.confirmPassword.empty()) values.confirmPassword = values.password;
+  if (!values.chart.empty()) draw(values, STDERR_FILENO);
   URLSessionConfiguration configuration;
   configuration.timeoutIntervalForRequest = std::chrono::milliseconds(std::lround(values.timeout * 1000));
   if (!values.caFile.empty()) configuration.certificateAuthorityFile = values.caFile;
@@ -319,32 +321,16 @@ int run(const Call& call, const Values& values) {
 
 void addCalls(CLI::App& app, int& status) {
   for (const Call& call : calls) {
-    CLI::App* const command = app.add_subcommand(call.name, call.help);
-    const auto values = std::make_shared<Values>();
-    std::vector<std::string> options{"base-url", "api-key", "ca-file", "timeout"};
+    std::vector<Variable> options{&Values::baseUrl, &Values::apiKey,  &Values::caFile,
+                                  &Values::timeout, &Values::verbose, &Values::json};
     options.insert(options.end(), call.options.begin(), call.options.end());
-    for (const std::string& name : options) addOption(*command, optionNamed(name), *values);
-    command->add_flag_callback(
-        "--verbose", [] { Environment::log = [](const std::string& line) { say(line); }; },
-        "Shows the library's log lines on standard error");
-    command->add_flag(
-        "--json", values->json,
-        "Prints one JSON value and nothing else: the record, or {\"error\": {\"case\", \"domain\", \"code\", "
-        "\"message\"}}");
-    command->footer(example(call.name, options) + "\n\n" + status::help);
-    command->final_callback([&call, &status, command, values, options] {
-      for (const std::string& name : options)
-        if (optionNamed(name).kind == secret) complete(optionNamed(name), *command, *values);
-      status = run(call, *values);
-    });
+    if (call.options[0] == Variable(&Values::audiograms))
+      options.insert(options.end(), {&Values::chart, &Values::noColor, &Values::leftOut, &Values::rightOut});
+    complement(*app.add_subcommand(call.name, call.help), options,
+               [&call, &status](Values& values) { status = run(call, values); });
   }
-
-  CLI::App* const chart = app.add_subcommand("chart", "Draws audiograms without sending them");
-  const auto values = std::make_shared<Values>();
-  for (const char* name : {"audiogram", "check", "chart", "no-color"}) addOption(*chart, optionNamed(name), *values);
-  chart->footer(example("chart", {"audiogram", "chart"}));
-  chart->final_callback([values] {
-    const std::vector<Audiogram> audiograms = readAudiograms(*values);
-    if (!values->check) draw(audiograms, *values, STDOUT_FILENO);
-  });
+  complement(*app.add_subcommand("chart", "Draws audiograms without sending them"),
+             {&Values::audiograms, &Values::check, &Values::chart, &Values::noColor}, [](const Values& values) {
+               if (!values.check) draw(values, STDOUT_FILENO);
+             });
 }
