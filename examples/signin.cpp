@@ -20,7 +20,7 @@ std::string explain(const Error& error) {
     case Error::Case::validationError: return *error.validationMessage();  // the service's own words
     case Error::Case::notAuthorized: return "The service does not accept this application.";
     case Error::Case::unknownJsonData: return "The service has changed. Look for a newer version of this application.";
-    case Error::Case::unknownNSError: return "The service is out of order. Try again later.";
+    case Error::Case::unknownNSError: return "The service cannot do this now. If it stays so, ask our support.";
   }
   return {};
 }

@@ -1,0 +1,147 @@
+// What applications ask of such a client beyond single calls, each in a few lines and with a test against the sandbox.
+#include <gmock/gmock.h>
+
+#include <HalvernApi/HalvernApi.hpp>
+#include <HalvernApi/Testing/Sandbox.hpp>
+#include <chrono>
+#include <deque>
+#include <mutex>
+
+using namespace HalvernApi;
+using namespace HalvernApi::Testing;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+// [deadline]
+using Clock = std::chrono::steady_clock;
+
+// What a call comes to, or a chain of calls, which is cancelled at the deadline.
+template <class T>
+Expected<T, Error> resultBy(Clock::time_point deadline, const Promise<T, Error>& calls) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+  if (!calls.waitFor(std::max(left, 0ms))) calls.cancel();
+  return calls.get();
+}
+// [deadline]
+
+// [screen]
+// Cancels what a screen has asked for and not received when the screen is closed. For one thread.
+class Screen {
+ public:
+  Screen() = default;
+  Screen(const Screen&) = delete;
+  Screen& operator=(const Screen&) = delete;
+  ~Screen() {
+    for (const auto& cancel : cancels_) cancel();
+  }
+  template <class T>
+  const Promise<T, Error>& show(const Promise<T, Error>& call) {
+    cancels_.push_back([call] { call.cancel(); });
+    return call;
+  }
+
+ private:
+  std::vector<std::function<void()>> cancels_;
+};
+// [screen]
+
+// [offline]
+// Keeps what was to be stored until the service has taken or refused it. For one thread; `waiting` may be kept in a
+// file.
+struct Outbox {
+  struct Update {
+    std::string birthdate;  // as text, because a Date is made when it is sent
+    Sex sex;
+  };
+  std::deque<Update> waiting;
+
+  // Call it when the connection is back. False when something is left for later.
+  bool send(ApiService& service, const std::string& accessToken) {
+    for (; !waiting.empty(); waiting.pop_front()) {
+      const auto birthdate = JsonCodec<Date>::decodeJson(JsonValue(waiting.front().birthdate + "T00:00:00"));
+      if (!birthdate) continue;
+      const auto result = service.update(*birthdate, waiting.front().sex, accessToken).get();
+      // Storing the same twice does no harm, so a call that may have arrived is made again.
+      if (!result && result.error().kind() == Error::Case::network) return false;
+    }
+    return true;
+  }
+};
+// [offline]
+
+// [trace]
+// Collects the library's log lines with the time since the start, and marks the calls, so that the service's log can be
+// searched for them. Set up before the first call.
+struct Trace {
+  explicit Trace(std::string id) : mark(std::move(id)) {
+    Environment::log = [this](const std::string& line) {
+      const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+      const std::lock_guard lock(mutex);
+      lines.push_back(mark + " +" + std::to_string(time.count()) + " ms " + line);
+    };
+  }
+  URLSessionConfiguration configuration() const { return {.httpAdditionalHeaders = {{"X-Request-Id", mark}}}; }
+
+  const std::string mark;
+  const Clock::time_point start = Clock::now();
+  std::mutex mutex;
+  std::vector<std::string> lines;
+};
+// [trace]
+
+class RecipesTest : public testing::Test {
+ protected:
+  RecipesTest() { server.addAccount("ada@example.com", "correct horse"); }
+  Promise<AuthenticationResponse, Error> signIn(ApiService& with) {
+    return with.login("ada@example.com", "correct horse", "app", "Tests");
+  }
+
+  Sandbox server;
+  HttpApiService service{server.baseUrl(), {}, server.apiKey()};
+};
+
+TEST_F(RecipesTest, ADeadlineEndsAChainOfCalls) {
+  const auto confirmed = [&] {
+    return signIn(service).flatMap(
+        [&](const AuthenticationResponse& account) { return service.checkIfValidated(account.accessToken()); });
+  };
+  EXPECT_TRUE(resultBy(Clock::now() + 1min, confirmed()));
+  server.script(Operation::checkIfValidated, {.delay = 5min});
+  const auto late = resultBy(Clock::now() + 200ms, confirmed());
+  ASSERT_FALSE(late);
+  EXPECT_EQ(late.error().platformError()->code, -999);
+}
+
+TEST_F(RecipesTest, ClosingAScreenCancelsItsCalls) {
+  server.script(Operation::login, {.delay = 5min, .calls = 2});
+  auto screen = std::make_unique<Screen>();
+  const auto first = screen->show(signIn(service)), second = screen->show(signIn(service));
+  ASSERT_TRUE(server.waitUntilSeen(Operation::login, 2, 1min));
+  screen.reset();
+  for (const auto& call : {first, second}) EXPECT_EQ(call.get().error().platformError()->code, -999);
+}
+
+TEST_F(RecipesTest, AnOutboxKeepsWhatWasNotSent) {
+  const std::string token = signIn(service).get()->accessToken();
+  Outbox outbox{{{"1980-05-17", Sex::female}, {"1980-05-18", Sex::male}}};
+  server.script(Operation::update, {.drop = true, .calls = Script::always});
+  EXPECT_FALSE(outbox.send(service, token));
+  EXPECT_EQ(outbox.waiting.size(), 2U);
+  server.reset();
+  EXPECT_TRUE(outbox.send(service, token));
+  EXPECT_EQ(server.seen(Operation::update).size(), 2U);
+  EXPECT_THAT(signIn(service).get()->dateOfBirth(), testing::Optional(testing::_));
+}
+
+TEST_F(RecipesTest, ATraceFollowsACallFromEndToEnd) {
+  Trace trace("8f14");
+  {
+    HttpApiService traced(server.baseUrl(), trace.configuration(), server.apiKey());
+    EXPECT_TRUE(signIn(traced).get());
+  }
+  Environment::log = nullptr;
+  ASSERT_EQ(trace.lines.size(), 3U);
+  EXPECT_THAT(trace.lines.front(), HasSubstr(" ms POST Optional(" + server.baseUrl()));
+  EXPECT_THAT(trace.lines.back(), HasSubstr(" ms STATUS 200 Optional(" + server.baseUrl()));
+  EXPECT_EQ(server.seen().back().header("X-Request-Id"), "8f14");
+}
