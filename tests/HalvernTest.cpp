@@ -85,6 +85,7 @@ TEST_F(HalvernTest, SaysWhatACallCameTo) {
       {"$HALVERN $LOGIN $PASSWORD --timeout 0", {}, 2, "^$", "--timeout"},
       {"$HALVERN update --birthdate 1980-02-30 --sex male $AT --access-token x", {}, 2, "^$", "not a date"},
       {"$HALVERN logn", {}, 2, "^$", "nearest is login"},
+      {"$HALVERN demo", {}, 0, "Every step came to what was expected", "^$"},
       {"$HALVERN --version", {}, 0, "^halvern [0-9.]+.$", "^$"},
       {"$HALVERN chart --check good.json", {}, 0, "^$", "^$"},
       {"$HALVERN chart --check broken.json", {}, 2, "^$", "line 2: not JSON"},

@@ -1,186 +1,97 @@
 #include "Demo.hpp"
 
-#include <HalvernApi/HalvernApi.hpp>
+#include <stdlib.h>
+#include <sys/wait.h>
+
 #include <HalvernApi/Testing/Sandbox.hpp>
-#include <cstdio>
+#include <iostream>
 
-#include "Chart.hpp"
+#include "Terminal.hpp"
 
-using namespace HalvernApi;
+using HalvernApi::Testing::Sandbox;
 
 namespace {
 
-// What a step came to, in words, and whether that is what should happen.
-struct Outcome {
-  bool expected;
-  std::string words;
+constexpr char anna[] = "anna@example.com";
+constexpr char audiograms[] = R"([
+  {"orientation": "Left", "serialNumber": "L-1001", "tube": "Slim 0.9", "values": [
+    {"frequency": 125, "volume": 10}, {"frequency": 500, "volume": 20}, {"frequency": 1000, "volume": 30},
+    {"frequency": 2000, "volume": 45}, {"frequency": 4000, "volume": 60}, {"frequency": 8000, "volume": 75}]},
+  {"orientation": "Right", "serialNumber": "R-1002", "tube": "Slim 0.9", "values": [
+    {"frequency": 125, "volume": 5}, {"frequency": 500, "volume": 20}, {"frequency": 1000, "volume": 25},
+    {"frequency": 2000, "volume": 35.5}, {"frequency": 4000, "volume": 50}, {"frequency": 8000, "volume": 60}]}]
+)";
+
+const struct Step {
+  const char* command;
+  const char* shows;
+  int status = status::done;
+  void (*before)(Sandbox&) = [](Sandbox&) {};
+} steps[] = {
+    {"register --email anna@example.com", R"("isEmailConfirmed":false)"},
+    {"resend-validation-email", "true"},
+    {"check-if-validated", "false"},
+    {"check-if-validated", "true", status::done,
+     [](Sandbox& sandbox) {
+       std::cout << "\n(The user follows the link in the e-mail: " << sandbox.confirmationLink(anna).value_or("")
+                 << ")\n";
+       sandbox.confirmEmail(anna);
+     }},
+    {"login --email anna@example.com", R"("isEmailConfirmed":true)"},
+    {"relogin", anna},
+    {"authenticate --facebook-token sandbox-facebook-token", "facebook.user@example.com"},
+    {"login --email anna@example.com", anna},
+    {"register-device --product-name 'Clarity 3' --serial-number L-1001 --hardware-version 2.1 "
+     "--firmware-version 4.0.7 --tube 'Slim 0.9' --orientation Left",
+     ""},
+    {"register-device --product-name 'Clarity 3' --hardware-version 2.1 --firmware-version 4.0.7 --tube 'Slim 0.9' "
+     "--orientation Right",
+     ""},
+    {"profile --audiogram /dev/stdin --chart /dev/null", "right ear: "},
+    {"update --birthdate 1980-05-17 --sex female", ""},
+    {"login --email anna@example.com", R"("dateOfBirth":"1980-05-17T00:00:00","sex":"Female")"},
+    {"send-password-reset --email anna@example.com", "true"},
+    {"login --email anna@example.com --password 'a guess'", "is wrong", status::refused,
+     [](Sandbox&) { std::cout << "\n(And what goes wrong.)\n"; }},
+    {"register --email bo@example.com --password short", "password", status::refused},
+    {"check-if-validated", "401", status::notAuthorized, [](Sandbox& sandbox) { sandbox.expireAccessTokens(); }},
+    {"login --email anna@example.com --base-url http://127.0.0.1:1", "-1004", status::network},
 };
 
-Outcome outcome(const Error& error, Error::Case expected) {
-  const std::string* const message = error.validationMessage();
-  return {error.kind() == expected, error.description() + (message != nullptr ? "\n      \"" + *message + '"' : "")};
-}
-
-// Prints steps. All goes through the one stream to which the library prints the bodies, so the order is that of events.
-class Steps {
- public:
-  // `judge` maps the result, an Expected, to an Outcome. The name is printed first, then comes the body that the
-  // library prints, then what the caller gets.
-  template <class Call, class Judge>
-  auto take(const char* name, Call call, Judge judge) {
-    std::printf("\n%2d %s\n", ++count_, name);
-    const auto start = std::chrono::steady_clock::now();
-    auto result = call().get();
-    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-    const Outcome outcome = judge(result);
-    std::printf("   %.1f ms -> %s%s\n", taken.count(), outcome.words.c_str(),
-                outcome.expected ? "" : "  NOT AS EXPECTED");
-    std::fflush(stdout);
-    allExpected_ = allExpected_ && outcome.expected;
-    return result;
-  }
-
-  // A step that should succeed, with a value that `describe` finds to be as expected.
-  template <class Call, class Describe>
-  auto succeed(const char* name, Call call, Describe describe) {
-    return take(name, call, [&](const auto& result) {
-      return result ? describe(*result) : Outcome{false, result.error().description()};
-    });
-  }
-
-  template <class Call>
-  void fail(const char* name, Call call, Error::Case expected) {
-    take(name, call, [&](const auto& result) {
-      return result ? Outcome{false, "a success"} : outcome(result.error(), expected);
-    });
-  }
-
-  bool allExpected() const { return allExpected_; }
-
- private:
-  int count_ = 0;
-  bool allExpected_ = true;
-};
-
-std::string dump(const std::optional<Data>& data) {
-  if (!data) return "none";
-  std::string text = std::to_string(data->size()) + " bytes";
-  for (std::size_t i = 0; i < data->size(); ++i) {
-    char hex[3];
-    std::snprintf(hex, sizeof hex, "%02x", std::to_integer<unsigned>((*data)[i]));
-    text += (i % 24 == 0 ? "\n      " : " ") + std::string(hex);
-  }
-  return text + "\n      as text: " + std::string(Foundation::textOf(*data));
+// A text of the answer that is to be found in the environment from here on.
+void keep(const std::string& answer, const std::string& key, const char* variable) {
+  const std::size_t begin = answer.find('"' + key + "\":\"");
+  if (begin == std::string::npos) return;
+  const std::size_t from = begin + key.size() + 4;
+  setenv(variable, answer.substr(from, answer.find('"', from) - from).c_str(), 1);
 }
 
 }  // namespace
 
-bool demo() {
-  const std::string email = "anna@example.com", password = "correct horse", id = "demo-1", device = "Demo";
-  const Date birthdate(std::chrono::sys_days(std::chrono::year(1980) / 5 / 17) + std::chrono::hours(12));
-  Testing::Sandbox sandbox;
-  HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());
-  std::printf(
-      "One account through all ten operations, against a sandbox at %s.\n"
-      "Under each operation: the answer's body, as the library prints it, and what the caller gets.\n",
-      sandbox.baseUrl().c_str());
-
-  Steps steps;
-  const auto signIn = [&](bool confirmed) {
-    return [&, confirmed](const AuthenticationResponse& answer) {
-      return Outcome{answer.isSuccessful() && answer.isEmailConfirmed() == confirmed && !answer.accessToken().empty(),
-                     "signed in as " + answer.email() +
-                         (answer.isEmailConfirmed() ? ", address confirmed" : ", address not confirmed") +
-                         (answer.dateOfBirth() ? ", born " + encodeDate(*answer.dateOfBirth()) : "") +
-                         (answer.sex() ? ", " + answer.sex()->encodeJson() : "")};
-    };
-  };
-  const auto done = [](Unit) { return Outcome{true, "done"}; };
-  const auto validated = [](bool expected) {
-    return [expected](const ValidatedEmailResponse& answer) {
-      return Outcome{answer.result() == expected, answer.result() ? "confirmed" : "not confirmed"};
-    };
-  };
-
-  const auto account = steps.succeed(
-      "register_", [&] { return service.register_(email, password, password, id, device); }, signIn(false));
-  std::string token = account ? account->accessToken() : "";
-  steps.succeed(
-      "resendValidationEmail", [&] { return service.resendValidationEmail(token); }, done);
-  steps.succeed(
-      "checkIfValidated", [&] { return service.checkIfValidated(token); }, validated(false));
-  std::printf("\n   (the user follows the link in the e-mail: %s)\n",
-              sandbox.confirmationLink(email).value_or("there is none").c_str());
-  sandbox.confirmEmail(email);
-  steps.succeed(
-      "checkIfValidated", [&] { return service.checkIfValidated(token); }, validated(true));
-
-  const auto login = steps.succeed(
-      "login", [&] { return service.login(email, password, id, device); }, signIn(true));
-  const std::string refreshToken = login ? login->refreshToken() : "";
-  const auto again = steps.succeed(
-      "relogin", [&] { return service.relogin(refreshToken, id); }, signIn(true));
-  token = again ? again->accessToken() : "";
-  steps.succeed(
-      "authenticate", [&] { return service.authenticate("sandbox-facebook-token", id, device); }, signIn(true));
-
-  for (const auto& [ear, serialNumber] : {std::pair(DeviceOrientation::left, std::optional<std::string_view>("L-1001")),
-                                          std::pair(DeviceOrientation::right, std::optional<std::string_view>())})
-    steps.succeed(
-        serialNumber ? "registerDevice, left, with a serial number" : "registerDevice, right, without one",
-        [&, ear = ear, serialNumber = serialNumber] {
-          return service.registerDevice(id, "Clarity 3", serialNumber, "2.1", "4.0.7", "Slim 0.9", ear, token);
-        },
-        done);
-
-  const std::vector<Audiogram> audiograms{
-      {DeviceOrientation::left,
-       "L-1001",
-       "Slim 0.9",
-       {{125, 10}, {250, 15}, {500, 20}, {1000, 30}, {2000, 45}, {3000, 55}, {4000, 60}, {6000, 70}, {8000, 75}}},
-      {DeviceOrientation::right,
-       "R-1002",
-       "Slim 0.9",
-       {{125, 5}, {250, 10}, {500, 20}, {1000, 25}, {2000, 35.5}, {3000, 40}, {4000, 50}, {6000, 55}, {8000, 60}}}};
-  std::printf("\n   The audiograms that are sent next:\n\n%s", textChart(audiograms, 80, false).c_str());
-  steps.succeed(
-      "profile", [&] { return service.profile(audiograms, token); },
-      [](const ConfigurationResponse& answer) {
-        return Outcome{answer.leftData() && answer.rightData() && answer.leftData() != answer.rightData(),
-                       "left ear, " + dump(answer.leftData()) + "\n      right ear, " + dump(answer.rightData())};
-      });
-  steps.succeed(
-      "update", [&] { return service.update(birthdate, Sex::female, token); }, done);
-  steps.succeed(
-      "login, with what was stored", [&] { return service.login(email, password, id, device); },
-      [&](const AuthenticationResponse& answer) {
-        Outcome outcome = signIn(true)(answer);
-        outcome.expected = outcome.expected && answer.dateOfBirth() == birthdate && answer.sex() == Sex::female;
-        return outcome;
-      });
-  steps.succeed(
-      "sendPasswordReset", [&] { return service.sendPasswordReset(email); },
-      [](const ForgotPasswordResponse& answer) {
-        return Outcome{answer.result(), answer.result() ? "an e-mail is on its way" : "no such account"};
-      });
-
-  std::printf("\n\nAnd what goes wrong, as the caller sees it.\n");
-  steps.fail(
-      "login, wrong password", [&] { return service.login(email, "a guess", id, device); },
-      Error::Case::validationError);
-  steps.fail(
-      "register_, short password", [&] { return service.register_("bo@example.com", "short", "short", id, device); },
-      Error::Case::validationError);
-  sandbox.expireAccessTokens();
-  steps.fail(
-      "checkIfValidated, access token expired", [&] { return service.checkIfValidated(token); },
-      Error::Case::notAuthorized);
-  const std::string gone = Testing::Sandbox().baseUrl();
-  HttpApiService unreachable(gone, {}, sandbox.apiKey());
-  steps.fail(
-      "login, nothing at that address", [&] { return unreachable.login(email, password, id, device); },
-      Error::Case::network);
-
-  std::printf("\n%s\n", steps.allExpected() ? "Every step came to what was expected." : "Some steps went wrong.");
-  return steps.allExpected();
+bool demo(const std::string& program) {
+  Sandbox sandbox;
+  setenv("HALVERN_API_KEY", sandbox.apiKey().c_str(), 1);
+  setenv("HALVERN_PASSWORD", "correct horse", 1);
+  setenv("AUDIOGRAMS", audiograms, 1);
+  std::cout << "One account through all ten operations, against a sandbox at " << sandbox.baseUrl()
+            << ".\nSecrets are in the environment.\n";
+  bool allExpected = true;
+  for (const auto& [command, shows, status, before] : steps) {
+    before(sandbox);
+    std::cout << "\n$ halvern " << command << '\n' << std::flush;
+    const std::string where = std::string(command).find("--base-url") == std::string::npos ? sandbox.baseUrl() : "";
+    const std::string line = "printf '%s' \"$AUDIOGRAMS\" | '" + program + "' " + command +
+                             (where.empty() ? "" : " --base-url " + where) + " 2>&1";
+    std::FILE* const pipe = popen(line.c_str(), "r");
+    std::string answer;
+    for (int letter = 0; pipe != nullptr && (letter = std::fgetc(pipe)) != EOF;) answer += static_cast<char>(letter);
+    const int ended = pipe == nullptr ? -1 : pclose(pipe);
+    const bool expected = WEXITSTATUS(ended) == status && answer.find(shows) != std::string::npos;
+    std::cout << answer << "exit status " << WEXITSTATUS(ended) << (expected ? "" : "  NOT AS EXPECTED") << '\n';
+    allExpected = allExpected && expected;
+    keep(answer, "accessToken", "HALVERN_ACCESS_TOKEN");
+    keep(answer, "refreshToken", "HALVERN_REFRESH_TOKEN");
+  }
+  std::cout << (allExpected ? "\nEvery step came to what was expected.\n" : "\nSome steps went wrong.\n");
+  return allExpected;
 }

@@ -1,5 +1,8 @@
-// The life of one account against a sandbox in this process, for reading along. For one thread.
+// The life of one account against a sandbox in this process, told by the command lines that a user of the program would
+// give. For one thread.
 #pragma once
 
-// True when every step came to what was expected.
-bool demo();
+#include <string>
+
+// `program` runs this program in a shell. True when every step came to what was expected.
+bool demo(const std::string& program);

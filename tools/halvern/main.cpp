@@ -63,7 +63,7 @@ int run(int argc, char** argv) try {
 
   CLI::App* const demoCommand = app.add_subcommand("demo", "Walks one account through all ten operations");
   demoCommand->footer("Example:\n  halvern demo");
-  demoCommand->callback([&] { status = demo() ? status::done : status::failed; });
+  demoCommand->callback([&] { status = demo(argv[0]) ? status::done : status::failed; });
 
   Sandbox::Options options;
   CLI::App* const sandboxCommand = app.add_subcommand("sandbox", "Plays the service on this machine until interrupted");
