@@ -55,13 +55,9 @@ void holdOutput() {
 std::string releaseOutput() {
   std::fflush(stdout);
   dup2(own, STDOUT_FILENO);
-  std::string text(static_cast<std::size_t>(lseek(held, 0, SEEK_END)), '\0');
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t got = pread(held, text.data() + done, text.size() - done, static_cast<off_t>(done));
-    if (got <= 0) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
-    done += static_cast<std::size_t>(got);
-  }
-  return text;
+  std::ifstream stream("/dev/fd/" + std::to_string(held), std::ios::binary);
+  if (!stream) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 std::string readSecret(const std::string& file) {

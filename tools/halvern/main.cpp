@@ -90,12 +90,9 @@ int run(int argc, char** argv) try {
     return app.exit(error) == 0 ? status::done : status::wrongUsage;
   }
   return status;
-} catch (const NotWritten& error) {
-  say(error.what());
-  return status::notWritten;
 } catch (const std::exception& error) {
   say(error.what());
-  return status::failed;
+  return dynamic_cast<const NotWritten*>(&error) != nullptr ? status::notWritten : status::failed;
 }
 
 }  // namespace
