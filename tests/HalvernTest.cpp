@@ -37,17 +37,16 @@ class HalvernTest : public testing::Test {
     setenv("AT", ("--base-url " + server.baseUrl()).c_str(), 1);
     setenv("LOGIN", ("login --email ada@example.com --base-url " + server.baseUrl()).c_str(), 1);
     HalvernApi::HttpApiService service(server.baseUrl(), {}, server.apiKey());
-    setenv("TOKEN", service.login("ada@example.com", "correct horse", "a", "b").get()->accessToken().c_str(), 1);
+    setenv("HALVERN_ACCESS_TOKEN",
+           service.login("ada@example.com", "correct horse", "a", "b").get()->accessToken().c_str(), 1);
     setenv("PASSWORD", "--password-file password.txt", 1);
     std::ofstream("password.txt") << "correct horse\r\nsecond line\n";
-    std::ofstream("good.json") << R"([{"orientation": "Left", "serialNumber": "L", "tube": "T", "values": []}])";
-    std::ofstream("bad.json") << R"([{"orientation": "left", "serialNumber": "L", "values": [{"frequency": "x"}]}, 5])";
     std::ofstream("points.json") << R"([{"orientation": "Right", "serialNumber": "R", "tube": "T", "values": [
         {"frequency": 4000, "volume": 45}, {"frequency": 500, "volume": 20}, {"frequency": 1000, "volume": 200},
         {"frequency": 16000, "volume": -30}]}, {"orientation": "Left", "serialNumber": "L", "tube": "T", "values": [
         {"frequency": 100, "volume": 10}, {"frequency": 500, "volume": 20}, {"frequency": 3000, "volume": 55}]},
         {"orientation": "Left", "serialNumber": "A<&\u007f", "tube": "T", "values": [{"frequency": 1000, "volume": 70}]}])";
-    std::ofstream("broken.json") << "[\n{]";
+    EXPECT_EQ(std::system("rm -f go; mkfifo go"), 0);
   }
   ~HalvernTest() override { std::filesystem::current_path(".."); }
 
@@ -64,53 +63,51 @@ TEST_F(HalvernTest, SaysWhatACallCameTo) {
     int status;
     std::string out, err;  // regular expressions
   } cases[] = {
-      {"$HALVERN $LOGIN $PASSWORD", {}, 0, R"(^\{"isSuccessful":true.*"email":"ada@example.com"\}.$)", "^$"},
-      {"$HALVERN $LOGIN $PASSWORD --json", {}, 0, R"(^\{"isSuccessful":true.*,"sex":null,"email":.*\}.$)", "^$"},
-      {"$HALVERN $LOGIN $PASSWORD --json", {.answer = no}, 1, R"(^\{"isSuccessful":false)", "refused"},
-      {"$HALVERN $LOGIN $PASSWORD", {.answer = attack}, 1, "u001b", "halvern: a.\\[2J.b.$"},
-      {"$HALVERN $LOGIN --password x --json", {}, 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", ""},
-      {"$HALVERN send-password-reset $AT --email nobody@example.com", {}, 1, "false", "refused"},
-      {"$HALVERN send-password-reset $AT --email ada@example.com", {}, 0, "true", "^$"},
-      {"HALVERN_API_KEY=x $HALVERN $LOGIN $PASSWORD --json", {}, 3, R"(^\{"error":\{"case":"notAuthorized")", ""},
-      {"$HALVERN $LOGIN $PASSWORD --json", {.drop = true}, 4, R"("NSURLErrorDomain","code":-1005)", "-1005"},
-      {"$HALVERN $LOGIN $PASSWORD --json", {.answer = Answer{.body = "{}"}}, 5, R"("case":"unknownJsonData")", ""},
-      {"$HALVERN $LOGIN $PASSWORD", {.answer = Answer{.status = 404}}, 5, "", "404"},
-      {"$HALVERN $LOGIN $PASSWORD >/dev/full", {}, 6, "", "standard output cannot be written"},
-      {"$HALVERN $LOGIN $PASSWORD --json >&-", {}, 6, "", "standard output cannot be written"},
-      {"($HALVERN $LOGIN $PASSWORD; echo $? >status) | true; exit $(cat status)", {}, 6, "", "cannot be written"},
-      {"$HALVERN $LOGIN --password x >/dev/full", {}, 1, "", "cannot be written"},
-      {"$HALVERN chart good.json --chart /dev/full", {}, 6, "", "cannot write /dev/full: No space"},
-      {"$HALVERN --help >/dev/full", {}, 6, "", ""},
-      {"$HALVERN $LOGIN", {}, 2, "^$", "--password: .* not a terminal"},
-      {"$HALVERN $LOGIN $PASSWORD --timeout 0", {}, 2, "^$", "--timeout"},
-      {"$HALVERN update --birthdate 1980-02-30 --sex male $AT --access-token x", {}, 2, "^$", "not a date"},
-      {"$HALVERN logn", {}, 2, "^$", "nearest is login"},
-      {"$HALVERN demo", {}, 0, "Every step came to what was expected", "^$"},
-      {"$HALVERN --version", {}, 0, "^halvern [0-9.]+.$", "^$"},
-      {"$HALVERN chart --check good.json", {}, 0, "^$", "^$"},
-      {"$HALVERN chart --check broken.json", {}, 2, "^$", "line 2: not JSON"},
-      {"$HALVERN chart --check bad.json",
+      {"HALVERN_PASSWORD=x h $LOGIN $PASSWORD",
+       {},
+       0,
+       R"(^\{"isSuccessful":true.*"email":"ada@example.com"\}.$)",
+       "^$"},
+      {"h $LOGIN $PASSWORD --json", {}, 0, R"(^\{"isSuccessful":true.*,"sex":null,"email":.*\}.$)", "^$"},
+      {"h resend-validation-email $AT --json", {}, 0, R"(^\{\}.$)", "^$"},
+      {"h profile $AT points.json --left-out left --chart svg --json", {}, 0, R"(^\{"left[^ ]*\}.$)", "left ear: 12"},
+      {"h demo", {}, 0, "Every step came to what was expected", "^$"},
+      {"h --version", {}, 0, "^halvern [0-9.]+.$", "^$"},
+      {"h $LOGIN $PASSWORD --json", {.answer = no}, 1, R"(^\{"isSuccessful":false)", "refused"},
+      {"h $LOGIN $PASSWORD", {.answer = attack}, 1, "u001b", "halvern: a.\\[2J.b.$"},
+      {"h $LOGIN --password x --json", {}, 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", "wrong"},
+      {"h send-password-reset $AT --email nobody@example.com", {}, 1, "false", "refused"},
+      {"h $LOGIN", {}, 2, "^$", "--password: .* not a terminal"},
+      {"h $LOGIN $PASSWORD --timeout 0", {}, 2, "^$", "--timeout"},
+      {"h update --birthdate 1980-02-30 --sex male $AT", {}, 2, "^$", "not a date"},
+      {"h logn", {}, 2, "^$", "nearest is login"},
+      {"HALVERN_API_KEY=x h $LOGIN $PASSWORD --json", {}, 3, R"("case":"notAuthorized")", "401"},
+      {"h $LOGIN $PASSWORD --json", {.drop = true}, 4, R"("NSURLErrorDomain","code":-1005)", "-1005"},
+      {"h $LOGIN $PASSWORD --json", {.answer = Answer{.body = "{}"}}, 5, R"("case":"unknownJsonData")", ""},
+      {"h $LOGIN $PASSWORD", {.answer = Answer{.status = 404}}, 5, "", "404"},
+      {"h $LOGIN $PASSWORD >/dev/full", {}, 6, "", "output cannot be written"},
+      {"h $LOGIN $PASSWORD --json >&-", {}, 6, "", "output cannot be written"},
+      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", {}, 6, "", "written"},
+      {"h chart points.json --chart /dev/full", {}, 6, "", "cannot write /dev/full: No space"},
+      {"h chart --check points.json", {}, 0, "^$", "^$"},
+      {"echo '[\n{]' | h chart --check /dev/stdin", {}, 2, "^$", "line 2: not JSON"},
+      {"echo '[5, {\"orientation\": \"left\", \"values\": [{\"frequency\": \"x\"}]}]' | h chart --check /dev/stdin",
        {},
        2,
        "^$",
-       "\\[0\\].orientation: .*\\[0\\].tube: missing.\\[0\\].values\\[0\\].frequency: .*\\[0\\].values\\[0\\].volume: "
-       ".*\\[1\\]: expected Object"},
-      {"$HALVERN profile $AT --access-token $TOKEN points.json --left-out left.bin --chart chart.svg --json",
-       {},
-       0,
-       R"(^\{"leftConfiguration":"[^ ]*","rightConfiguration":"[^ ]*"\}.$)",
-       "left ear: 12 bytes"},
+       "\\[0\\]: .*\n\\[1\\].orientation: .*\n\\[1\\].serialNumber: missing\n.*values\\[0\\].frequency: .*"},
   };
   for (const auto& [command, script, status, out, err] : cases) {
     SCOPED_TRACE(command);
     server.reset();
     server.script(Operation::login, script);
-    const int ended = std::system(("exec </dev/null >out 2>err; " + std::string(command)).c_str());
+    const int ended =
+        std::system(("exec </dev/null >out 2>err; h() { $HALVERN \"$@\"; }; " + std::string(command)).c_str());
     EXPECT_EQ(WEXITSTATUS(ended), status);
     EXPECT_THAT(contents("out"), ContainsRegex(out));
     EXPECT_THAT(contents("err"), ContainsRegex(err));
   }
-  EXPECT_THAT(contents("left.bin"), HasSubstr("Left 1000=35"));
+  EXPECT_THAT(contents("left"), HasSubstr("Left 1000=35"));
 }
 
 // What a terminal shows while a person waits for words and types keys.
@@ -158,6 +155,7 @@ TEST_F(HalvernTest, BehavesInATerminal) {
        {" echo ", R"("isSuccessful":true)", "\necho, 0"}},
       {"$HALVERN authenticate $AT --facebook-token x", {}, {"waiting for the service, 1 s", "a?[2Jb"}},
       {"$HALVERN chart points.json", {}, {"\33[94mX\33[39m"}},
+      {"NO_COLOR=1 $HALVERN chart points.json", {}, {"    10 X1<100"}},
       {"stty cols 63; $HALVERN chart points.json", {}, {"takes 64 columns", "10 dB at 100 Hz, 20 dB at 500 Hz"}},
   };
   server.script(Operation::authenticate,
