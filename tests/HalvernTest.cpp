@@ -74,7 +74,7 @@ TEST_F(HalvernTest, SaysWhatACallCameTo) {
       {"h demo", {}, 0, "Every step came to what was expected", "^$"},
       {"h --version", {}, 0, "^halvern [0-9.]+.$", "^$"},
       {"h $LOGIN $PASSWORD --json", {.answer = no}, 1, R"(^\{"isSuccessful":false)", "refused"},
-      {"h $LOGIN $PASSWORD", {.answer = attack}, 1, "u001b", "halvern: a.\\[2J.b.$"},
+      {"h $LOGIN $PASSWORD", {.answer = attack}, 1, "u001b", "halvern: a\\?\\[2J\\?b.$"},
       {"h $LOGIN --password x --json", {}, 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", "wrong"},
       {"h send-password-reset $AT --email nobody@example.com", {}, 1, "false", "refused"},
       {"h $LOGIN", {}, 2, "^$", "--password: .* not a terminal"},
