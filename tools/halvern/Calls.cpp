@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <HalvernApi/HalvernApi.hpp>
+#include <boost/algorithm/string.hpp>
 #include <boost/json.hpp>
 #include <fstream>
 #include <iostream>
@@ -49,17 +50,14 @@ struct Option {
 };
 using enum Option::Kind;
 
+CLI::Validator oneOf(const std::vector<std::string>& texts) { return CLI::IsMember(texts, CLI::ignore_case); }
+
 const std::vector<Option> allOptions{
-    {&Values::baseUrl, required, "base-url", "Where the service is; paths are put behind it as they are",
-     "https://service.example"},
+    {&Values::baseUrl, required, "base-url", "Where the service is; no slash at the end", "https://service.example"},
     {&Values::apiKey, secret, "api-key", "The application's key", "api-key.txt"},
-    {&Values::caFile, optional, "ca-file", "PEM file of the certificate authorities to trust, instead of the system's",
-     "", CLI::ExistingFile},
-    {&Values::timeout, optional, "timeout", "Seconds of silence after which the call fails", "",
-     CLI::Range(0.001, 1e6, "SECONDS")},
-    {&Values::json, optional, "json",
-     "Prints one JSON value and nothing else: the record, or {\"error\": {\"case\", \"domain\", \"code\", "
-     "\"message\"}}"},
+    {&Values::caFile, optional, "ca-file", "PEM file of authorities to trust, not the system's", "", CLI::ExistingFile},
+    {&Values::timeout, optional, "timeout", "Seconds of silence at most", "", CLI::Range(0.001, 1e6, "SECONDS")},
+    {&Values::json, optional, "json", "Prints one JSON value and nothing else: the record, or an object \"error\""},
     {&Values::verbose, optional, "verbose", "Shows the library's log lines on standard error"},
     {&Values::email, required, "email", "The account's e-mail address", "anna@example.com"},
     {&Values::password, secret, "password", "The account's password", "password.txt"},
@@ -74,16 +72,12 @@ const std::vector<Option> allOptions{
     {&Values::hardwareVersion, required, "hardware-version", "Its hardware version", "2.1"},
     {&Values::firmwareVersion, required, "firmware-version", "Its firmware version", "4.0.7"},
     {&Values::tube, required, "tube", "Its tube", "'Slim 0.9'"},
-    {&Values::orientation, required, "orientation", "The ear it sits on", "Left",
-     CLI::IsMember({"Left", "Right"}, CLI::ignore_case)},
+    {&Values::orientation, required, "orientation", "The ear it sits on", "Left", oneOf({"Left", "Right"})},
     {&Values::birthdate, required, "birthdate", "The user's date of birth", "1980-05-17"},
-    {&Values::sex, required, "sex", "The user's sex", "Female",
-     CLI::IsMember({"Male", "Female", "NotKnown"}, CLI::ignore_case)},
-    {&Values::audiograms, required, "audiogram", "JSON file: an array of audiograms", "audiograms.json",
-     CLI::ExistingFile},
+    {&Values::sex, required, "sex", "The user's sex", "Female", oneOf({"Male", "Female", "NotKnown"})},
+    {&Values::audiograms, required, "audiogram", "JSON file of audiograms", "audiograms.json", CLI::ExistingFile},
     {&Values::check, optional, "check", "Draws nothing: says every fault of the file, by its path"},
-    {&Values::chart, optional, "chart", "Writes the audiograms to this file as a picture, and draws them here as text",
-     "chart.svg"},
+    {&Values::chart, optional, "chart", "Draws the audiograms here, and as a picture in this file", "chart.svg"},
     {&Values::noColor, optional, "no-color", "Draws without colour, as with the variable NO_COLOR"},
     {&Values::leftOut, optional, "left-out", "Writes the left ear's configuration to this file", "left.bin"},
     {&Values::rightOut, optional, "right-out", "Writes the right ear's configuration to this file", "right.bin"},
@@ -119,7 +113,7 @@ bool read(const std::string& option, const std::string& given, T& value) {
   if (!decoded) {
     const std::string faults =
         std::is_same_v<T, Date> ? "not a date such as 1980-05-17" : decoded.error().description();
-    throw CLI::ValidationError(option, CLI::detail::find_and_replace(faults, "; ", "\n"));
+    throw CLI::ValidationError(option, boost::replace_all_copy(faults, "; ", "\n"));
   }
   value = *decoded;
   return true;
@@ -263,9 +257,7 @@ void addOption(CLI::App& command, const Option& option, Values& values) {
   CLI::Option* const added = std::visit(add, option.variable)->required(option.kind == required);
   added->transform(option.check);
   if (option.kind != secret) return;
-  std::string environment = "HALVERN_" + option.name;
-  for (char& letter : environment) letter = letter == '-' ? '_' : static_cast<char>(std::toupper(letter));
-  added->envname(environment);
+  added->envname(boost::to_upper_copy("HALVERN_" + boost::replace_all_copy(option.name, "-", "_")));
   command.add_option(name + "-file", "The same, from the first line of a file, which goes before")
       ->check(CLI::ExistingFile);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string.hpp>
 #include <cmath>
 #include <sstream>
 
@@ -27,10 +28,10 @@ struct Ear {
   const char* name;
   const char* colour;
   const char* dashes;
-  const char* terminalColour;
+  const char* tinted;  // the letter, in a terminal
 };
-constexpr std::array ears{Ear{DeviceOrientation::right, 'O', "right ear", "#c8102e", "none", "\033[91m"},
-                          Ear{DeviceOrientation::left, 'X', "left ear", "#0b57d0", "7 5", "\033[94m"}};
+constexpr std::array ears{Ear{DeviceOrientation::right, 'O', "right ear", "#c8102e", "none", "\033[91mO\033[39m"},
+                          Ear{DeviceOrientation::left, 'X', "left ear", "#0b57d0", "7 5", "\033[94mX\033[39m"}};
 
 template <class... Parts>
 std::string text(const Parts&... parts) {
@@ -145,24 +146,20 @@ std::string textChart(const std::vector<Audiogram>& audiograms, std::size_t widt
           put(row, column + 1, arrow);
       }
 
-  const auto append = [&](const std::string& words) {
-    for (const char letter : words) {
-      const auto ear = std::find_if(ears.begin(), ears.end(), [&](const Ear& one) { return one.letter == letter; });
-      chart += coloured && ear != ears.end() ? ear->terminalColour + std::string(1, letter) + "\033[39m"
-                                             : std::string(1, letter);
-    }
+  const auto tinted = [&](std::string words) {
+    for (const Ear& ear : ears)
+      if (coloured) boost::replace_all(words, std::string(1, ear.letter), ear.tinted);
+    return words;
   };
   chart += "    dB 125     250     500     1k      2k      4k      8k  Hz\n";
   for (std::size_t row = 0; row < rows.size(); ++row) {
     const int level = softest + static_cast<int>(row * decibelsPerRow);
     const std::string label = level % 10 == 0 ? text(level) : "";
-    append(std::string(margin - 1 - label.size(), ' ') + label + ' ' +
-           rows[row].erase(rows[row].find_last_not_of(' ') + 1) + '\n');
+    chart +=
+        std::string(margin - 1 - label.size(), ' ') + label + ' ' + tinted(boost::trim_right_copy(rows[row])) + '\n';
   }
-  for (const Curve& curve : curves) {
-    append("       " + std::string(1, curve.ear.letter) + curve.number);
-    chart += "  " + curve.name + '\n';
-  }
+  for (const Curve& curve : curves)
+    chart += text("       ", tinted({curve.ear.letter}), curve.number, "  ", curve.name, '\n');
   chart += "       @  both ears\n";
   for (const std::string& line : outsideOf(curves)) chart += line + '\n';
   return chart;
@@ -175,10 +172,8 @@ std::string svgChart(const std::vector<Audiogram>& audiograms) {
   const std::vector<std::string> outside = outsideOf(curves);
   const double height = bottom + 50 + 24 * static_cast<double>(curves.size() + outside.size());
   std::ostringstream svg;
-  const auto escaped = [](std::string words) {
-    for (const auto& [from, to] : {std::pair("&", "&amp;"), std::pair("<", "&lt;")})
-      for (std::size_t at = 0; (at = words.find(from, at)) != std::string::npos; at += 4) words.replace(at, 1, to);
-    return words;
+  const auto escaped = [](const std::string& words) {
+    return boost::replace_all_copy(boost::replace_all_copy(words, "&", "&amp;"), "<", "&lt;");
   };
   const auto line = [&](double x1, double y1, double x2, double y2, const char* style) {
     svg << "<path d='M" << x1 << ' ' << y1 << 'L' << x2 << ' ' << y2 << "' " << style << "/>\n";

@@ -1,6 +1,7 @@
 #include "Generate.hpp"
 
 #include <CLI/CLI.hpp>
+#include <boost/algorithm/string.hpp>
 
 #include "Terminal.hpp"
 
@@ -75,10 +76,10 @@ std::string generate(const CLI::App& app, const std::string& name) {
   const Form& form = forms.at(name);
   const auto fill = [&](std::string part, const CLI::App& command, std::string help, const std::string& option = "",
                         const std::string& value = "") {
-    for (const auto& [from, to] : form.escapes) help = CLI::detail::find_and_replace(help, from, to);
+    for (const auto& [from, to] : form.escapes) boost::replace_all(help, from, to);
     const std::pair<const char*, std::string> fields[] = {
         {"{c}", command.get_name()}, {"{o}", option}, {"{v}", value}, {"{h}", help}};
-    for (const auto& [field, text] : fields) part = CLI::detail::find_and_replace(std::move(part), field, text);
+    for (const auto& [field, text] : fields) boost::replace_all(part, field, text);
     return part;
   };
   const auto commands = subcommands(app);
