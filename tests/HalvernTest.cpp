@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 
@@ -28,8 +29,7 @@ std::string contents(const char* file) {
 class HalvernTest : public testing::Test {
  protected:
   HalvernTest() {
-    const std::string directory = testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::filesystem::create_directories(directory);
+    EXPECT_NE(mkdtemp(directory.data()), nullptr);
     std::filesystem::current_path(directory);
     server.addAccount("ada@example.com", "correct horse");
     setenv("HALVERN", HALVERN_PROGRAM, 1);
@@ -46,10 +46,14 @@ class HalvernTest : public testing::Test {
         {"frequency": 16000, "volume": -30}]}, {"orientation": "Left", "serialNumber": "L", "tube": "T", "values": [
         {"frequency": 100, "volume": 10}, {"frequency": 500, "volume": 20}, {"frequency": 3000, "volume": 55}]},
         {"orientation": "Left", "serialNumber": "A<&\u007f", "tube": "T", "values": [{"frequency": 1000, "volume": 70}]}])";
-    EXPECT_EQ(std::system("rm -f go; mkfifo go"), 0);
+    EXPECT_EQ(mkfifo("go", 0600), 0);
   }
-  ~HalvernTest() override { std::filesystem::current_path(".."); }
+  ~HalvernTest() override {
+    std::filesystem::current_path(testing::TempDir());
+    std::filesystem::remove_all(directory);
+  }
 
+  std::string directory = testing::TempDir() + "halvern.XXXXXX";
   Sandbox server;
 };
 
