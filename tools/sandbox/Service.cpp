@@ -280,13 +280,13 @@ Answer Service::answer(const SeenRequest& request) {
   return errors.empty() ? handle(*this, body.get_object(), account) : invalid(errors);
 }
 
-Account* Service::find(const std::string& email) {
-  const auto account = accounts.find(email);
+Account* Service::find(const std::string& address) {
+  const auto account = accounts.find(address);
   return account != accounts.end() ? &account->second : nullptr;
 }
 
-Account& Service::make(const std::string& email, const std::optional<std::string>& password, bool confirmed) {
-  return accounts[email] = {email, password, confirmed, randomToken()};
+Account& Service::make(const std::string& address, const std::optional<std::string>& password, bool confirmed) {
+  return accounts[address] = {address, password, confirmed, randomToken()};
 }
 
 Answer Service::signIn(Account& account, const json::object& body) {

@@ -23,7 +23,8 @@ struct URLSessionConfiguration {
   // Further requests wait for one of these to become free. At least 1.
   int httpMaximumConnectionsPerHost = 6;
   // In bytes, after decompression. An answer above it fails with NSURLErrorDataLengthExceedsMaximum, as does one whose
-  // JSON values would take more than four times as much memory; all that an answer takes is at most eight times as much.
+  // JSON values would take more than four times as much memory; all that an answer takes is at most eight times as
+  // much.
   std::size_t maximumResponseSize = std::size_t{64} << 20;
   // A PEM file that replaces the system's trust store.
   std::optional<std::string> certificateAuthorityFile{};
