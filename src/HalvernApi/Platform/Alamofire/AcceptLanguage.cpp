@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
 #include <vector>
 
-#include "HalvernApi/Platform/Alamofire/CharacterSet.hpp"
+#include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -20,14 +19,13 @@ std::string acceptLanguage() {
     if (locale.empty()) locale = setting(name);
   std::string_view list = setting("LANGUAGE");  // counts only where a locale is set at all
   if (list.empty() || locale.empty() || locale.starts_with("C.") || locale == "C" || locale == "POSIX") list = locale;
-  static constexpr CharacterSet allowed("-");
   std::vector<std::string> languages;
   while (!list.empty() && languages.size() < maxLanguages) {
     const std::string_view entry = list.substr(0, list.find(':'));
     list.remove_prefix(std::min(list.size(), entry.size() + 1));
     std::string language(entry.substr(0, entry.find_first_of(".@")));
     std::replace(language.begin(), language.end(), '_', '-');
-    if (language.size() < 2 || language == "POSIX" || !allowed.containsAll(language)) continue;
+    if (language.size() < 2 || language == "POSIX" || !consistsOf(language, "-")) continue;
     if (std::find(languages.begin(), languages.end(), language) == languages.end()) languages.push_back(language);
   }
   if (languages.empty()) return "en";

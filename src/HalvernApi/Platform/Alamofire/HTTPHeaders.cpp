@@ -1,6 +1,9 @@
 #include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 #include <algorithm>
+#include <cstring>
+
+#include "HalvernApi/Platform/Foundation/Data.hpp"
 
 namespace HalvernApi::Alamofire {
 namespace {
@@ -11,18 +14,7 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 
 struct Lengths {
   std::size_t name;
   std::size_t value;
-
-  static Lengths at(const char* position) {
-    Lengths lengths{};
-    std::memcpy(&lengths, position, sizeof lengths);
-    return lengths;
-  }
-  std::size_t total() const { return sizeof *this + name + 2 + value + 1; }
 };
-
-auto named(std::string_view name) {
-  return [name](const HTTPHeaders::Header& header) { return equalIgnoringCase(header.first, name); };
-}
 
 }  // namespace
 
@@ -31,13 +23,22 @@ bool equalIgnoringCase(std::string_view left, std::string_view right) {
          std::equal(left.begin(), left.end(), right.begin(), [](char a, char b) { return lower(a) == lower(b); });
 }
 
-HTTPHeaders::Header HTTPHeaders::Iterator::operator*() const {
-  const Lengths lengths = Lengths::at(at_);
-  return {{line(), lengths.name}, {line() + lengths.name + 2, lengths.value}};
+bool consistsOf(std::string_view text, std::string_view marks) {
+  return std::all_of(text.begin(), text.end(), [marks](char c) {
+    return (lower(c) >= 'a' && lower(c) <= 'z') || (c >= '0' && c <= '9') || marks.find(c) != std::string_view::npos;
+  });
 }
-const char* HTTPHeaders::Iterator::line() const { return at_ + sizeof(Lengths); }
+
+HTTPHeaders::Header HTTPHeaders::Iterator::operator*() const {
+  Lengths lengths;
+  std::memcpy(&lengths, at, sizeof lengths);
+  const char* const line = at + sizeof lengths;
+  return {{line, lengths.name}, {line + lengths.name + 2, lengths.value}};
+}
+
 HTTPHeaders::Iterator& HTTPHeaders::Iterator::operator++() {
-  at_ += Lengths::at(at_).total();
+  const std::string_view value = (**this).value;
+  at = value.data() + value.size() + 1;
   return *this;
 }
 
@@ -51,19 +52,36 @@ HTTPHeaders::HTTPHeaders(const HTTPHeaders& other, std::size_t more) {
 }
 
 void HTTPHeaders::set(std::string_view name, std::optional<std::string_view> value) {
-  if (const auto found = std::find_if(begin(), end(), named(name)); found != end())
-    block_.erase(static_cast<std::size_t>(found.position() - block_.data()), Lengths::at(found.position()).total());
+  Iterator old = begin();
+  while (old != end() && !equalIgnoringCase((*old).name, name)) ++old;
+  if (old != end()) {
+    const char* const start = old.at;
+    block_.erase(static_cast<std::size_t>(start - block_.data()), static_cast<std::size_t>((++old).at - start));
+  }
   if (!value) return;
   const bool blank = value->find_first_not_of(" \t") == std::string_view::npos;
   const Lengths lengths{name.size(), blank ? 0 : value->size()};
-  block_.reserve(block_.size() + lengths.total());
+  block_.reserve(block_.size() + sizeof lengths + lengths.name + 2 + lengths.value + 1);
   block_.append(reinterpret_cast<const char*>(&lengths), sizeof lengths).append(name);
   block_.append(blank ? std::string_view(";\0", 2) : ": ").append(value->substr(0, lengths.value)) += '\0';
 }
 
 std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
-  const auto found = std::find_if(begin(), end(), named(name));
-  return found == end() ? std::nullopt : std::optional((*found).second);
+  for (const Header& header : *this)
+    if (equalIgnoringCase(header.name, name)) return header.value;
+  return std::nullopt;
+}
+
+std::string_view headerFault(const HTTPHeaders& headers) {
+  const auto isControl = [](char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; };
+  for (const auto& [name, value] : headers) {
+    if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
+    if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
+    if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
+    for (const char* framing : {"Content-Length", "Transfer-Encoding", "Expect"})
+      if (equalIgnoringCase(framing, name)) return "A header that frames the message is the session's to set.";
+  }
+  return {};
 }
 
 }  // namespace HalvernApi::Alamofire

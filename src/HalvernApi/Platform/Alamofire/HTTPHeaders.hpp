@@ -2,13 +2,9 @@
 // in one block of memory, whose lines libcurl takes as they are.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "HalvernApi/Platform/Foundation/Export.hpp"
 
@@ -16,26 +12,17 @@ namespace HalvernApi::Alamofire {
 
 class HALVERNAPI_EXPORT HTTPHeaders {
  public:
-  // Name and value; valid until the headers change.
-  using Header = std::pair<std::string_view, std::string_view>;
+  // Valid until the headers change.
+  struct Header {
+    std::string_view name;  // begins the line "Name: value", or "Name;" where there is no value, which a NUL ends
+    std::string_view value;
+  };
+  struct HALVERNAPI_EXPORT Iterator {
+    const char* at;
 
-  class HALVERNAPI_EXPORT Iterator {
-   public:
-    using value_type = Header;
-    using difference_type = std::ptrdiff_t;
-
-    Iterator() = default;
-    explicit Iterator(const char* at) : at_(at) {}
     Header operator*() const;
-    // "Name: value", or "Name;" where there is no value, ended by a NUL.
-    const char* line() const;
     Iterator& operator++();
-    Iterator operator++(int) { return std::exchange(*this, std::next(*this)); }
-    const char* position() const { return at_; }
     friend bool operator==(Iterator, Iterator) = default;
-
-   private:
-    const char* at_ = nullptr;
   };
 
   HTTPHeaders() = default;
@@ -47,8 +34,8 @@ class HALVERNAPI_EXPORT HTTPHeaders {
   void set(std::string_view name, std::optional<std::string_view> value);
   std::optional<std::string_view> find(std::string_view name) const;
 
-  Iterator begin() const { return Iterator(block_.data()); }
-  Iterator end() const { return Iterator(block_.data() + block_.size()); }
+  Iterator begin() const { return {block_.data()}; }
+  Iterator end() const { return {block_.data() + block_.size()}; }
 
  private:
   std::string block_;
@@ -56,6 +43,11 @@ class HALVERNAPI_EXPORT HTTPHeaders {
 
 // ASCII only, as names in HTTP are.
 HALVERNAPI_EXPORT bool equalIgnoringCase(std::string_view left, std::string_view right);
+// Whether there is nothing in `text` but letters and digits of ASCII, and `marks`.
+bool consistsOf(std::string_view text, std::string_view marks);
+
+// What would break the header block or the framing of the message, in words; empty when nothing does.
+std::string_view headerFault(const HTTPHeaders& headers);
 
 }  // namespace HalvernApi::Alamofire
 

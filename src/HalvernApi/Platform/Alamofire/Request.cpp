@@ -1,7 +1,6 @@
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 
 #include <algorithm>
-#include <array>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -16,14 +15,13 @@ Request::~Request() = default;
 
 std::string Request::debugDescription() const {
   if (!request()) return "$ curl command could not be created";
-  constexpr std::array<std::string_view, 5> harmless = {"Accept", "Accept-Encoding", "Accept-Language", "Content-Type",
-                                                        "User-Agent"};
+  constexpr std::string_view harmless[] = {"Accept", "Accept-Encoding", "Accept-Language", "Content-Type",
+                                           "User-Agent"};
   std::string text = "$ curl -v -X ";
   text += rawValue(request()->method);
   for (const auto& [name, value] : request()->headers) {
-    const bool shown = std::any_of(harmless.begin(), harmless.end(), [&, &name = name](std::string_view known) {
-      return equalIgnoringCase(known, name);
-    });
+    const bool shown = std::any_of(std::begin(harmless), std::end(harmless),
+                                   [&name = name](std::string_view known) { return equalIgnoringCase(known, name); });
     ((((text += " -H '") += name) += ": ") += shown ? value : "<elided>") += '\'';
   }
   if (request()->body) text += " --data '<elided>'";

@@ -2,7 +2,6 @@
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
-#include "HalvernApi/Platform/Alamofire/HeaderFault.hpp"
 #include "HalvernApi/Platform/Alamofire/Transport.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"

@@ -121,11 +121,11 @@ void Transfer::setHeaders(const URLRequest& request) {
   headers_.clear();
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   bool hasContentType = false;
-  for (auto header = request.headers.begin(); header != request.headers.end(); ++header) {
-    const bool isContentType = equalIgnoringCase((*header).first, "Content-Type");
+  for (const auto& [name, value] : request.headers) {
+    const bool isContentType = equalIgnoringCase(name, "Content-Type");
     if (isContentType && !request.body) continue;
     hasContentType |= isContentType;
-    add(header.line());
+    add(name.data());
   }
   if (!hasContentType) add("Content-Type:");  // suppresses libcurl's own
   add("Expect:");

@@ -2,16 +2,12 @@
 
 #include <algorithm>
 
-#include "HalvernApi/Platform/Alamofire/CharacterSet.hpp"
 #include "HalvernApi/Platform/Alamofire/Curl.hpp"
 #include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 namespace HalvernApi::Alamofire {
 
-bool isUrlText(std::string_view text) {
-  static constexpr CharacterSet allowed("-._~:/?#[]@!$&'()*+,;=%");
-  return allowed.containsAll(text);
-}
+bool isUrlText(std::string_view text) { return consistsOf(text, "-._~:/?#[]@!$&'()*+,;=%"); }
 
 std::string printableUrl(std::string_view url) {
   const std::size_t scheme = schemeOf(url).size();
@@ -23,10 +19,8 @@ std::string printableUrl(std::string_view url) {
 }
 
 std::string_view schemeOf(std::string_view url) {
-  static constexpr CharacterSet allowed("+-.");
-  const std::size_t colon = url.find(':');
-  const bool hasScheme = colon != std::string_view::npos && allowed.containsAll(url.substr(0, colon));
-  return hasScheme ? url.substr(0, colon) : std::string_view();
+  const std::string_view scheme = url.substr(0, url.find(':'));
+  return scheme.size() < url.size() && consistsOf(scheme, "+-.") ? scheme : std::string_view();
 }
 
 bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
