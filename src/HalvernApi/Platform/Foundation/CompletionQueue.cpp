@@ -14,17 +14,6 @@ namespace {
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
-class CurrentScope {
- public:
-  explicit CurrentScope(CompletionQueue* queue) : before_(std::exchange(currentQueue, queue)) {}
-  ~CurrentScope() { currentQueue = before_; }
-  CurrentScope(const CurrentScope&) = delete;
-  CurrentScope& operator=(const CurrentScope&) = delete;
-
- private:
-  CompletionQueue* before_;
-};
-
 // What is not to run any more nor to be destroyed, for it holds objects of the application.
 void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new std::mutex;
@@ -60,12 +49,13 @@ struct CompletionQueue::State {
   }
 
   void runAll(CompletionQueue* queue) {
-    const CurrentScope scope(queue);
+    CompletionQueue* const before = std::exchange(currentQueue, queue);
     const bool entered = ProcessExit::enter();
     running.append(take());
     while (runNext()) {
     }
     if (entered) ProcessExit::leave();
+    currentQueue = before;
   }
 
   void serve(const std::weak_ptr<CompletionQueue>& self) {
@@ -130,12 +120,6 @@ bool CompletionQueue::prepare() {
 bool CompletionQueue::hasThread() {
   if (executor_) return !ProcessExit::begun();
   return thread_.started() || thread_.start([state = state_, self = weak_from_this()] { state->serve(self); });
-}
-
-void CompletionQueue::post(Task::Pointer task) {
-  TaskList tasks;
-  tasks.push(std::move(task));
-  post(std::move(tasks));
 }
 
 void CompletionQueue::post(TaskList tasks) {

@@ -6,8 +6,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -41,7 +39,6 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   // The queue stays alive until its tasks have run. Where nobody can come to run them, because the process exits or the
   // system has no thread to give, promises are settled inside the call, and handlers stay behind.
   void post(TaskList tasks);
-  void post(Task::Pointer task);
   // Inside a task of this queue: `task` runs next, behind others posted in this way.
   void postNext(Task::Pointer task);
 

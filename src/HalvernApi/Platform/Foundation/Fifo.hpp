@@ -10,6 +10,7 @@ template <class Pointer>
 class Fifo {
  public:
   Fifo() = default;
+  explicit Fifo(Pointer only) { push(std::move(only)); }
   Fifo(Fifo&& other) noexcept : first_(std::move(other.first_)), last_(other.last_) {}
   ~Fifo() {
     while (pop()) {  // one by one: a long list must not end in deep recursion

@@ -72,23 +72,6 @@ bool onMainThread() {
 #endif
 }
 
-// Blocks the signals that come from outside for as long as it lives; threads inherit that.
-class SignalBlock {
- public:
-  SignalBlock() {
-    sigset_t blocked;
-    sigfillset(&blocked);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_SETMASK, &blocked, &before_);
-  }
-  ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalBlock(const SignalBlock&) = delete;
-  SignalBlock& operator=(const SignalBlock&) = delete;
-
- private:
-  sigset_t before_;
-};
-
 }  // namespace
 
 int forkCount() { return process().forks; }
@@ -101,13 +84,19 @@ Thread::~Thread() {
     thread_.join();
 }
 
-bool Thread::start(std::function<void()> run) try {
-  const SignalBlock block;
+// Blocks the signals that come from outside meanwhile: the new thread inherits that.
+bool Thread::start(std::function<void()> run) {
+  sigset_t blocked, before;
+  sigfillset(&blocked);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
   forkCount_ = forkCount();
-  thread_ = std::thread(std::move(run));
-  return true;
-} catch (const std::exception&) {  // no thread to be had, or no memory
-  return false;
+  try {
+    thread_ = std::thread(std::move(run));
+  } catch (const std::exception&) {  // no thread to be had, or no memory
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return started();
 }
 
 bool ProcessExit::begun() { return process().exiting; }

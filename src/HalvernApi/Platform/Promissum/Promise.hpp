@@ -32,9 +32,7 @@ class PromiseState final : public PromiseCore {
 
   // Nothing happens when it was settled before. The caller holds a reference.
   void settle(Result result) {
-    if (!claim()) return;
-    result_.emplace(std::move(result));
-    publishAndRun();
+    if (settleQuietly(std::move(result))) postCallbacks();
   }
   // Leaves it to the caller to run the callbacks, by posting this as a task; true when there are any.
   bool settleQuietly(Result result) {

@@ -58,12 +58,11 @@ bool PromiseCore::publish() {
   return due;
 }
 
-void PromiseCore::publishAndRun() {
-  if (!publish()) return;
+void PromiseCore::postCallbacks() {
   if (CompletionQueue::current() == queue_.get())
     queue_->postNext(this);
   else
-    queue_->post(this);
+    queue_->post(Foundation::TaskList(this));
 }
 
 void PromiseCore::attach(std::unique_ptr<Callback> callback) {
@@ -72,7 +71,7 @@ void PromiseCore::attach(std::unique_ptr<Callback> callback) {
     callbacks_.push(std::move(callback));
     if (!settled_) return;
   }
-  if (isDue()) queue_->post(this);
+  if (isDue()) queue_->post(Foundation::TaskList(this));
 }
 
 // No lock is held while a callback runs or goes: what it holds may be the application's.

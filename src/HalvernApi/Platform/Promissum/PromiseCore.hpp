@@ -65,13 +65,12 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   const Queue& queue() const { return queue_; }
   bool settled() const { return settled_; }
 
-  // Settling takes two steps: the first caller of `claim` stores the result, then publishes it by one of the two below.
+  // Settling takes two steps: the first caller of `claim` stores the result, then publishes it, which wakes those who
+  // wait. True when there are callbacks, which the caller then has to run, by posting this as a task.
   bool claim() { return !claimed_.exchange(true); }
-  // Wakes those who wait. True when there are callbacks, which the caller then has to run, by posting this as a task.
   bool publish();
-  // Also runs the callbacks, as a task of their own: the next one, when called inside a task of the promise's own
-  // queue.
-  void publishAndRun();
+  // Has the callbacks run, as the next task when called inside a task of the promise's own queue.
+  void postCallbacks();
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);

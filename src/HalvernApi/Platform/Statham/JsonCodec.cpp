@@ -1,48 +1,42 @@
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 #include <cmath>
-#include <utility>
 
 namespace HalvernApi::Statham {
-namespace {
 
-Foundation::Unexpected<JsonDecodeError> wrongType(const JsonValue& json, const char* expected) {
+template <Scalar T>
+Decoded<T> JsonCodec<T>::decodeJson(const JsonValue& json) {
+  const char* expected = "Bool";
+  if constexpr (std::same_as<T, bool>) {
+    if (json.is_bool()) return json.get_bool();
+  } else if constexpr (std::same_as<T, std::string>) {
+    expected = "String";
+    if (json.is_string()) return std::string(json.get_string());
+  } else if constexpr (std::same_as<T, std::int64_t>) {
+    expected = "Int";
+    // Two to the power of 63: the parser makes the same double, of either sign, of integers that do not fit.
+    constexpr double limit = 9223372036854775808.0;
+    if (json.is_int64()) return json.get_int64();
+    if (json.is_uint64() && std::in_range<T>(json.get_uint64())) return static_cast<T>(json.get_uint64());
+    if (const double* const value = json.if_double(); value && std::abs(*value) < limit && std::trunc(*value) == *value)
+      return static_cast<T>(*value);
+  } else {
+    expected = "Double";
+    if (json.is_int64()) return static_cast<double>(json.get_int64());
+    if (json.is_uint64()) return static_cast<double>(json.get_uint64());
+    if (json.is_double() && std::isfinite(json.get_double())) return json.get_double();
+  }
   return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, expected));
 }
 
-}  // namespace
-
-Decoded<bool> JsonCodec<bool>::decodeJson(const JsonValue& json) {
-  if (const bool* const value = json.if_bool()) return *value;
-  return wrongType(json, "Bool");
+template <Scalar T>
+JsonValue JsonCodec<T>::encodeJson(const T& value) {
+  return JsonValue(value);
 }
-JsonValue JsonCodec<bool>::encodeJson(bool value) { return value; }
 
-Decoded<std::string> JsonCodec<std::string>::decodeJson(const JsonValue& json) {
-  if (const boost::json::string* const value = json.if_string()) return std::string(value->data(), value->size());
-  return wrongType(json, "String");
-}
-JsonValue JsonCodec<std::string>::encodeJson(std::string_view value) { return boost::json::string_view(value); }
-
-Decoded<std::int64_t> JsonCodec<std::int64_t>::decodeJson(const JsonValue& json) {
-  if (const std::int64_t* const value = json.if_int64()) return *value;
-  if (const std::uint64_t* const value = json.if_uint64(); value != nullptr && std::in_range<std::int64_t>(*value))
-    return static_cast<std::int64_t>(*value);
-  if (const double* const value = json.if_double()) {
-    // Two to the power of 63: the parser makes the same double, of either sign, of integers that do not fit.
-    constexpr double limit = 9223372036854775808.0;
-    if (std::abs(*value) < limit && std::trunc(*value) == *value) return static_cast<std::int64_t>(*value);
-  }
-  return wrongType(json, "Int");
-}
-JsonValue JsonCodec<std::int64_t>::encodeJson(std::int64_t value) { return value; }
-
-Decoded<double> JsonCodec<double>::decodeJson(const JsonValue& json) {
-  if (const double* const value = json.if_double(); value != nullptr && std::isfinite(*value)) return *value;
-  if (const std::int64_t* const value = json.if_int64()) return static_cast<double>(*value);
-  if (const std::uint64_t* const value = json.if_uint64()) return static_cast<double>(*value);
-  return wrongType(json, "Double");
-}
-JsonValue JsonCodec<double>::encodeJson(double value) { return value; }
+template struct JsonCodec<bool>;
+template struct JsonCodec<std::string>;
+template struct JsonCodec<std::int64_t>;
+template struct JsonCodec<double>;
 
 }  // namespace HalvernApi::Statham

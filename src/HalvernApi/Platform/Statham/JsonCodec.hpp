@@ -2,11 +2,9 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <concepts>
 #include <cstdint>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
@@ -26,36 +24,21 @@ struct JsonCodec {
   static JsonValue encodeJson(const T& value) { return JsonValue(value.encodeJson()); }
 };
 
-// Takes booleans only.
-template <>
-struct HALVERNAPI_EXPORT JsonCodec<bool> {
-  static Decoded<bool> decodeJson(const JsonValue& json);
-  static JsonValue encodeJson(bool value);
-};
+// What JSON has by itself. A bool takes booleans only; an integer integers within 64 bits, and doubles with an integral
+// value nearer to zero than two to the power of 63; a double every number that it can hold, if only roughly.
+template <class T>
+concept Scalar =
+    std::same_as<T, bool> || std::same_as<T, std::string> || std::same_as<T, std::int64_t> || std::same_as<T, double>;
 
-template <>
-struct HALVERNAPI_EXPORT JsonCodec<std::string> {
-  static Decoded<std::string> decodeJson(const JsonValue& json);
-  static JsonValue encodeJson(std::string_view value);
-};
-
-// Takes integers within 64 bits, and doubles with an integral value nearer to zero than two to the power of 63.
-template <>
-struct HALVERNAPI_EXPORT JsonCodec<std::int64_t> {
-  static Decoded<std::int64_t> decodeJson(const JsonValue& json);
-  static JsonValue encodeJson(std::int64_t value);
-};
-
-// Takes every number that a double can hold, if only roughly; not one beyond its range.
-template <>
-struct HALVERNAPI_EXPORT JsonCodec<double> {
-  static Decoded<double> decodeJson(const JsonValue& json);
-  static JsonValue encodeJson(double value);
+template <Scalar T>
+struct HALVERNAPI_EXPORT JsonCodec<T> {
+  static Decoded<T> decodeJson(const JsonValue& json);
+  static JsonValue encodeJson(const T& value);
 };
 
 // What the decoder `F` reads.
 template <class F>
-using DecodedBy = typename std::invoke_result_t<const F&, const JsonValue&>::value_type;
+using DecodedBy = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
 
 // A decoder of what `decode` reads, for which null is absent.
 template <class F>

@@ -1,6 +1,5 @@
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
-#include <algorithm>
 #include <boost/json/value.hpp>
 #include <ostream>
 
@@ -12,51 +11,38 @@ struct JsonDecodeError::Node {
   std::string type{};
   std::vector<KeyError> keyErrors{};
   std::vector<ElementError> elementErrors{};
+
+  friend bool operator==(const Node&, const Node&) = default;
 };
 
 namespace {
 
 std::string_view nameOf(boost::json::kind kind) {
-  switch (kind) {
-    case boost::json::kind::null: return "null";
-    case boost::json::kind::bool_: return "boolean";
-    case boost::json::kind::int64:
-    case boost::json::kind::uint64:
-    case boost::json::kind::double_: return "number";
-    case boost::json::kind::string: return "string";
-    case boost::json::kind::array: return "array";
-    case boost::json::kind::object: return "object";
-  }
-  return "nothing";
+  constexpr std::string_view names[] = {"null", "boolean", "number", "number", "number", "string", "array", "object"};
+  return names[static_cast<std::size_t>(kind)];
 }
 
 }  // namespace
 
-JsonDecodeError::JsonDecodeError(std::shared_ptr<const Node> node) : node_(std::move(node)) {}
+JsonDecodeError::JsonDecodeError(Node node) : node_(std::make_shared<const Node>(std::move(node))) {}
 
 JsonDecodeError JsonDecodeError::wrongType(const JsonValue& value, std::string expected) {
   // A plain copy would live where the value does, and that may go before the error does.
-  return JsonDecodeError(
-      std::make_shared<const Node>(Node{Case::wrongType, JsonValue(value, {}), std::move(expected)}));
+  return JsonDecodeError({Case::wrongType, JsonValue(value, {}), std::move(expected)});
 }
 
 JsonDecodeError JsonDecodeError::wrongEnumRawValue(std::string_view value, std::string type) {
-  return JsonDecodeError(std::make_shared<const Node>(
-      Node{Case::wrongEnumRawValue, JsonValue(boost::json::string_view(value)), std::move(type)}));
+  return JsonDecodeError({Case::wrongEnumRawValue, JsonValue(boost::json::string_view(value)), std::move(type)});
 }
 
-JsonDecodeError JsonDecodeError::missingKey() {
-  return JsonDecodeError(std::make_shared<const Node>(Node{Case::missingKey}));
-}
+JsonDecodeError JsonDecodeError::missingKey() { return JsonDecodeError({Case::missingKey}); }
 
 JsonDecodeError JsonDecodeError::arrayElementErrors(std::vector<ElementError> errors) {
-  return JsonDecodeError(
-      std::make_shared<const Node>(Node{Case::arrayElementErrors, nullptr, {}, {}, std::move(errors)}));
+  return JsonDecodeError({Case::arrayElementErrors, nullptr, {}, {}, std::move(errors)});
 }
 
 JsonDecodeError JsonDecodeError::structErrors(std::string type, std::vector<KeyError> errors) {
-  return JsonDecodeError(
-      std::make_shared<const Node>(Node{Case::structErrors, nullptr, std::move(type), std::move(errors), {}}));
+  return JsonDecodeError({Case::structErrors, nullptr, std::move(type), std::move(errors), {}});
 }
 
 JsonDecodeError::Case JsonDecodeError::kind() const { return node_->kind; }
@@ -72,9 +58,9 @@ const std::vector<JsonDecodeError::ElementError>& JsonDecodeError::elementErrors
 }
 
 const JsonDecodeError* JsonDecodeError::at(std::string_view key) const {
-  const auto found =
-      std::find_if(keyErrors().begin(), keyErrors().end(), [key](const KeyError& error) { return error.key == key; });
-  return found == keyErrors().end() ? nullptr : &found->error;
+  for (const KeyError& entry : keyErrors())
+    if (entry.key == key) return &entry.error;
+  return nullptr;
 }
 
 std::string JsonDecodeError::description() const {
@@ -104,10 +90,7 @@ void JsonDecodeError::describe(const std::string& path, std::string& out) const 
 }
 
 bool operator==(const JsonDecodeError& left, const JsonDecodeError& right) {
-  const JsonDecodeError::Node& a = *left.node_;
-  const JsonDecodeError::Node& b = *right.node_;
-  return &a == &b || (a.kind == b.kind && a.value == b.value && a.type == b.type && a.keyErrors == b.keyErrors &&
-                      a.elementErrors == b.elementErrors);
+  return left.node_ == right.node_ || *left.node_ == *right.node_;
 }
 
 std::ostream& operator<<(std::ostream& out, const JsonDecodeError& error) { return out << error.description(); }

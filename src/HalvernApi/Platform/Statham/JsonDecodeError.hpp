@@ -47,7 +47,7 @@ class HALVERNAPI_EXPORT JsonDecodeError {
 
  private:
   struct Node;
-  explicit JsonDecodeError(std::shared_ptr<const Node> node);
+  explicit JsonDecodeError(Node node);
   void describe(const std::string& path, std::string& out) const;
 
   std::shared_ptr<const Node> node_;

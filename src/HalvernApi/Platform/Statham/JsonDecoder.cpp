@@ -13,8 +13,4 @@ const JsonValue* JsonDecoder::find(std::string_view key) {
   return next_ != object_->end() ? &(next_++)->value() : nullptr;
 }
 
-void JsonDecoder::fileError(std::string_view key, JsonDecodeError error) {
-  errors_.push_back({std::string(key), std::move(error)});
-}
-
 }  // namespace HalvernApi::Statham

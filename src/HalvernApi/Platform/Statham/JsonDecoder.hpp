@@ -3,7 +3,6 @@
 #pragma once
 
 #include <boost/json/object.hpp>
-#include <utility>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
@@ -19,15 +18,15 @@ class HALVERNAPI_EXPORT JsonDecoder {
   template <class F>
   auto required(std::string_view key, F decode) {
     const JsonValue* const value = find(key);
-    return file(key, value != nullptr ? decode(*value) : missing<F>());
+    if (value != nullptr) return file(key, decode(*value));
+    return file<DecodedBy<F>>(key, Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::missingKey()));
   }
 
   // `decode` maps a JSON value to a Decoded<std::optional<T>>. Present and empty when the key is missing or null.
   template <class F>
   auto optional(std::string_view key, F decode) {
-    using Value = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
     const JsonValue* const value = find(key);
-    return value != nullptr ? file(key, decode(*value)) : std::optional<Value>(Value());
+    return value != nullptr ? file(key, decode(*value)) : std::optional<DecodedBy<F>>(std::in_place);
   }
 
   const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }
@@ -36,17 +35,11 @@ class HALVERNAPI_EXPORT JsonDecoder {
   explicit JsonDecoder(const JsonObject& object) : object_(&object), next_(object.begin()) {}
 
   const JsonValue* find(std::string_view key);
-  void fileError(std::string_view key, JsonDecodeError error);
-
-  template <class F>
-  static std::invoke_result_t<F&, const JsonValue&> missing() {
-    return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::missingKey());
-  }
 
   template <class T>
   std::optional<T> file(std::string_view key, Decoded<T> decoded) {
     if (decoded) return *std::move(decoded);
-    fileError(key, std::move(decoded).error());
+    errors_.push_back({std::string(key), std::move(decoded).error()});
     return std::nullopt;
   }
 

@@ -20,6 +20,8 @@ using Foundation::Unexpected;
 
 namespace {
 
+constexpr int maxDepth = 512;  // arrays and objects inside one another
+
 // Memory for the values of one text: a block in front of the heap, which a thread uses for one text after the other. It
 // goes with the last value that stands in it, so values may be kept, copied and dropped as on the heap; any thread.
 class Memory final : public boost::json::memory_resource {
@@ -158,7 +160,7 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
   if (constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; text.starts_with(byteOrderMark))
     text.remove_prefix(byteOrderMark.size());
   boost::json::parse_options options;
-  options.max_depth = 512;
+  options.max_depth = maxDepth;
 #if BOOST_VERSION >= 108200
   options.numbers = boost::json::number_precision::precise;
 #endif
@@ -173,91 +175,75 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
 
 namespace {
 
-// Writes into `out`; the first fault ends it.
-class Writer {
- public:
-  bool value(const JsonValue& json, int depth = 0);
-  bool object(const JsonObject& object, int depth);
+// Writes into `out`, until the first fault.
+struct Writer {
+  std::string out{};
+  std::string fault{};
 
-  std::string out;
-  std::string fault;
+  bool object(const JsonObject& object, int depth) {
+    return list('{', '}', object, [&](const boost::json::key_value_pair& member) {
+      return string(member.key()) && append(":") && value(member.value(), depth);
+    });
+  }
 
- private:
-  bool string(std::string_view text);
-  bool number(double value);
-  template <class Integer>
-  bool integer(Integer value);
-  template <class Range, class Write>
-  bool list(char open, char close, const Range& range, Write write);
-  bool fail(std::string_view why);
-};
-
-bool Writer::fail(std::string_view why) {
-  fault = why;
-  return false;
-}
-
-bool Writer::string(std::string_view text) {
-  const auto plain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
-  if (std::all_of(text.begin(), text.end(), plain)) {  // as nearly every text is
-    ((out += '"') += text) += '"';
+  bool value(const JsonValue& json, int depth) {
+    if (depth > maxDepth) return fail("values are nested too deeply");
+    switch (json.kind()) {
+      case boost::json::kind::null: return append("null");
+      case boost::json::kind::bool_: return append(json.get_bool() ? "true" : "false");
+      case boost::json::kind::int64: return append(std::to_string(json.get_int64()));
+      case boost::json::kind::uint64: return append(std::to_string(json.get_uint64()));
+      case boost::json::kind::double_: return number(json.get_double());
+      case boost::json::kind::string: return string(json.get_string());
+      case boost::json::kind::object: return object(json.get_object(), depth + 1);
+      case boost::json::kind::array:
+        return list('[', ']', json.get_array(), [&](const JsonValue& element) { return value(element, depth + 1); });
+    }
     return true;
   }
-  if (!Foundation::isUtf8(text)) return fail("a text is not UTF-8");
-  boost::json::serializer escaper;
-  escaper.reset(boost::json::string_view(text));
-  std::array<char, 1024> block;
-  while (!escaper.done()) out += std::string_view(escaper.read(block.data(), block.size()));
-  return true;
-}
 
-bool Writer::number(double value) {
-  if (!std::isfinite(value)) return fail("a number is not finite");
-  std::array<char, 400> digits;  // the longest, the smallest double, takes some 330
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr;
-  out.append(digits.data(), end);
-  return true;
-}
-
-template <class Integer>
-bool Writer::integer(Integer value) {
-  out += std::to_string(value);
-  return true;
-}
-
-template <class Range, class Write>
-bool Writer::list(char open, char close, const Range& range, Write write) {
-  out += open;
-  bool first = true;
-  for (const auto& entry : range) {
-    if (!std::exchange(first, false)) out += ',';
-    if (!write(entry)) return false;
+ private:
+  bool fail(std::string_view why) {
+    fault = why;
+    return false;
   }
-  out += close;
-  return true;
-}
 
-bool Writer::object(const JsonObject& object, int depth) {
-  return list('{', '}', object, [&](const boost::json::key_value_pair& member) {
-    return string(member.key()) && (out += ':', value(member.value(), depth));
-  });
-}
-
-bool Writer::value(const JsonValue& json, int depth) {
-  if (depth > 512) return fail("values are nested too deeply");
-  switch (json.kind()) {
-    case boost::json::kind::null: out += "null"; return true;
-    case boost::json::kind::bool_: out += json.get_bool() ? "true" : "false"; return true;
-    case boost::json::kind::int64: return integer(json.get_int64());
-    case boost::json::kind::uint64: return integer(json.get_uint64());
-    case boost::json::kind::double_: return number(json.get_double());
-    case boost::json::kind::string: return string(json.get_string());
-    case boost::json::kind::object: return object(json.get_object(), depth + 1);
-    case boost::json::kind::array:
-      return list('[', ']', json.get_array(), [&](const JsonValue& element) { return value(element, depth + 1); });
+  bool append(std::string_view text) {
+    out += text;
+    return true;
   }
-  return true;
-}
+
+  bool string(std::string_view text) {
+    const auto plain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
+    if (std::all_of(text.begin(), text.end(), plain))  // as nearly every text is
+      return append("\"") && append(text) && append("\"");
+    if (!Foundation::isUtf8(text)) return fail("a text is not UTF-8");
+    boost::json::serializer escaper;
+    escaper.reset(boost::json::string_view(text));
+    std::array<char, 1024> block;
+    while (!escaper.done()) out += std::string_view(escaper.read(block.data(), block.size()));
+    return true;
+  }
+
+  bool number(double value) {
+    if (!std::isfinite(value)) return fail("a number is not finite");
+    std::array<char, 400> digits;  // the longest, the smallest double, takes some 330
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr;
+    return append({digits.data(), static_cast<std::size_t>(end - digits.data())});
+  }
+
+  template <class Range, class Write>
+  bool list(char open, char close, const Range& range, Write write) {
+    out += open;
+    bool first = true;
+    for (const auto& entry : range) {
+      if (!std::exchange(first, false)) out += ',';
+      if (!write(entry)) return false;
+    }
+    out += close;
+    return true;
+  }
+};
 
 }  // namespace
 
