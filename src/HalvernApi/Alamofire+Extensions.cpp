@@ -4,7 +4,6 @@
 
 #include "HalvernApi/Environment.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
-#include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 namespace HalvernApi {
 namespace {

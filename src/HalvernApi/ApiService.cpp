@@ -5,7 +5,6 @@
 
 #include "HalvernApi/Alamofire+Extensions.hpp"
 #include "HalvernApi/Extensions/Date+JsonGen.hpp"
-#include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 namespace HalvernApi {
 namespace {

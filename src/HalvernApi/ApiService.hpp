@@ -5,12 +5,6 @@
 // none blocks, checks its arguments or fails itself. The promise fails with what went wrong; see Error.
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "HalvernApi/Audiogram.hpp"
 #include "HalvernApi/AuthenticationResponse.hpp"
 #include "HalvernApi/Error.hpp"

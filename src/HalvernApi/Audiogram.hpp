@@ -1,11 +1,6 @@
 // One hearing measurement of one ear, to be sent for a fitting configuration. Immutable values: any thread.
 #pragma once
 
-#include <cstdint>
-#include <iosfwd>
-#include <string>
-#include <vector>
-
 #include "HalvernApi/DeviceOrientation.hpp"
 
 namespace HalvernApi {

@@ -3,10 +3,6 @@
 // and `refreshToken` to `relogin`.
 #pragma once
 
-#include <iosfwd>
-#include <optional>
-#include <string>
-
 #include "HalvernApi/Platform/Foundation/Date.hpp"
 #include "HalvernApi/Sex.hpp"
 

@@ -3,11 +3,6 @@
 #pragma once
 
 #include <functional>
-#include <iosfwd>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <variant>
 
 #include "HalvernApi/Platform/Promissum/Responses.hpp"
 

@@ -2,12 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {

@@ -1,9 +1,6 @@
 // The answer to a request for a password reset. An immutable value: any thread.
 #pragma once
 
-#include <iosfwd>
-
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {

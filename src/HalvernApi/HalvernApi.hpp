@@ -7,6 +7,5 @@
 #include "HalvernApi/ErrorCodeResponse.hpp"
 #include "HalvernApi/Extensions/Date+JsonGen.hpp"
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
-#include "HalvernApi/Platform/Promissum/PromiseSource.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecoder.hpp"
 #include "HalvernApi/Request.hpp"

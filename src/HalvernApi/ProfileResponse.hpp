@@ -1,12 +1,7 @@
 // The fitting configurations that the service makes from audiograms, one for each ear. An immutable value: any thread.
 #pragma once
 
-#include <iosfwd>
-#include <optional>
-#include <string>
-
 #include "HalvernApi/Platform/Foundation/Data.hpp"
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {
@@ -22,8 +17,10 @@ class HALVERNAPI_EXPORT ConfigurationResponse {
 
   // The bytes for the hearing aid, decoded anew by each call. Absent when there is no configuration for that ear, and
   // likewise when its text is not Base64.
-  std::optional<Data> leftData() const;
-  std::optional<Data> rightData() const;
+  std::optional<Data> leftData() const { return leftConfiguration_ ? decodeBase64(*leftConfiguration_) : std::nullopt; }
+  std::optional<Data> rightData() const {
+    return rightConfiguration_ ? decodeBase64(*rightConfiguration_) : std::nullopt;
+  }
 
   static Expected<ConfigurationResponse, JsonDecodeError> decodeJson(const JsonValue& json);
   JsonObject encodeJson() const;

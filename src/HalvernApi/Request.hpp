@@ -3,7 +3,7 @@
 
 #include <concepts>
 
-#include "HalvernApi/Platform/Alamofire/Request.hpp"
+#include "HalvernApi/Platform/Alamofire/SessionManager.hpp"
 
 namespace HalvernApi {
 

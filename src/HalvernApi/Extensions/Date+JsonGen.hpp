@@ -3,7 +3,6 @@
 #pragma once
 
 #include "HalvernApi/Platform/Foundation/Date.hpp"
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {

@@ -5,8 +5,6 @@
 #include <curl/curl.h>
 
 #include <memory>
-#include <string>
-#include <string_view>
 
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
 

@@ -50,7 +50,3 @@ bool consistsOf(std::string_view text, std::string_view marks);
 std::string_view headerFault(const HTTPHeaders& headers);
 
 }  // namespace HalvernApi::Alamofire
-
-namespace HalvernApi {
-using Alamofire::HTTPHeaders;
-}  // namespace HalvernApi

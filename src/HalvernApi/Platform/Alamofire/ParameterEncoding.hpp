@@ -1,8 +1,6 @@
 // How the parameters of a request become part of it.
 #pragma once
 
-#include <optional>
-
 #include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
 #include "HalvernApi/Platform/Statham/Json.hpp"
@@ -28,8 +26,3 @@ class HALVERNAPI_EXPORT JSONEncoding final : public ParameterEncoding {
 };
 
 }  // namespace HalvernApi::Alamofire
-
-namespace HalvernApi {
-using Alamofire::JSONEncoding;
-using Alamofire::ParameterEncoding;
-}  // namespace HalvernApi

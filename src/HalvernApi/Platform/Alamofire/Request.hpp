@@ -1,10 +1,6 @@
 // A request that was started, and the answer that it comes to. Every member may be called from any thread.
 #pragma once
 
-#include <atomic>
-#include <functional>
-#include <memory>
-
 #include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
 #include "HalvernApi/Platform/Promissum/Promise.hpp"
 #include "HalvernApi/Platform/Promissum/Responses.hpp"
@@ -109,9 +105,3 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
 };
 
 }  // namespace HalvernApi::Alamofire
-
-namespace HalvernApi {
-using Alamofire::DataRequest;
-using Alamofire::DefaultDataResponse;
-using Alamofire::Request;
-}  // namespace HalvernApi

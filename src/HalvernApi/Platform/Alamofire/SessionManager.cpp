@@ -4,7 +4,6 @@
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
 #include "HalvernApi/Platform/Alamofire/Transport.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
-#include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 
 namespace HalvernApi::Alamofire {
 

@@ -6,8 +6,6 @@
 // there.
 #pragma once
 
-#include <memory>
-
 #include "HalvernApi/Platform/Alamofire/ParameterEncoding.hpp"
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 #include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
@@ -42,5 +40,13 @@ class HALVERNAPI_EXPORT SessionManager {
 }  // namespace HalvernApi::Alamofire
 
 namespace HalvernApi {
+using Alamofire::DataRequest;
+using Alamofire::DefaultDataResponse;
+using Alamofire::HTTPHeaders;
+using Alamofire::HTTPMethod;
+using Alamofire::JSONEncoding;
+using Alamofire::ParameterEncoding;
+using Alamofire::Request;
 using Alamofire::SessionManager;
+using Alamofire::URLRequest;
 }  // namespace HalvernApi

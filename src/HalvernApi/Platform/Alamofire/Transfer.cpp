@@ -59,11 +59,9 @@ ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), secure(isHttps(tex
   if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
 }
 
-std::unique_ptr<Transfer> Transfer::make(TransferContext& context) try {
+std::unique_ptr<Transfer> Transfer::make(TransferContext& context) {
   std::unique_ptr<Transfer> transfer(new Transfer(context));
   return transfer->setSharedOptions() ? std::move(transfer) : nullptr;
-} catch (const std::bad_alloc&) {
-  return nullptr;
 }
 
 Transfer& Transfer::of(CURL* easy) {
@@ -77,29 +75,27 @@ bool Transfer::setSharedOptions() {
   easy_.reset(curl_easy_init());
   CURL* const easy = easy_.get();
   if (easy == nullptr) return false;
-  curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+  for (const CURLoption data :
+       {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_PREREQDATA})
+    curl_easy_setopt(easy, data, static_cast<void*>(this));
+  for (const CURLoption data : {CURLOPT_OPENSOCKETDATA, CURLOPT_CLOSESOCKETDATA})
+    curl_easy_setopt(easy, data, static_cast<void*>(&context_.sockets));
+  // The third: do not wait for a name that is being looked up.
+  for (const CURLoption flag :
+       {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
+    curl_easy_setopt(easy, flag, 1L);
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, words_.data());
   if (remembersFreedHeaders()) curl_easy_setopt(easy, CURLOPT_HEADER, 1L);  // to see them first, in onBody
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
-  curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
-  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
   curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onRequest);
-  curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
-  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &context_.sockets);
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
-  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, &context_.sockets);
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");  // decode all that this libcurl can
   const bool http2 = !configuration.proxyUrl || mayTunnelHttp2();
   curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, http2 ? long{CURL_HTTP_VERSION_2TLS} : long{CURL_HTTP_VERSION_1_1});
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // do not wait for a name that is being looked up
-  curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   // Names with several addresses: libcurl leaves each a share of this.
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                    static_cast<long>(std::max(bounded(configuration.timeoutIntervalForRequest).count(),

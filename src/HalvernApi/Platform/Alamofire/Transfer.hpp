@@ -4,8 +4,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
-#include <vector>
 
 #include "HalvernApi/Platform/Alamofire/Curl.hpp"
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
@@ -39,7 +37,7 @@ struct TransferContext {
 
 class Transfer {
  public:
-  // Null when there is no memory.
+  // Null when libcurl has no memory; may throw std::bad_alloc, as `begin` may.
   static std::unique_ptr<Transfer> make(TransferContext& context);
   // The one whose handle libcurl names.
   static Transfer& of(CURL* easy);

@@ -40,13 +40,12 @@ struct Transport::Exchange final : DataRequest, ListHook {
            std::weak_ptr<Transport> itsTransport)
       : DataRequest(std::move(request), std::move(queue), maxJsonBytes), transport(std::move(itsTransport)) {}
 
-  std::shared_ptr<Exchange> shared() { return std::static_pointer_cast<Exchange>(shared_from_this()); }
   std::shared_ptr<Cancellable> cancelOrDelegate() override {
-    if (const auto its = transport.lock()) its->cancel(shared());
+    if (const auto its = transport.lock())
+      its->send({Command::Kind::cancel, std::static_pointer_cast<Exchange>(shared_from_this())});
     return nullptr;
   }
-  bool settle(DefaultDataResponse answer) { return answer_->settleQuietly(std::move(answer)); }
-  Foundation::Task::Pointer task() const { return answer_; }
+  using DataRequest::answer_;
   const URLRequest& current() const { return redirected ? *redirected : *request(); }
   bool inFlight() const { return self != nullptr; }
 
@@ -79,19 +78,21 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
       std::move(request), leftBehind() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
   if (!error) error = loadingFault(exchange->request()->url);
   if (!error) error = proxyFault_;
-  if (!error) error = enqueue(exchange);
-  if (error) exchange->settle({{}, {}, std::move(error)});  // nobody can have attached anything yet
+  if (!error) error = send({Command::Kind::start, exchange});
+  if (error)
+    exchange->answer_->settleQuietly(
+        DefaultDataResponse{{}, {}, std::move(error)});  // nobody can have attached anything yet
   return exchange;
 }
 
-std::optional<NSError> Transport::enqueue(const std::shared_ptr<Exchange>& exchange) {
+std::optional<NSError> Transport::send(Command command) {
   if (leftBehind() || Foundation::ProcessExit::begun()) return cancelled();
   bool asleep = false;
   {
     const std::lock_guard lock(mutex_);
     if (stopping_) return cancelled();
     if (auto error = ensureThreads()) return error;
-    inbox_.push_back({Command::Kind::start, exchange});
+    inbox_.push_back(std::move(command));
     asleep = std::exchange(asleep_, false);
   }
   if (asleep) wake();
@@ -116,17 +117,6 @@ std::optional<NSError> Transport::ensureThreads() {
   started_ = thread_.start([self = shared_from_this()] { self->run(); });
   if (!started_) return posixError(EAGAIN);
   return std::nullopt;
-}
-
-void Transport::cancel(const std::shared_ptr<Exchange>& exchange) {
-  if (leftBehind()) return;
-  bool asleep = false;
-  {
-    const std::lock_guard lock(mutex_);
-    inbox_.push_back({Command::Kind::cancel, exchange});
-    asleep = std::exchange(asleep_, false);
-  }
-  if (asleep) wake();
 }
 
 void Transport::wake() {
@@ -198,32 +188,26 @@ bool Transport::beginWaiting() {
     Exchange& exchange = waiting_.front();
     waiting_.pop_front();
     active_.push_back(exchange);
-    begun |= beginAgain(exchange);
+    begun |= begin(exchange);
   }
   return begun;
 }
 
-// False when the exchange has ended instead.
-bool Transport::beginAgain(Exchange& exchange) {
-  if (begin(exchange)) return true;
-  finish(exchange, {{}, {}, posixError(ENOMEM)});
-  return false;
-}
-
-// False when there is no memory.
-bool Transport::begin(Exchange& exchange) try {
+// Not for the first time when the exchange has a transfer. False when it has ended instead, for want of memory.
+bool Transport::begin(Exchange& exchange) {
   if (exchange.transfer) recycle(std::move(exchange.transfer));
-  if (pool_.empty()) {
-    exchange.transfer = Transfer::make(context_);
-  } else {
+  try {
+    if (pool_.empty()) pool_.push_back(Transfer::make(context_));
     exchange.transfer = std::move(pool_.back());
     pool_.pop_back();
+    if (exchange.transfer) {
+      ++activeCount_;
+      exchange.transfer->owner = &exchange;
+      if (exchange.transfer->begin(multi_.get(), exchange.current(), parsed(exchange.current().url))) return true;
+    }
+  } catch (const std::bad_alloc&) {
   }
-  if (!exchange.transfer) return false;
-  ++activeCount_;
-  exchange.transfer->owner = &exchange;
-  return exchange.transfer->begin(multi_.get(), exchange.current(), parsed(exchange.current().url));
-} catch (const std::bad_alloc&) {
+  finish(exchange, {{}, {}, posixError(ENOMEM)});
   return false;
 }
 
@@ -249,7 +233,7 @@ void Transport::reap() {
 
 void Transport::complete(Exchange& exchange, CURLcode result) {
   if (exchange.transfer->foundStaleConnection()) {
-    beginAgain(exchange);
+    begin(exchange);
     return;
   }
   DefaultDataResponse answer = exchange.transfer->outcome(result);
@@ -259,7 +243,7 @@ void Transport::complete(Exchange& exchange, CURLcode result) {
       recycle(std::move(exchange.transfer));  // before what it refers to goes
       exchange.redirected = std::move(next);
       exchange.heard = context_.now;
-      beginAgain(exchange);
+      begin(exchange);
       return;
     }
     if (next) answer.error = urlError(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end.");
@@ -271,7 +255,7 @@ void Transport::finish(Exchange& exchange, DefaultDataResponse answer) {
   const std::shared_ptr<Exchange> finished = std::move(exchange.self);
   exchange.unlink();
   if (exchange.transfer) recycle(std::move(exchange.transfer));
-  if (exchange.settle(std::move(answer))) finished_.push(exchange.task());
+  if (exchange.answer_->settleQuietly(std::move(answer))) finished_.push(exchange.answer_);
 }
 
 void Transport::handOver() {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <boost/intrusive/list.hpp>
-#include <mutex>
 
 #include "HalvernApi/Platform/Alamofire/Transfer.hpp"
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
@@ -33,9 +32,9 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
                                            boost::intrusive::constant_time_size<false>>;
 
-  std::optional<Foundation::NSError> enqueue(const std::shared_ptr<Exchange>& exchange);
+  // The error says why nobody will look at `command`.
+  std::optional<Foundation::NSError> send(Command command);
   std::optional<Foundation::NSError> ensureThreads();
-  void cancel(const std::shared_ptr<Exchange>& exchange);
   void wake();
   bool leftBehind() const { return Foundation::forkCount() != forkCount_; }
 
@@ -48,7 +47,6 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
   void complete(Exchange& exchange, CURLcode result);
-  bool beginAgain(Exchange& exchange);
   void recycle(std::unique_ptr<Transfer> transfer);
   void finish(Exchange& exchange, DefaultDataResponse answer);
   void expire();

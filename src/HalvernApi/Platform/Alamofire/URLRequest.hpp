@@ -2,9 +2,16 @@
 #pragma once
 
 #include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
-#include "HalvernApi/Platform/Alamofire/HTTPMethod.hpp"
 
 namespace HalvernApi::Alamofire {
+
+enum class HTTPMethod { get, head, post, put, patch, delete_ };
+
+// As it stands in the request line.
+constexpr std::string_view rawValue(HTTPMethod method) {
+  constexpr std::string_view names[] = {"GET", "HEAD", "POST", "PUT", "PATCH", "DELETE"};
+  return names[static_cast<std::size_t>(method)];
+}
 
 struct URLRequest {
   std::string url;  // never rewritten: goes out as it was given
@@ -14,7 +21,3 @@ struct URLRequest {
 };
 
 }  // namespace HalvernApi::Alamofire
-
-namespace HalvernApi {
-using Alamofire::URLRequest;
-}  // namespace HalvernApi

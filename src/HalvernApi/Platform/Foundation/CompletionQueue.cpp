@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <map>
-#include <utility>
 #include <vector>
 
 namespace HalvernApi::Foundation {

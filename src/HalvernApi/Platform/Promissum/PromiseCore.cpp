@@ -1,7 +1,6 @@
 #include "HalvernApi/Platform/Promissum/PromiseCore.hpp"
 
 #include <cassert>
-#include <utility>
 
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 

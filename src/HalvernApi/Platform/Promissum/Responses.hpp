@@ -1,7 +1,6 @@
 // What a promise of a decoded answer comes to: plain values.
 #pragma once
 
-#include <optional>
 #include <variant>
 
 #include "HalvernApi/Platform/Foundation/Data.hpp"

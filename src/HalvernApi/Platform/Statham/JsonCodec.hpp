@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi::Statham {

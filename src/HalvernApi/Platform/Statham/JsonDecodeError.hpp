@@ -1,13 +1,13 @@
 // Why a JSON value is not what a decoder expects, nested as the data is. An immutable value, cheap to copy: any thread.
 #pragma once
 
-#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Foundation/Export.hpp"
 #include "HalvernApi/Platform/Statham/Json.hpp"
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "HalvernApi/Platform/Foundation/Data.hpp"
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 namespace HalvernApi::Statham {

@@ -4,13 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <iosfwd>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <type_traits>
 
-#include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi::Statham {
