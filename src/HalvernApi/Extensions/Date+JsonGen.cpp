@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
@@ -24,6 +25,8 @@ void refreshTimeZone() {
     now = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count();
     if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
+  static std::mutex mutex;  // the C library has one, too, of which ThreadSanitizer knows nothing
+  const std::lock_guard lock(mutex);
   ::tzset();
   lastLook.store(now, std::memory_order_relaxed);
 }

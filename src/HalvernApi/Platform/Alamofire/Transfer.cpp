@@ -132,6 +132,8 @@ void Transfer::setHeaders(const URLRequest& request) {
 bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url) {
   CURL* const easy = easy_.get();
   answer_ = {};
+  refusal_.reset();
+  ++context_.unsent;
   headerBytes_ = 0;
   headerLines_ = 0;
   sentBytes_ = 0;
@@ -165,25 +167,28 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
 
 void Transfer::end(CURLM* multi) {
   curl_multi_remove_handle(multi, easy_.get());
+  if (!sent_) --context_.unsent;
   if (const auto socket = std::move(socket_)) --socket->users;
 }
 
-DefaultDataResponse Transfer::outcome(CURLcode result) {
+DefaultDataResponse Transfer::outcome(CURLcode result) try {
   CURL* const easy = easy_.get();
-  if (answer_.error) return std::move(answer_);
   if (answer_.response) {
     char* contentType = nullptr;
     curl_easy_getinfo(easy, CURLINFO_CONTENT_TYPE, &contentType);
     if (contentType != nullptr) answer_.response->contentType = contentType;
   }
-  if (result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
-    // libcurl's word for a header line that is longer than it takes.
-    refuse(urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders));
+  if (!refusal_ && result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
+    refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);  // libcurl's word for too long a header line
+  else if (!refusal_ && result == CURLE_OK && !answer_.response)
+    refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
+  if (refusal_)
+    answer_.error = refusal_->words.empty() ? posixError(ENOMEM) : urlError(refusal_->code, refusal_->words);
   else if (result != CURLE_OK)
-    refuse(errorOf(easy, result, words_.data()));
-  else if (!answer_.response)
-    refuse(urlError(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers."));
+    answer_.error = errorOf(easy, result, words_.data());
   return std::move(answer_);
+} catch (const std::bad_alloc&) {
+  return {{}, {}, posixError(ENOMEM)};
 }
 
 std::string Transfer::redirectTarget() const {
@@ -192,19 +197,22 @@ std::string Transfer::redirectTarget() const {
   return target != nullptr ? target : "";
 }
 
-void Transfer::refuse(Foundation::NSError error) { answer_.error = std::move(error); }
-
 // Called when a request is about to go out over a connection, anew for each one that libcurl tries.
-int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int localPort) {
+int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int localPort) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
-  if (std::exchange(self.sent_, true)) {
-    self.refuse(urlError(Foundation::NSURLErrorNetworkConnectionLost,
-                         "The connection was lost before an answer came; the server may have seen the request."));
+  if (self.sent_) {
+    self.refuse(Foundation::NSURLErrorNetworkConnectionLost,
+                "The connection was lost before an answer came; the server may have seen the request.");
     return CURL_PREREQFUNC_ABORT;
   }
+  self.sent_ = true;
+  --self.context_.unsent;
   self.socket_ = self.context_.sockets.use(peer, peerPort, localPort);
   self.foundStaleConnection_ = !self.socket_;
   return self.socket_ ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+} catch (const std::bad_alloc&) {
+  static_cast<Transfer*>(transfer)->refuse(Foundation::NSURLErrorUnknown, {});
+  return CURL_PREREQFUNC_ABORT;
 }
 
 std::size_t Transfer::onHeader(char* data, std::size_t, std::size_t count, void* transfer) {
@@ -214,7 +222,7 @@ std::size_t Transfer::onHeader(char* data, std::size_t, std::size_t count, void*
   self.headerBytes_ += count;
   self.headerLines_ = line.starts_with("HTTP/") ? 1 : self.headerLines_ + 1;
   if (self.headerBytes_ > maxHeaderBytes) {
-    self.refuse(urlError(Foundation::NSURLErrorBadServerResponse, tooManyHeaders));
+    self.refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
     return 0;
   }
   if (line == "\r\n" || line == "\n") {
@@ -233,7 +241,7 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t count, void* t
   // memory.
   const bool continues = *data == ' ' || *data == '\t';
   if (self.headerLines_ != 1 || !continues) return count;
-  self.refuse(urlError(Foundation::NSURLErrorBadServerResponse, "The first header continues none."));
+  self.refuse(Foundation::NSURLErrorBadServerResponse, "The first header continues none.");
   return 0;
 }
 
@@ -242,7 +250,7 @@ bool Transfer::append(std::string_view bytes) {
   if (!answer_.data) answer_.data.emplace();
   Foundation::Data& body = *answer_.data;
   if (bytes.size() > maxSize - body.size()) {
-    refuse(urlError(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be."));
+    refuse(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
     answer_.data.reset();
     return false;
   }
@@ -259,7 +267,7 @@ bool Transfer::append(std::string_view bytes) {
     body.insert(body.end(), first, first + bytes.size());
     return true;
   } catch (const std::bad_alloc&) {
-    refuse(posixError(ENOMEM));
+    refuse(Foundation::NSURLErrorUnknown, {});
     return false;
   }
 }

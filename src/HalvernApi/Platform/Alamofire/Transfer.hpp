@@ -33,6 +33,7 @@ struct TransferContext {
   Foundation::URLSessionConfiguration configuration;
   Sockets sockets{};
   Clock::time_point now{};  // when libcurl was last called
+  int unsent = 0;           // transfers whose requests have not gone out
 };
 
 class Transfer {
@@ -66,7 +67,8 @@ class Transfer {
 
   bool setSharedOptions();
   void setHeaders(const URLRequest& request);
-  void refuse(Foundation::NSError error);
+  // For callbacks, which run between libcurl's own functions: allocates nothing, as throws nothing.
+  void refuse(Foundation::NSURLError code, std::string_view words) { refusal_ = {code, words}; }
   bool append(std::string_view bytes);
 
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
@@ -76,7 +78,12 @@ class Transfer {
 
   TransferContext& context_;
   // Of the exchange.
-  DefaultDataResponse answer_;  // so far; with an error when a callback has refused to go on
+  DefaultDataResponse answer_;  // so far
+  struct Refusal {
+    Foundation::NSURLError code;
+    std::string_view words;  // a literal; none when there was no memory
+  };
+  std::optional<Refusal> refusal_;  // when a callback has refused to go on
   std::size_t headerBytes_ = 0;
   int headerLines_ = 0;  // of the header block so far
   curl_off_t sentBytes_ = 0;

@@ -16,6 +16,7 @@ namespace {
 constexpr int maxRedirects = 16;
 constexpr std::size_t minActive = 100;  // enough to keep every connection busy; a transfer takes 12 KiB
 constexpr std::size_t minPoolSize = 64;
+constexpr std::size_t maxPoolSize = 1024;
 constexpr std::size_t maxParsedUrls = 16;
 constexpr std::size_t maxJsonFactor = 4;  // bytes of JSON values for a byte of the largest answer
 
@@ -68,6 +69,7 @@ Transport::Transport(const Foundation::URLSessionConfiguration& configuration, s
       maxJsonBytes_(maxJsonFactor * std::min(configuration.maximumResponseSize, SIZE_MAX / maxJsonFactor)),
       context_{configuration} {
   context_.configuration.completionQueue = nullptr;  // the queue has it, and decides when it goes
+  pool_.reserve(std::clamp(maxConnections_, minPoolSize, maxPoolSize));
 }
 
 Transport::~Transport() = default;
@@ -221,7 +223,7 @@ std::shared_ptr<const ParsedUrl> Transport::parsed(const std::string& url) {
 void Transport::recycle(std::unique_ptr<Transfer> transfer) {
   --activeCount_;
   transfer->end(multi_.get());
-  if (pool_.size() < std::max(maxConnections_, minPoolSize)) pool_.push_back(std::move(transfer));
+  if (pool_.size() < pool_.capacity()) pool_.push_back(std::move(transfer));
 }
 
 void Transport::reap() {
@@ -287,7 +289,9 @@ std::optional<Clock::time_point> Transport::expire(Exchanges& exchanges) {
 }
 
 void Transport::wait() {
-  constexpr std::chrono::milliseconds longest = std::chrono::hours(1);
+  // Some libcurls do not wait for the moment at which to try a host's next address.
+  const std::chrono::milliseconds longest =
+      context_.unsent > 0 ? std::chrono::milliseconds(250) : std::chrono::hours(1);
   context_.now = Clock::now();
   const auto rest = deadline_ ? std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - context_.now) : longest;
   {
