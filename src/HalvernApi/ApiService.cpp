@@ -15,9 +15,9 @@ using Body = std::initializer_list<std::pair<boost::json::string_view, boost::js
 Expected<Unit, JsonDecodeError> discard(const JsonValue&) { return Unit(); }
 
 template <class T>
-Promise<T, Error> post(const HttpApiService& service, std::string_view path, std::optional<Body> body,
-                       std::optional<std::string_view> accessToken,
-                       Expected<T, JsonDecodeError> (*decoder)(const JsonValue&)) {
+Promise<T, Error> post(const HttpApiService& service, std::string_view path,
+                       std::optional<std::string_view> accessToken, Decoded<T> (*decoder)(const JsonValue&),
+                       std::optional<Body> body = std::nullopt) {
   // URL and body go with this call; usual ones fit into this room.
   std::array<unsigned char, 2048> room;
   boost::json::monotonic_resource memory(room.data(), room.size());
@@ -42,54 +42,51 @@ HttpApiService::~HttpApiService() = default;
 Promise<AuthenticationResponse, Error> HttpApiService::login(std::string_view email, std::string_view password,
                                                              std::string_view appInstanceId,
                                                              std::string_view appInstanceName) {
-  return post(*this, "/api/v1/account/login",
+  return post(*this, "/api/v1/account/login", std::nullopt, AuthenticationResponse::decodeJson,
               Body{{"email", email},
                    {"password", password},
                    {"appInstanceId", appInstanceId},
-                   {"appInstanceName", appInstanceName}},
-              std::nullopt, AuthenticationResponse::decodeJson);
+                   {"appInstanceName", appInstanceName}});
 }
 
 Promise<AuthenticationResponse, Error> HttpApiService::relogin(std::string_view refreshToken,
                                                                std::string_view appInstanceId) {
-  return post(*this, "/api/v1/account/re-login", Body{{"refreshToken", refreshToken}, {"appInstanceId", appInstanceId}},
-              std::nullopt, AuthenticationResponse::decodeJson);
+  return post(*this, "/api/v1/account/re-login", std::nullopt, AuthenticationResponse::decodeJson,
+              Body{{"refreshToken", refreshToken}, {"appInstanceId", appInstanceId}});
 }
 
 Promise<AuthenticationResponse, Error> HttpApiService::register_(std::string_view email, std::string_view password,
                                                                  std::string_view confirmPassword,
                                                                  std::string_view appInstanceId,
                                                                  std::string_view appInstanceName) {
-  return post(*this, "/api/v1/account/register",
+  return post(*this, "/api/v1/account/register", std::nullopt, AuthenticationResponse::decodeJson,
               Body{{"email", email},
                    {"password", password},
                    {"confirmPassword", confirmPassword},
                    {"appInstanceId", appInstanceId},
-                   {"appInstanceName", appInstanceName}},
-              std::nullopt, AuthenticationResponse::decodeJson);
+                   {"appInstanceName", appInstanceName}});
 }
 
 Promise<AuthenticationResponse, Error> HttpApiService::authenticate(std::string_view withFacebookToken,
                                                                     std::string_view appInstanceId,
                                                                     std::string_view appInstanceName) {
-  return post(
-      *this, "/api/v1/account/authenticate-with-facebook",
-      Body{
-          {"facebookToken", withFacebookToken}, {"appInstanceId", appInstanceId}, {"appInstanceName", appInstanceName}},
-      std::nullopt, AuthenticationResponse::decodeJson);
+  return post(*this, "/api/v1/account/authenticate-with-facebook", std::nullopt, AuthenticationResponse::decodeJson,
+              Body{{"facebookToken", withFacebookToken},
+                   {"appInstanceId", appInstanceId},
+                   {"appInstanceName", appInstanceName}});
 }
 
 Promise<Unit, Error> HttpApiService::resendValidationEmail(std::string_view accessToken) {
-  return post(*this, "/api/v1/account/resend-confirmation-email", std::nullopt, accessToken, discard);
+  return post(*this, "/api/v1/account/resend-confirmation-email", accessToken, discard);
 }
 
 Promise<ForgotPasswordResponse, Error> HttpApiService::sendPasswordReset(std::string_view email) {
-  return post(*this, "/api/v1/account/forgot-password", Body{{"email", email}}, std::nullopt,
-              ForgotPasswordResponse::decodeJson);
+  return post(*this, "/api/v1/account/forgot-password", std::nullopt, ForgotPasswordResponse::decodeJson,
+              Body{{"email", email}});
 }
 
 Promise<ValidatedEmailResponse, Error> HttpApiService::checkIfValidated(std::string_view accessToken) {
-  return post(*this, "/api/v1/account/confirmed-email", std::nullopt, accessToken, ValidatedEmailResponse::decodeJson);
+  return post(*this, "/api/v1/account/confirmed-email", accessToken, ValidatedEmailResponse::decodeJson);
 }
 
 Promise<Unit, Error> HttpApiService::registerDevice(std::string_view appInstanceId, std::string_view productName,
@@ -98,27 +95,25 @@ Promise<Unit, Error> HttpApiService::registerDevice(std::string_view appInstance
                                                     std::string_view tube, DeviceOrientation orientation,
                                                     std::string_view accessToken) {
   return post(
-      *this, "/api/v1/account/register-hearing-aid",
+      *this, "/api/v1/account/register-hearing-aid", accessToken, discard,
       Body{{"appInstanceId", appInstanceId},
            {"hardwareVersion", hardwareVersion},
            {"firmwareVersion", firmwareVersion},
            {"productName", productName},
            {"orientation", orientation.rawValue()},
            {"tube", tube},
-           {"serialNumber", serialNumber ? JsonValue(boost::json::string_view(*serialNumber)) : JsonValue(nullptr)}},
-      accessToken, discard);
+           {"serialNumber", serialNumber ? JsonValue(boost::json::string_view(*serialNumber)) : JsonValue(nullptr)}});
 }
 
 Promise<ConfigurationResponse, Error> HttpApiService::profile(const std::vector<Audiogram>& audiograms,
                                                               std::string_view accessToken) {
-  return post(*this, "/api/v1/account/personalize-hearing-aids",
-              Body{{"aids", JsonCodec<std::vector<Audiogram>>::encodeJson(audiograms)}}, accessToken,
-              ConfigurationResponse::decodeJson);
+  return post(*this, "/api/v1/account/personalize-hearing-aids", accessToken, ConfigurationResponse::decodeJson,
+              Body{{"aids", JsonCodec<std::vector<Audiogram>>::encodeJson(audiograms)}});
 }
 
 Promise<Unit, Error> HttpApiService::update(Date birthdate, Sex sex, std::string_view accessToken) {
-  return post(*this, "/api/v1/account/age-and-sex",
-              Body{{"dateOfBirth", encodeDate(birthdate)}, {"sex", sex.rawValue()}}, accessToken, discard);
+  return post(*this, "/api/v1/account/age-and-sex", accessToken, discard,
+              Body{{"dateOfBirth", encodeDate(birthdate)}, {"sex", sex.rawValue()}});
 }
 
 }  // namespace HalvernApi

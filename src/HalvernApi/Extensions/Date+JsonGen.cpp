@@ -79,7 +79,7 @@ std::optional<Date> parse(std::string_view text) {
 
 }  // namespace
 
-Expected<Date, JsonDecodeError> decodeDate(const JsonValue& json) {
+Decoded<Date> decodeDate(const JsonValue& json) {
   if (const boost::json::string* const text = json.if_string())
     if (const auto date = parse(std::string_view(text->data(), text->size()))) return *date;
   return Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate"));
@@ -94,7 +94,7 @@ std::string encodeDate(Date date) {
   return std::string(text.data(), static_cast<std::size_t>(size));
 }
 
-Expected<Date, JsonDecodeError> Statham::JsonCodec<Date>::decodeJson(const JsonValue& json) { return decodeDate(json); }
+Decoded<Date> Statham::JsonCodec<Date>::decodeJson(const JsonValue& json) { return decodeDate(json); }
 JsonValue Statham::JsonCodec<Date>::encodeJson(Date date) {
   return JsonCodec<std::string>::encodeJson(encodeDate(date));
 }

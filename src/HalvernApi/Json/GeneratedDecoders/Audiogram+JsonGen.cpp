@@ -19,14 +19,10 @@ constexpr Statham::RecordCodec audiogramCodec("Audiogram",  //
 
 }  // namespace
 
-Expected<FrequencyVolumePair, JsonDecodeError> FrequencyVolumePair::decodeJson(const JsonValue& json) {
-  return pairCodec.decode(json);
-}
+Decoded<FrequencyVolumePair> FrequencyVolumePair::decodeJson(const JsonValue& json) { return pairCodec.decode(json); }
 JsonObject FrequencyVolumePair::encodeJson() const { return pairCodec.encode(*this); }
 
-Expected<Audiogram, JsonDecodeError> Audiogram::decodeJson(const JsonValue& json) {
-  return audiogramCodec.decode(json);
-}
+Decoded<Audiogram> Audiogram::decodeJson(const JsonValue& json) { return audiogramCodec.decode(json); }
 JsonObject Audiogram::encodeJson() const { return audiogramCodec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const Audiogram& audiogram) {

@@ -20,9 +20,7 @@ constexpr Statham::RecordCodec codec("AuthenticationResponse",  //
 
 }  // namespace
 
-Expected<AuthenticationResponse, JsonDecodeError> AuthenticationResponse::decodeJson(const JsonValue& json) {
-  return codec.decode(json);
-}
+Decoded<AuthenticationResponse> AuthenticationResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
 JsonObject AuthenticationResponse::encodeJson() const { return codec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const AuthenticationResponse& response) {

@@ -15,9 +15,7 @@ constexpr Statham::RecordCodec codec("ServerErrorResponse",  //
 
 }  // namespace
 
-Expected<ServerErrorResponse, JsonDecodeError> ServerErrorResponse::decodeJson(const JsonValue& json) {
-  return codec.decode(json);
-}
+Decoded<ServerErrorResponse> ServerErrorResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
 JsonObject ServerErrorResponse::encodeJson() const { return codec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ServerErrorResponse& response) {

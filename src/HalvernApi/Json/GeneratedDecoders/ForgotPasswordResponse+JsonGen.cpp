@@ -11,9 +11,7 @@ constexpr Statham::RecordCodec codec("ForgotPasswordResponse",
 
 }  // namespace
 
-Expected<ForgotPasswordResponse, JsonDecodeError> ForgotPasswordResponse::decodeJson(const JsonValue& json) {
-  return codec.decode(json);
-}
+Decoded<ForgotPasswordResponse> ForgotPasswordResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
 JsonObject ForgotPasswordResponse::encodeJson() const { return codec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ForgotPasswordResponse& response) {

@@ -21,9 +21,7 @@ void print(std::ostream& out, const std::optional<std::string>& text) {
 
 }  // namespace
 
-Expected<ConfigurationResponse, JsonDecodeError> ConfigurationResponse::decodeJson(const JsonValue& json) {
-  return codec.decode(json);
-}
+Decoded<ConfigurationResponse> ConfigurationResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
 JsonObject ConfigurationResponse::encodeJson() const { return codec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ConfigurationResponse& response) {

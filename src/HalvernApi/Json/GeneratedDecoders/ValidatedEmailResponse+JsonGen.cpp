@@ -11,9 +11,7 @@ constexpr Statham::RecordCodec codec("ValidatedEmailResponse",
 
 }  // namespace
 
-Expected<ValidatedEmailResponse, JsonDecodeError> ValidatedEmailResponse::decodeJson(const JsonValue& json) {
-  return codec.decode(json);
-}
+Decoded<ValidatedEmailResponse> ValidatedEmailResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
 JsonObject ValidatedEmailResponse::encodeJson() const { return codec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ValidatedEmailResponse& response) {

@@ -56,11 +56,11 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
     using Result = Foundation::Expected<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
     return decodedPromise<T>(
         std::move(decoder),
-        [](T value, const DefaultDataResponse& answer) -> Result {
-          return Promissum::SuccessResponse<T>{std::move(value), *answer.response};
+        [](T value, const DefaultDataResponse& answer) {
+          return Result(Promissum::SuccessResponse<T>{std::move(value), *answer.response});
         },
-        [](Promissum::ErrorResponse error) -> Result {
-          return Foundation::Unexpected<Promissum::ErrorResponse>(std::move(error));
+        [](Promissum::ErrorResponse error) {
+          return Result(Foundation::Unexpected<Promissum::ErrorResponse>(std::move(error)));
         });
   }
 

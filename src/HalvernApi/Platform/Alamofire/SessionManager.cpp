@@ -10,19 +10,10 @@ namespace HalvernApi::Alamofire {
 using Foundation::CompletionQueue;
 using Foundation::NSError;
 
-namespace {
-
-HTTPHeaders headersFrom(const std::map<std::string, std::string>& map) {
-  HTTPHeaders headers;
-  for (const auto& [name, value] : map) headers.set(name, value);
-  return headers;
-}
-
-}  // namespace
-
 SessionManager::SessionManager(const Foundation::URLSessionConfiguration& configuration)
-    : additionalHeaders_(headersFrom(configuration.httpAdditionalHeaders)),
-      transport_(std::make_shared<Transport>(configuration, CompletionQueue::on(configuration.completionQueue))) {}
+    : transport_(std::make_shared<Transport>(configuration, CompletionQueue::on(configuration.completionQueue))) {
+  for (const auto& [name, value] : configuration.httpAdditionalHeaders) additionalHeaders_.set(name, value);
+}
 
 SessionManager::~SessionManager() {
   Foundation::ProcessExit::noticeFromDestructor();

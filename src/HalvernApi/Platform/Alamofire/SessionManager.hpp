@@ -33,7 +33,7 @@ class HALVERNAPI_EXPORT SessionManager {
                                        const ParameterEncoding& encoding, HTTPHeaders headers);
 
  private:
-  const HTTPHeaders additionalHeaders_;
+  HTTPHeaders additionalHeaders_;  // unchanged after construction
   const std::shared_ptr<Transport> transport_;
 };
 

@@ -84,7 +84,7 @@ bool Transfer::setSharedOptions() {
   for (const CURLoption flag :
        {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
     curl_easy_setopt(easy, flag, 1L);
-  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, words_.data());
+  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorText_.data());
   if (remembersFreedHeaders()) curl_easy_setopt(easy, CURLOPT_HEADER, 1L);  // to see them first, in onBody
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
@@ -139,7 +139,7 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
   sentBytes_ = 0;
   sent_ = foundStaleConnection_ = false;
   lastActivity_ = {};
-  words_[0] = '\0';
+  errorText_[0] = '\0';
   setHeaders(request);
   if (url_ != url) {
     url_ = std::move(url);
@@ -185,7 +185,7 @@ DefaultDataResponse Transfer::outcome(CURLcode result) try {
   if (refusal_)
     answer_.error = refusal_->words.empty() ? posixError(ENOMEM) : urlError(refusal_->code, refusal_->words);
   else if (result != CURLE_OK)
-    answer_.error = errorOf(easy, result, words_.data());
+    answer_.error = errorOf(easy, result, errorText_.data());
   return std::move(answer_);
 } catch (const std::bad_alloc&) {
   return {{}, {}, posixError(ENOMEM)};

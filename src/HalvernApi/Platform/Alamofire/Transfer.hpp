@@ -57,7 +57,7 @@ class Transfer {
   std::string redirectTarget() const;
   // The connection turned out to be of no use before anything was sent over it: the request can begin again.
   bool foundStaleConnection() const { return foundStaleConnection_; }
-  // When libcurl last delivered something, or took a piece of a large body; long ago when it has not.
+  // When libcurl last delivered something, or took a piece of a large body; the clock's epoch when it has not.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
   void* owner = nullptr;  // whoever has begun it
@@ -95,7 +95,7 @@ class Transfer {
   std::shared_ptr<const ParsedUrl> url_;
   std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether it sends a body
   std::vector<curl_slist> headers_;                    // refer to the request's
-  std::array<char, CURL_ERROR_SIZE> words_{};
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
   CurlEasy easy_;  // last, so that it goes first: it refers to the others
 };
 

@@ -56,7 +56,7 @@ struct Transport::Exchange final : DataRequest, ListHook {
   std::optional<URLRequest> redirected;
   int redirects = 0;
   Clock::time_point started;
-  Clock::time_point heard;  // the last sign of life before the transfer
+  Clock::time_point heard;  // when it started or was last redirected; the transfer knows what was heard since
 };
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
@@ -81,9 +81,8 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
   if (!error) error = loadingFault(exchange->request()->url);
   if (!error) error = proxyFault_;
   if (!error) error = send({Command::Kind::start, exchange});
-  if (error)
-    exchange->answer_->settleQuietly(
-        DefaultDataResponse{{}, {}, std::move(error)});  // nobody can have attached anything yet
+  // Nobody can have attached anything yet.
+  if (error) exchange->answer_->settleQuietly(DefaultDataResponse{{}, {}, std::move(error)});
   return exchange;
 }
 
@@ -143,7 +142,7 @@ void Transport::run() {
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
     reap();
-    expire();
+    endOverdue();
     const bool begun = beginWaiting();
     handOver();
     if (!begun) wait();
@@ -230,10 +229,10 @@ void Transport::reap() {
   int left = 0;
   while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left))
     if (message->msg == CURLMSG_DONE)
-      complete(*static_cast<Exchange*>(Transfer::of(message->easy_handle).owner), message->data.result);
+      transferDone(*static_cast<Exchange*>(Transfer::of(message->easy_handle).owner), message->data.result);
 }
 
-void Transport::complete(Exchange& exchange, CURLcode result) {
+void Transport::transferDone(Exchange& exchange, CURLcode result) {
   if (exchange.transfer->foundStaleConnection()) {
     begin(exchange);
     return;
@@ -242,7 +241,7 @@ void Transport::complete(Exchange& exchange, CURLcode result) {
   if (!answer.error && answer.response->statusCode / 100 == 3) {
     auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
     if (next && ++exchange.redirects <= maxRedirects) {
-      recycle(std::move(exchange.transfer));  // before what it refers to goes
+      recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
       exchange.redirected = std::move(next);
       exchange.heard = context_.now;
       begin(exchange);
@@ -266,13 +265,13 @@ void Transport::handOver() {
 
 // Looks at the exchanges when the first of them may have run out of time, and finds out when that will be next: what
 // libcurl delivers moves limits only further away.
-void Transport::expire() {
+void Transport::endOverdue() {
   if (!deadline_ || context_.now < *deadline_) return;
-  const auto active = expire(active_), waiting = expire(waiting_);
+  const auto active = endOverdue(active_), waiting = endOverdue(waiting_);
   deadline_ = active && waiting ? std::min(active, waiting) : std::max(active, waiting);
 }
 
-std::optional<Clock::time_point> Transport::expire(Exchanges& exchanges) {
+std::optional<Clock::time_point> Transport::endOverdue(Exchanges& exchanges) {
   std::optional<Clock::time_point> next;
   for (auto at = exchanges.begin(); at != exchanges.end();) {
     Exchange& exchange = *at++;
@@ -290,16 +289,16 @@ std::optional<Clock::time_point> Transport::expire(Exchanges& exchanges) {
 
 void Transport::wait() {
   // Some libcurls do not wait for the moment at which to try a host's next address.
-  const std::chrono::milliseconds longest =
+  const std::chrono::milliseconds maxWait =
       context_.unsent > 0 ? std::chrono::milliseconds(250) : std::chrono::hours(1);
   context_.now = Clock::now();
-  const auto rest = deadline_ ? std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - context_.now) : longest;
+  const auto rest = deadline_ ? std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - context_.now) : maxWait;
   {
     const std::lock_guard lock(mutex_);
     asleep_ = inbox_.empty() && !stopping_;
     if (!asleep_) return;
   }
-  const int timeout = static_cast<int>(std::clamp(rest, std::chrono::milliseconds(0), longest).count());
+  const int timeout = static_cast<int>(std::clamp(rest, std::chrono::milliseconds(0), maxWait).count());
   if (curl_multi_poll(multi_.get(), nullptr, 0, timeout, nullptr) == CURLM_OK) return;
   // The system refuses to wait for sockets, for want of memory or descriptors: try again soon.
   std::unique_lock lock(mutex_);

@@ -14,8 +14,6 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Transport(const Foundation::URLSessionConfiguration& configuration,
             std::shared_ptr<Foundation::CompletionQueue> queue);
   ~Transport() override;
-  Transport(const Transport&) = delete;
-  Transport& operator=(const Transport&) = delete;
 
   // Any thread. A request with an `error` is answered with it and never reaches the network.
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
@@ -46,11 +44,11 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   bool begin(Exchange& exchange);
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
-  void complete(Exchange& exchange, CURLcode result);
+  void transferDone(Exchange& exchange, CURLcode result);
   void recycle(std::unique_ptr<Transfer> transfer);
   void finish(Exchange& exchange, DefaultDataResponse answer);
-  void expire();
-  std::optional<Clock::time_point> expire(Exchanges& exchanges);
+  void endOverdue();
+  std::optional<Clock::time_point> endOverdue(Exchanges& exchanges);
   void handOver();
   void wait();
 
@@ -64,15 +62,15 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   const std::size_t maxJsonBytes_;    // of one answer
 
   std::mutex mutex_;
-  std::vector<Command> inbox_;  // under mutex_
-  bool started_ = false;        // under mutex_
-  bool stopping_ = false;       // under mutex_
-  bool asleep_ = false;         // under mutex_
-  std::condition_variable changed_;
-  std::mutex joining_;         // held while the thread is joined
-  Foundation::Thread thread_;  // started under mutex_, joined under joining_
+  std::vector<Command> inbox_;       // under mutex_
+  bool started_ = false;             // under mutex_
+  bool stopping_ = false;            // under mutex_
+  bool asleep_ = false;              // under mutex_
+  std::condition_variable changed_;  // with mutex_
+  std::mutex joining_;               // held while the thread is joined
+  Foundation::Thread thread_;        // started under mutex_, joined under joining_
 
-  // The I/O thread, once it runs. The multi handle lives until nobody can wake it any more.
+  // The I/O thread, once it runs; but any thread may wake the multi handle, which therefore lives as long as this.
   TransferContext context_;
   CurlMulti multi_;
   std::vector<Command> taken_;
@@ -81,7 +79,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Exchanges waiting_;                                   // for a transfer, longest first
   Exchanges active_;
   std::size_t activeCount_ = 0;                // transfers that are not in the pool
-  std::optional<Clock::time_point> deadline_;  // none runs out earlier
+  std::optional<Clock::time_point> deadline_;  // no time limit ends before it
   Foundation::TaskList finished_;
 };
 

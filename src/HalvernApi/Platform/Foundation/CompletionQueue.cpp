@@ -26,13 +26,13 @@ void keepUntilTheEnd(Task::Pointer task) {
 struct CompletionQueue::State {
   std::mutex mutex;
   std::condition_variable arrived;
-  TaskList incoming;                  // under mutex
-  std::vector<Task::Pointer> behind;  // under mutex; their handlers wait for a thread
-  bool scheduled = false;             // under mutex; the application's queue has been asked to come
-  bool woken = false;                 // under mutex
-  bool stopping = false;              // under mutex
-  TaskList next;                      // the thread that runs tasks
-  TaskList running;                   // the thread that runs tasks
+  TaskList incoming;                     // under mutex
+  std::vector<Task::Pointer> unhandled;  // under mutex; settled, but their handlers wait for a thread
+  bool scheduled = false;                // under mutex; the application's queue has been asked to run the tasks
+  bool woken = false;                    // under mutex
+  bool stopping = false;                 // under mutex
+  TaskList next;                         // the thread that runs tasks
+  TaskList running;                      // the thread that runs tasks
 
   TaskList take() {
     const std::lock_guard lock(mutex);
@@ -126,13 +126,13 @@ void CompletionQueue::post(TaskList tasks) {
   {
     const std::lock_guard lock(state_->mutex);
     if (hasThread()) {
-      for (Task::Pointer& task : std::exchange(state_->behind, {}))
+      for (Task::Pointer& task : std::exchange(state_->unhandled, {}))
         if (task->isDue()) state_->incoming.push(std::move(task));
       state_->incoming.append(std::move(tasks));
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
   }
-  if (!tasks.empty()) return settle(std::move(tasks));
+  if (!tasks.empty()) return runWithoutHandlers(std::move(tasks));
   if (executor_ && !scheduled)
     schedule();
   else
@@ -141,7 +141,7 @@ void CompletionQueue::post(TaskList tasks) {
 
 void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
 
-// Asks the application's queue to come. Anew after each batch, for it has other work.
+// Asks the application's queue to run the tasks that wait. Asks again after each batch, for it has other work, too.
 void CompletionQueue::schedule() {
   executor_->async([self = shared_from_this()] {
     State& state = *self->state_;
@@ -156,7 +156,7 @@ void CompletionQueue::schedule() {
 }
 
 // On the calling thread, without handlers. Tasks that come of these are settled by the outermost call.
-void CompletionQueue::settle(TaskList tasks) {
+void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   thread_local TaskList* pending = nullptr;
   if (pending != nullptr) return pending->append(std::move(tasks));
   pending = &tasks;
@@ -166,13 +166,13 @@ void CompletionQueue::settle(TaskList tasks) {
       keepUntilTheEnd(std::move(task));
     } else {
       const std::lock_guard lock(state_->mutex);
-      state_->behind.push_back(std::move(task));
+      state_->unhandled.push_back(std::move(task));
     }
   }
   pending = nullptr;
 }
 
-void CompletionQueue::stop() { settle(state_->take()); }
+void CompletionQueue::stop() { runWithoutHandlers(state_->take()); }
 
 bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {
   State& state = *state_;

@@ -1,6 +1,6 @@
 // The queue on which the callbacks of one session run, one at a time and in order. Any thread. Not installed.
 //
-// Tasks wait here, and the application's queue (or a thread of our own) is only asked to come and run them. So a
+// Tasks wait here, and the application's queue (or a thread of our own) is only asked to run them. So a
 // handler that blocks on a promise can run the tasks behind it, whichever queue it runs on.
 #pragma once
 
@@ -22,8 +22,6 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   // `executor` runs the tasks; null means a thread of the queue's own.
   explicit CompletionQueue(std::shared_ptr<DispatchQueue> executor);
   ~CompletionQueue() override;
-  CompletionQueue(const CompletionQueue&) = delete;
-  CompletionQueue& operator=(const CompletionQueue&) = delete;
 
   // A queue in front of `executor`, the same one for all who name the same executor, so that a handler of one session
   // may block on a call of another; a queue with a thread of its own for null.
@@ -36,8 +34,8 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   // Starts the queue's own thread, if it has none yet. False when the system has none to give.
   bool prepare();
 
-  // The queue stays alive until its tasks have run. Where nobody can come to run them, because the process exits or the
-  // system has no thread to give, promises are settled inside the call, and handlers stay behind.
+  // The queue stays alive until its tasks have run. Where nothing can run them, because the process exits or the system
+  // has no thread to give, promises are settled inside the call; handlers wait for a later call that finds a thread.
   void post(TaskList tasks);
   // Inside a task of this queue: `task` runs next, behind others posted in this way.
   void postNext(Task::Pointer task);
@@ -54,7 +52,7 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   struct State;
   bool hasThread();
   void schedule();
-  void settle(TaskList tasks);
+  void runWithoutHandlers(TaskList tasks);
 
   const std::shared_ptr<DispatchQueue> executor_;
   const std::shared_ptr<State> state_;  // shared with the thread, for a task may drop the queue

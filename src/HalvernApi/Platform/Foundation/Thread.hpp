@@ -11,15 +11,13 @@ namespace HalvernApi::Foundation {
 int forkCount();
 
 // A thread to which no asynchronous signal is delivered: the application's signal handlers never run on it, and a
-// SIGPIPE that its writes raise dies with it.
+// SIGPIPE that its writes raise stays pending on it for good.
 class Thread {
  public:
   Thread() = default;
   // Joins; but lets the thread go when called on it, when process exit has begun, or when it stayed behind in the
   // parent of a fork.
   ~Thread();
-  Thread(const Thread&) = delete;
-  Thread& operator=(const Thread&) = delete;
 
   // False when the system has no thread to give. At most one thread for each object.
   bool start(std::function<void()> run);

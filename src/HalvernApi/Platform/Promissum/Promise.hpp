@@ -56,7 +56,7 @@ class PromiseState final : public PromiseCore {
   }
 
  private:
-  std::optional<Result> result_;
+  std::optional<Result> result_;  // written by who claimed it, before it is published; unchanged from then on
 };
 
 template <class T>

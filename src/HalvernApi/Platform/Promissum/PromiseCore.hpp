@@ -93,8 +93,8 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
   mutable std::mutex mutex_;
-  mutable std::condition_variable settledChanged_;
-  Callbacks callbacks_;  // under mutex_
+  mutable std::condition_variable settledChanged_;  // with mutex_
+  Callbacks callbacks_;                             // under mutex_
   bool posted_ = false;  // under mutex_; this stands in a queue, or its callbacks are being run
   std::atomic<int> sources_ = 0;
   std::atomic<bool> claimed_ = false;

@@ -100,6 +100,7 @@ struct JsonCodec<std::vector<T>> {
 
 namespace HalvernApi {
 using Statham::arrayDecoder;
+using Statham::Decoded;
 using Statham::encodeArray;
 using Statham::encodeOptional;
 using Statham::JsonCodec;

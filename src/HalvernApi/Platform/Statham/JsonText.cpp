@@ -22,8 +22,9 @@ namespace {
 
 constexpr int maxDepth = 512;  // arrays and objects inside one another
 
-// Memory for the values of one text: a block in front of the heap, which a thread uses for one text after the other. It
-// goes with the last value that stands in it, so values may be kept, copied and dropped as on the heap; any thread.
+// Memory for the values of one text: a block, and the heap once that is full. The thread that parses takes the same
+// block for its next text, unless values of the last one are left; then the block goes with the last of them. So values
+// may be kept, copied and dropped as on the heap, by any thread.
 class Memory final : public boost::json::memory_resource {
  public:
   // Opens one for the text that the calling thread parses as long as this lives.
@@ -73,7 +74,7 @@ class Memory final : public boost::json::memory_resource {
 
 thread_local Memory* Memory::open = nullptr;
 
-// Makes a value of what the parser finds. Counts the memory that this takes, never too low.
+// Makes a value of what the parser finds. Bounds the memory that this takes, by an estimate that is never too low.
 class Builder {
  public:
   static constexpr std::size_t max_object_size = JsonObject::max_size();
@@ -138,7 +139,7 @@ class Builder {
     if (bytes != 0) keptBytes_ += bytes + blockBytes;
     return fits(code, 0);
   }
-  // The stack doubles when it is full, and is then there twice; what is read of a text stands on it too.
+  // Three times: while the stack doubles, the old one and the new one are there. A text being read stands on it, too.
   bool fits(Code& code, std::size_t textBytes) {
     stackBytes_ = std::max(stackBytes_, (held_ + 1) * sizeof(JsonValue) + textBytes);
     if (keptBytes_ + 3 * stackBytes_ <= maxBytes_) return true;
