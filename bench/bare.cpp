@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
     call.started = meter.start();
     curl_multi_add_handle(multi, call.easy);
   };
-  for (int i = 0; i < arguments.inFlight; ++i) {
+  for (int i = 0; i < std::max(arguments.inFlight, 1); ++i) {
     Call& call = *calls.emplace_back(std::make_unique<Call>());
     call.easy = curl_easy_init();
     curl_easy_setopt(call.easy, CURLOPT_URL, url.c_str());

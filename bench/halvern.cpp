@@ -1,4 +1,5 @@
-// The library as an application uses it: each handler starts the next call.
+// The library as an application uses it: each handler starts the next call. With none in flight, calls are made one
+// after the other by get().
 #include <HalvernApi/HalvernApi.hpp>
 
 #include <future>
@@ -10,7 +11,7 @@ int main(int argc, char** argv) {
   const auto arguments = Bench::Arguments::read(argc, argv);
   Bench::Meter meter(arguments.calls);
   URLSessionConfiguration configuration;
-  if (arguments.calls > 0) configuration.httpMaximumConnectionsPerHost = arguments.inFlight;
+  if (arguments.calls > 0) configuration.httpMaximumConnectionsPerHost = std::max(arguments.inFlight, 1);
   if (!arguments.certificateAuthority.empty()) {
     configuration.certificateAuthorityFile = arguments.certificateAuthority;
     configuration.httpMaximumConnectionsPerHost = 1;
@@ -45,6 +46,15 @@ int main(int argc, char** argv) {
     for (int i = 0; i < arguments.inFlight; ++i) promises.push_back(login());
     Bench::reportMemory(memory, arguments.inFlight, [] {});
     std::_Exit(0);
+  }
+  if (arguments.inFlight == 0) {
+    while (meter.more()) {
+      const auto started = meter.start();
+      if (!login().get()) Bench::Meter::failed();
+      meter.end(started);
+    }
+    meter.report();
+    return 0;
   }
   // From a handler, so that only the session's queue touches the meter.
   login().then([&](const auto&) {

@@ -1,6 +1,7 @@
 // A peer: cpp-httplib with nlohmann/json, a thread and a client for each call in flight, as its blocking interface
 // wants.
 #include <httplib.h>
+#include <openssl/evp.h>
 
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -21,15 +22,23 @@ int main(int argc, char** argv) {
       if (!meter.more()) return;
       const auto started = meter.start();
       lock.unlock();
-      const nlohmann::json body = {{"email", "somebody@example.com"},
-                                   {"password", "correct horse"},
-                                   {"appInstanceId", "instance-1"},
-                                   {"appInstanceName", "Phone"}};
-      const auto answer = client.Post(Bench::login.path, headers, body.dump(), "application/json");
+      const auto body = arguments.isLogin ? nlohmann::json{{"email", "somebody@example.com"},
+                                                           {"password", "correct horse"},
+                                                           {"appInstanceId", "instance-1"},
+                                                           {"appInstanceName", "Phone"}}
+                                          : nlohmann::json{{"aids", nlohmann::json::array()}};
+      const auto answer = client.Post(arguments.operation().path, headers, body.dump(), "application/json");
       if (!answer || answer->status != 200) Bench::Meter::failed();
       std::puts(answer->body.c_str());
       const auto json = nlohmann::json::parse(answer->body);
-      if (json.at("accessToken").get<std::string>().empty()) Bench::Meter::failed();
+      if (arguments.isLogin) {
+        if (json.at("accessToken").get<std::string>().empty()) Bench::Meter::failed();
+      } else {
+        const std::string text = json.at("leftConfiguration").get<std::string>();
+        std::vector<unsigned char> bytes(text.size());
+        const auto* const from = reinterpret_cast<const unsigned char*>(text.data());
+        if (EVP_DecodeBlock(bytes.data(), from, static_cast<int>(text.size())) <= 0) Bench::Meter::failed();
+      }
       lock.lock();
       meter.end(started);
     }

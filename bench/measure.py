@@ -102,6 +102,22 @@ def measure(name, who, *arguments):
             for client, taken in samples.items()}
 
 
+def work_of(client, url):
+    """Heap allocations and instructions of a login, 16 in flight: what does not vary from machine to machine."""
+    def counted(tool, pattern, calls):
+        progress(f"{client}: {tool}")
+        result = subprocess.run(["valgrind", f"--tool={tool}", *([f"--callgrind-out-file={scratch}/callgrind"] if tool == "callgrind" else []),
+                                 f"{programs}/bench-{client}", "login", url, "16", str(calls)],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=True)
+        return int(re.search(pattern, result.stderr)[1].replace(",", ""))
+
+    def of_one(tool, pattern):
+        return (counted(tool, pattern, 3000) - counted(tool, pattern, 1000)) / 2200  # with their warm-ups
+
+    return {"allocations": of_one("memcheck", r"total heap usage: ([\d,]+) allocs"),
+            "instructions": of_one("callgrind", r"Collected : (\d+)")}
+
+
 def codecs():
     """The medians of several processes: how memory is laid out in one makes a tenth of difference."""
     command = ["taskset", "-c", "0", f"{programs}/bench-codecs", "--benchmark_format=json",
@@ -170,14 +186,16 @@ def main():
         load = {level: measure(f"{level} in flight", clients, "login", plain, level, calls if level > 1 else calls // 3)
                 for level in levels}
         ours = ["bare", "halvern"]
+        blocking = measure("blocking", ours, "login", plain, 0, calls // 3)
         http2 = measure("HTTP/2 over TLS, 64 in flight", ours, "login", tls, 64, calls, certificate)
         cold = measure("cold", ours, "login", plain, 1, 10)
-        large = measure("configuration", ours, "configuration", plain, 1, 10 if smoke else 500)
+        large = measure("configuration", [*ours, "httplib"], "configuration", plain, 1, 10 if smoke else 500)
         with socket.socket() as silent:
             silent.bind(("127.0.0.1", 0))
             silent.listen(64)
             memory = measure("memory", ours, "login", f"http://127.0.0.1:{silent.getsockname()[1]}",
                              100 if smoke else 10000, 0)
+        work = {client: work_of(client, plain) for client in ours} if not smoke else None
         codec = codecs()
         base = "".join(f"#include <{name}>\n" for name in
                        ["string", "vector", "functional", "chrono", "memory", "optional"])
@@ -203,11 +221,15 @@ def main():
         row(level, "calls per second", "rate", load[level], 0)
     row(1, "median latency, us", "p50", load[1])
     row(1, "99th percentile, us", "p99", load[1])
+    row("1, by get()", "CPU per call, us", "cpu", blocking)
     row("64, HTTP/2", "CPU per call, us", "cpu", http2)
     row("cold", "first answer, us", "first", cold, 0)
     row("1, 1 MiB answer", "CPU per call, us", "cpu", large)
     row("1, 1 MiB answer", "median latency, us", "p50", large)
     row("10,000 held", "memory per call, bytes", "bytes", memory, 0)
+    if work:
+        row(16, "heap allocations per call", "allocations", work)
+        row(16, "instructions per call", "instructions", work, 0)
     lines += ["", "| record | parse, ns | decode, ns | ratio | serialise, ns | encode, ns | ratio |", "|---|---|---|---|---|---|---|"]
     for name in codec:
         if match := re.fullmatch("parse/(.*)", name):

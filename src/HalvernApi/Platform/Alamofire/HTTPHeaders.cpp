@@ -1,6 +1,7 @@
 #include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "HalvernApi/Platform/Foundation/Data.hpp"
@@ -24,8 +25,15 @@ bool equalIgnoringCase(std::string_view left, std::string_view right) {
 }
 
 bool consistsOf(std::string_view text, std::string_view marks) {
+  static constexpr auto isLetterOrDigit = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 26; ++c)
+      table[static_cast<std::size_t>('a' + c)] = table[static_cast<std::size_t>('A' + c)] = true;
+    for (std::size_t c = '0'; c <= '9'; ++c) table[c] = true;
+    return table;
+  }();
   return std::all_of(text.begin(), text.end(), [marks](char c) {
-    return (lower(c) >= 'a' && lower(c) <= 'z') || (c >= '0' && c <= '9') || marks.find(c) != std::string_view::npos;
+    return isLetterOrDigit[static_cast<unsigned char>(c)] || marks.find(c) != std::string_view::npos;
   });
 }
 
@@ -73,10 +81,11 @@ std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
 }
 
 std::string_view headerFault(const HTTPHeaders& headers) {
-  const auto isControl = [](char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; };
   for (const auto& [name, value] : headers) {
     if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
-    if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
+    bool hasControl = false;
+    for (const char c : value) hasControl |= (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
+    if (hasControl) return "A header's value holds a control character.";
     if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
     for (const char* framing : {"Content-Length", "Transfer-Encoding", "Expect"})
       if (equalIgnoringCase(framing, name)) return "A header that frames the message is the session's to set.";
