@@ -20,7 +20,6 @@ std::optional<URLRequest> redirect(const URLRequest& request, int status, const 
   if (becomesGet) {
     next.method = HTTPMethod::get;
     next.body.reset();
-    next.headers.set("Content-Type", std::nullopt);
   }
   return next;
 }
