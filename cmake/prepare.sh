@@ -1,19 +1,35 @@
 # Sourced by the commands in the project's root. POSIX shell.
 
-# prepare GROUP...: installs what is missing of the groups in cmake/packages. Leaves apt alone when nothing is.
+# prepare GROUP...: installs what is missing of the groups in cmake/packages. Leaves apt alone when nothing is. Where a
+# line names several packages, a|b, the first that there is serves.
 prepare() {
-  packages=$(for group; do sed -n "s/^$group //p" cmake/packages; done)
+  wanted=$(for group; do sed -n "s/^$group //p" cmake/packages; done)
   missing=
-  for package in $packages; do
-    case $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) in
-      installed) ;;
-      *) missing="$missing $package" ;;
-    esac
+  for choice in $wanted; do
+    one_of is_installed "$choice" >/dev/null || missing="$missing $choice"
   done
   [ -n "$missing" ] || return 0
   export DEBIAN_FRONTEND=noninteractive
   quietly "Updating the list of packages" apt-get update
-  quietly "Installing$missing" apt-get install -y --no-install-recommends $missing
+  packages=
+  for choice in $missing; do
+    packages="$packages $(one_of is_offered "$choice" || echo "$choice")"
+  done
+  quietly "Installing$packages" apt-get install -y --no-install-recommends $packages
+}
+
+is_installed() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
+is_offered() { LC_ALL=C apt-cache policy "$1" | grep -q 'Candidate: [^(]'; }
+
+# one_of TEST A|B...: prints the first of the packages that passes the test.
+one_of() {
+  for package in $(echo "$2" | tr '|' ' '); do
+    if "$1" "$package"; then
+      echo "$package"
+      return
+    fi
+  done
+  return 1
 }
 
 # quietly TEXT COMMAND...: says what is going on, and shows the output of a command only when it fails.
