@@ -68,6 +68,9 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_HTTP2_STREAM:
     case CURLE_SEND_FAIL_REWIND: return Foundation::NSURLErrorNetworkConnectionLost;
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP/1 or later: schemes were looked at before
+#if LIBCURL_VERSION_NUM >= 0x080600
+    case CURLE_TOO_LARGE:  // headers
+#endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_FILESIZE_EXCEEDED: return Foundation::NSURLErrorDataLengthExceedsMaximum;
