@@ -9,30 +9,14 @@ namespace HalvernApi::Foundation {
 namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr std::uint32_t invalid = 0x80000000;
 
-using Table = std::array<std::uint32_t, 256>;
-
-// One table for each place of a character in its group of four: its six bits, already where they belong in the group.
-constexpr std::array<Table, 4> tables = [] {
-  std::array<Table, 4> result{};
-  for (Table& table : result) table.fill(invalid);
-  for (std::uint32_t value = 0; value < alphabet.size(); ++value)
-    for (std::uint32_t place = 0; place < 4; ++place)
-      result[place][static_cast<unsigned char>(alphabet[value])] = value << (18 - 6 * place);
-  return result;
+// The six bits that a character stands for; negative for one that is not in the alphabet.
+constexpr auto sixBits = [] {
+  std::array<std::int32_t, 256> table{};
+  table.fill(-1);
+  for (std::int32_t bits = 0; const char c : alphabet) table[static_cast<unsigned char>(c)] = bits++;
+  return table;
 }();
-
-std::uint32_t group(const char* text) {
-  const auto at = [text](std::size_t place) { return tables[place][static_cast<unsigned char>(text[place])]; };
-  return at(0) | at(1) | at(2) | at(3);
-}
-
-void store(std::byte* out, std::uint32_t bits) {
-  out[0] = static_cast<std::byte>(bits >> 16);
-  out[1] = static_cast<std::byte>(bits >> 8);
-  out[2] = static_cast<std::byte>(bits);
-}
 
 }  // namespace
 
@@ -53,19 +37,19 @@ std::optional<Data> decodeBase64(std::string_view text) {
   const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
   Data data(text.size() / 4 * 3);
   std::byte* out = data.data();
-  const char* in = text.data();
+  std::int32_t seen = 0;
+  const auto decode = [&](const char* group) {
+    const auto at = [group](std::size_t place) { return sixBits[static_cast<unsigned char>(group[place])]; };
+    const std::int32_t bits = at(0) << 18 | at(1) << 12 | at(2) << 6 | at(3);
+    seen |= bits;  // negative from the first invalid character on
+    for (const int shift : {16, 8, 0}) *out++ = static_cast<std::byte>(bits >> shift);
+  };
   const char* const last = text.data() + text.size() - 4;
-  std::uint32_t seen = 0;
-  for (; in != last; in += 4, out += 3) {
-    const std::uint32_t bits = group(in);
-    seen |= bits;
-    store(out, bits);
-  }
+  for (const char* group = text.data(); group != last; group += 4) decode(group);
   std::array<char, 4> tail{last[0], last[1], last[2], last[3]};
   for (std::size_t place = 4 - padding; place < 4; ++place) tail[place] = 'A';
-  const std::uint32_t bits = group(tail.data());
-  store(out, bits);
-  if (((seen | bits) & invalid) != 0) return std::nullopt;
+  decode(tail.data());
+  if (seen < 0) return std::nullopt;
   data.resize(data.size() - padding);
   return data;
 }
