@@ -65,8 +65,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM:
-    case CURLE_SEND_FAIL_REWIND: return Foundation::NSURLErrorNetworkConnectionLost;
+    case CURLE_HTTP2_STREAM: return Foundation::NSURLErrorNetworkConnectionLost;
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP/1 or later: schemes were looked at before
 #if LIBCURL_VERSION_NUM >= 0x080600
     case CURLE_TOO_LARGE:  // headers
@@ -82,16 +81,8 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
       return Foundation::NSURLErrorServerCertificateUntrusted;
     }
     case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
     case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_ENGINE_INITFAILED:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_CRL_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_CLIENTCERT:
-    case CURLE_USE_SSL_FAILED: return Foundation::NSURLErrorSecureConnectionFailed;
+    case CURLE_SSL_CLIENTCERT: return Foundation::NSURLErrorSecureConnectionFailed;
     default: return Foundation::NSURLErrorUnknown;
   }
 }
