@@ -31,9 +31,9 @@ Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMet
                           std::optional<std::string> apiKey, std::optional<std::string> accessToken,
                           std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
   return Detail::startValidated(session, url, method, parameters, encoding, apiKey, accessToken)
-      ->template decodedPromise<T>(
-          std::move(decoder), [](T value, const DefaultDataResponse&) -> Expected<T, Error> { return value; },
-          [](const ErrorResponse& error) -> Expected<T, Error> { return Unexpected<Error>(Error(error)); });
+      ->template decodedPromise<T>(std::move(decoder), [](Expected<T, ErrorResponse> decoded, const auto&) {
+        return std::move(decoded).map_error([](const ErrorResponse& error) { return Error(error); });
+      });
 }
 
 }  // namespace HalvernApi

@@ -27,9 +27,7 @@ bool equalIgnoringCase(std::string_view left, std::string_view right) {
 bool consistsOf(std::string_view text, std::string_view marks) {
   static constexpr auto isLetterOrDigit = [] {
     std::array<bool, 256> table{};
-    for (int c = 0; c < 26; ++c)
-      table[static_cast<std::size_t>('a' + c)] = table[static_cast<std::size_t>('A' + c)] = true;
-    for (std::size_t c = '0'; c <= '9'; ++c) table[c] = true;
+    for (const unsigned char c : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789") table[c] = c != 0;
     return table;
   }();
   return std::all_of(text.begin(), text.end(), [marks](char c) {

@@ -41,6 +41,8 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
   template <class T>
   using Decoder = std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)>;
+  template <class T>
+  using Decoded = Foundation::Expected<T, Promissum::ErrorResponse>;
 
   // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
   // media type does not match the request's "Accept".
@@ -53,36 +55,33 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   template <class T>
   Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
       Decoder<T> decoder) {
-    using Result = Foundation::Expected<Promissum::SuccessResponse<T>, Promissum::ErrorResponse>;
-    return decodedPromise<T>(
-        std::move(decoder),
-        [](T value, const DefaultDataResponse& answer) {
-          return Result(Promissum::SuccessResponse<T>{std::move(value), *answer.response});
-        },
-        [](Promissum::ErrorResponse error) {
-          return Result(Foundation::Unexpected<Promissum::ErrorResponse>(std::move(error)));
-        });
+    return decodedPromise<T>(std::move(decoder), [](Decoded<T> decoded, const DefaultDataResponse& answer) {
+      return std::move(decoded).map([&](T&& value) {
+        return Promissum::SuccessResponse<T>{std::move(value), *answer.response};
+      });
+    });
   }
 
-  // The same, but for what `success` makes of the decoded value and the answer, or `failure` of the ErrorResponse: an
-  // Expected each. Spares the promises that `map` and `mapError` would make.
-  template <class T, class Success, class Failure>
-  auto decodedPromise(Decoder<T> decoder, Success success, Failure failure) {
-    using Result = std::invoke_result_t<Failure&, Promissum::ErrorResponse>;
+  // The same, but for what `conclude` makes of a Decoded<T> and the answer: another Expected. Spares the promise that
+  // `mapResult` would make.
+  template <class T, class Conclude>
+  auto decodedPromise(Decoder<T> decoder, Conclude conclude) {
+    using Result = std::invoke_result_t<Conclude&, Decoded<T>, const DefaultDataResponse&>;
     using Promise = Promissum::Promise<typename Result::value_type, typename Result::error_type>;
     boost::intrusive_ptr<typename Promise::State> result(new
                                                          typename Promise::State(answer_->queue(), weak_from_this()));
-    answer_->whenSettled(Answer::Kind::continuation,
-                         [self = shared_from_this(), validated = validated_.load(), result,
-                          decoder = std::move(decoder), success, failure](const Answer::Result& answer) {
-                           std::optional<T> value;
-                           auto error = self->decode(*answer, validated, [&](const Statham::JsonValue& json) {
-                             auto decoded = decoder(json);
-                             if (decoded) value = *std::move(decoded);
-                             return decoded ? std::nullopt : std::optional(std::move(decoded).error());
-                           });
-                           result->settle(error ? failure(*std::move(error)) : success(*std::move(value), *answer));
-                         });
+    answer_->whenSettled(
+        Answer::Kind::continuation, [self = shared_from_this(), validated = validated_.load(), result,
+                                     decoder = std::move(decoder), conclude](const Answer::Result& answer) {
+          std::optional<T> value;
+          auto error = self->decode(*answer, validated, [&](const Statham::JsonValue& json) {
+            auto decoded = decoder(json);
+            if (decoded) value = *std::move(decoded);
+            return decoded ? std::nullopt : std::optional(std::move(decoded).error());
+          });
+          result->settle(conclude(
+              error ? Decoded<T>(Foundation::unexpect, *std::move(error)) : Decoded<T>(*std::move(value)), *answer));
+        });
     return Promise(std::move(result));
   }
 

@@ -11,7 +11,7 @@ using Expected = tl::expected<T, E>;
 template <class E>
 using Unexpected = tl::unexpected<E>;
 
-using tl::in_place;
+using tl::in_place, tl::unexpect;
 
 // The value of an operation that has nothing to tell but that it succeeded.
 struct Unit {

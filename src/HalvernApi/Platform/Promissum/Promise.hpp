@@ -59,11 +59,6 @@ class PromiseState final : public PromiseCore {
   std::optional<Result> result_;  // written by who claimed it, before it is published; unchanged from then on
 };
 
-template <class T>
-struct IsPromise : std::false_type {};
-template <class Value, class E>
-struct IsPromise<Promise<Value, E>> : std::true_type {};
-
 template <class Value, class E>
 class [[nodiscard]] Promise {
  public:
@@ -112,7 +107,7 @@ class [[nodiscard]] Promise {
   // pending.
   template <class F, class Next = std::invoke_result_t<F&, const Value&>>
   Next flatMap(F f) const {
-    static_assert(IsPromise<Next>::value && std::is_same_v<typename Next::ErrorType, E>,
+    static_assert(std::is_same_v<Next, Promise<typename Next::ValueType, E>>,
                   "flatMap wants a function that returns a Promise with the same error type");
     const auto relay = std::make_shared<CancelRelay>();
     relay->follow(state_->cancellable());

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/memory_resource.hpp>
-#include <boost/json/serializer.hpp>
+#include <boost/json/serialize.hpp>
 #include <boost/json/value_stack.hpp>
 #include <boost/version.hpp>
 #include <charconv>
@@ -219,11 +219,7 @@ struct Writer {
     if (std::all_of(text.begin(), text.end(), plain))  // as nearly every text is
       return append("\"") && append(text) && append("\"");
     if (!Foundation::isUtf8(text)) return fail("a text is not UTF-8");
-    boost::json::serializer escaper;
-    escaper.reset(boost::json::string_view(text));
-    std::array<char, 1024> block;
-    while (!escaper.done()) out += std::string_view(escaper.read(block.data(), block.size()));
-    return true;
+    return append(boost::json::serialize(boost::json::string_view(text)));
   }
 
   bool number(double value) {
