@@ -81,10 +81,12 @@ std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
 std::string_view headerFault(const HTTPHeaders& headers) {
   for (const auto& [name, value] : headers) {
     if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
-    bool hasControl = false;
-    for (const char c : value) hasControl |= (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
-    if (hasControl) return "A header's value holds a control character.";
-    if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
+    const auto isControl = [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7f; };
+    const auto isPrintable = [](unsigned char c) { return c >= 0x20 && c < 0x7f; };
+    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // as nearly every value is
+      if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
+      if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
+    }
     for (const char* framing : {"Content-Length", "Transfer-Encoding", "Expect"})
       if (equalIgnoringCase(framing, name)) return "A header that frames the message is the session's to set.";
   }
