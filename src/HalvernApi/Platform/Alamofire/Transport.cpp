@@ -178,8 +178,7 @@ void Transport::admit(std::shared_ptr<Exchange> exchange) {
   exchange->started = exchange->heard = context_.now;
   waiting_.push_back(*exchange);
   exchange->self = std::move(exchange);
-  const Clock::time_point due = context_.now + std::min(requestLimit_, resourceLimit_);
-  deadline_ = deadline_ ? std::min(*deadline_, due) : due;
+  deadline_ = std::min(deadline_, context_.now + std::min(requestLimit_, resourceLimit_));
 }
 
 // True when libcurl has something new to do.
@@ -266,13 +265,11 @@ void Transport::handOver() {
 // Looks at the exchanges when the first of them may have run out of time, and finds out when that will be next: what
 // libcurl delivers moves limits only further away.
 void Transport::endOverdue() {
-  if (!deadline_ || context_.now < *deadline_) return;
-  const auto active = endOverdue(active_), waiting = endOverdue(waiting_);
-  deadline_ = active && waiting ? std::min(active, waiting) : std::max(active, waiting);
+  if (context_.now >= deadline_) deadline_ = std::min(endOverdue(active_), endOverdue(waiting_));
 }
 
-std::optional<Clock::time_point> Transport::endOverdue(Exchanges& exchanges) {
-  std::optional<Clock::time_point> next;
+Clock::time_point Transport::endOverdue(Exchanges& exchanges) {
+  Clock::time_point next = Clock::time_point::max();
   for (auto at = exchanges.begin(); at != exchanges.end();) {
     Exchange& exchange = *at++;
     const auto heard = std::max(exchange.heard, exchange.transfer ? exchange.transfer->lastActivity() : exchange.heard);
@@ -282,7 +279,7 @@ std::optional<Clock::time_point> Transport::endOverdue(Exchanges& exchanges) {
     else if (context_.now >= silent)
       finish(exchange, {{}, {}, timedOut("The server was silent for too long.")});
     else
-      next = std::min({next.value_or(silent), silent, whole});
+      next = std::min({next, silent, whole});
   }
   return next;
 }
@@ -292,7 +289,7 @@ void Transport::wait() {
   const std::chrono::milliseconds maxWait =
       context_.unsent > 0 ? std::chrono::milliseconds(250) : std::chrono::hours(1);
   context_.now = Clock::now();
-  const auto rest = deadline_ ? std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - context_.now) : maxWait;
+  const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - context_.now);
   {
     const std::lock_guard lock(mutex_);
     asleep_ = inbox_.empty() && !stopping_;

@@ -48,7 +48,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void recycle(std::unique_ptr<Transfer> transfer);
   void finish(Exchange& exchange, DefaultDataResponse answer);
   void endOverdue();
-  std::optional<Clock::time_point> endOverdue(Exchanges& exchanges);
+  Clock::time_point endOverdue(Exchanges& exchanges);
   void handOver();
   void wait();
 
@@ -78,8 +78,8 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
   Exchanges waiting_;                                   // for a transfer, longest first
   Exchanges active_;
-  std::size_t activeCount_ = 0;                // transfers that are not in the pool
-  std::optional<Clock::time_point> deadline_;  // no time limit ends before it
+  std::size_t activeCount_ = 0;                            // transfers that are not in the pool
+  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends before it
   Foundation::TaskList finished_;
 };
 
