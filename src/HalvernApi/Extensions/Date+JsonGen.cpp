@@ -16,13 +16,13 @@ namespace {
 using std::chrono::hours, std::chrono::minutes, std::chrono::seconds;
 
 // Has the C library look again at what the time zone is. Where TZ does not say, it looks at a file, which takes a
-// microsecond: it does so at most once a millisecond.
+// microsecond or two: it does so at most ten times a second.
 void refreshTimeZone() {
   static std::atomic<std::int64_t> lastLook = 0;  // 0 when TZ was set
   std::int64_t now = 0;
   if (std::getenv("TZ") == nullptr) {
-    using std::chrono::steady_clock;
-    now = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count();
+    using Tenths = std::chrono::duration<std::int64_t, std::deci>;
+    now = std::chrono::ceil<Tenths>(std::chrono::steady_clock::now().time_since_epoch()).count();
     if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
   static std::mutex mutex;  // the C library has one, too, of which ThreadSanitizer knows nothing

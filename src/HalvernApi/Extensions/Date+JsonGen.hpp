@@ -10,7 +10,7 @@ namespace HalvernApi {
 // Every field takes exactly two digits, a year four, or more if the first is not 0. A local time that a change of the
 // clocks skips is read with the offset from before the change (so 02:30 becomes 03:30), one that it repeats as the
 // earlier of the two. The time zone is the C library's: TZ as a name, a rule or a file, or else the system's, within a
-// millisecond of a change. Without its data a zone that has a name is UTC.
+// tenth of a second of a change. Without its data a zone that has a name is UTC.
 // Fails with wrongType and "ISO 8601 formatted NSDate".
 HALVERNAPI_EXPORT Expected<Date, JsonDecodeError> decodeDate(const JsonValue& json);
 // Rounded down to whole seconds. The year before 1 is 0000, and those before it are negative; they are not read.
