@@ -27,52 +27,54 @@ constexpr int maxDepth = 512;  // arrays and objects inside one another
 // may be kept, copied and dropped as on the heap, by any thread.
 class Memory final : public boost::json::memory_resource {
  public:
-  // Opens one for the text that the calling thread parses as long as this lives.
-  class Scope {
-   public:
-    Scope() { open = &forNextText(); }
-    ~Scope() { open = nullptr; }
-    Scope(const Scope&) = delete;
-    Scope& operator=(const Scope&) = delete;
-  };
-  // The one from whose block the calling thread may take.
-  static thread_local Memory* open;
+  // For the next text of the calling thread.
+  static Memory& forNextText() {
+    thread_local struct AtThreadEnd {
+      ~AtThreadEnd() { leave(); }
+    } atThreadEnd;
+    if (own != nullptr && own->piecesHere_ + own->piecesElsewhere_ != owned) leave();
+    if (own == nullptr) own = new Memory;
+    own->used_ = 0;
+    return *own;
+  }
 
  private:
-  static Memory& forNextText() {
-    thread_local struct Owner {
-      Memory* memory = nullptr;
-      ~Owner() {
-        if (memory != nullptr) std::exchange(memory, nullptr)->release();
-      }
-    } owner;
-    if (owner.memory != nullptr && owner.memory->users_ > 1) std::exchange(owner.memory, nullptr)->release();
-    if (owner.memory == nullptr) owner.memory = new Memory;
-    owner.memory->used_ = 0;
-    return *owner.memory;
-  }
+  // While a thread owns it, stands on top of the pieces that others took and gave back.
+  static constexpr std::int64_t owned = std::int64_t{1} << 62;
 
+  static void leave() {
+    if (Memory* const left = std::exchange(own, nullptr)) left->count(left->piecesHere_ - owned);
+  }
+  // The atomic count costs more than the memory: the thread that owns it does without.
+  void count(std::int64_t pieces) {
+    if (own == this)
+      piecesHere_ += pieces;
+    else if ((piecesElsewhere_ += pieces) == 0)
+      delete this;
+  }
   void* do_allocate(std::size_t bytes, std::size_t) override {
     constexpr std::size_t alignment = alignof(std::max_align_t);
-    ++users_;
-    if (open != this || bytes > block_.size() - used_) return ::operator new(bytes);
-    return block_.data() + std::exchange(used_, (used_ + bytes + alignment - 1) / alignment * alignment);
+    const bool fits = own == this && bytes <= block_.size() - used_;
+    void* const piece = fits ? block_.data() + used_ : ::operator new(bytes);
+    if (fits) used_ += (bytes + alignment - 1) / alignment * alignment;
+    count(1);
+    return piece;
   }
-  void do_deallocate(void* memory, std::size_t, std::size_t) override {
-    if (memory < block_.data() || memory >= block_.data() + block_.size()) ::operator delete(memory);
-    release();
+  void do_deallocate(void* piece, std::size_t, std::size_t) override {
+    if (piece < block_.data() || piece >= block_.data() + block_.size()) ::operator delete(piece);
+    count(-1);
   }
   bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
-  void release() {
-    if (--users_ == 0) delete this;
-  }
 
-  std::atomic<std::size_t> users_ = 1;  // pieces of memory, and the thread that owns it
-  std::size_t used_ = 0;                // of the block; the thread that owns it
+  static thread_local Memory* own;
+
+  std::atomic<std::int64_t> piecesElsewhere_ = owned;
+  std::int64_t piecesHere_ = 0;  // the thread that owns it
+  std::size_t used_ = 0;         // of the block; the thread that owns it
   alignas(std::max_align_t) std::array<unsigned char, 4096> block_;
 };
 
-thread_local Memory* Memory::open = nullptr;
+thread_local Memory* Memory::own = nullptr;
 
 // Makes a value of what the parser finds. Bounds the memory that this takes, by an estimate that is never too low.
 class Builder {
@@ -84,7 +86,7 @@ class Builder {
   using Code = boost::json::error_code;
   using Text = boost::json::string_view;
 
-  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(Memory::open); }
+  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(&Memory::forNextText()); }
   JsonValue release() { return stack_.release(); }
 
   bool on_document_begin(Code&) { return true; }
@@ -165,7 +167,6 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
 #if BOOST_VERSION >= 108200
   options.numbers = boost::json::number_precision::precise;
 #endif
-  const Memory::Scope memory;
   boost::json::basic_parser<Builder> parser(options, maxBytes);
   boost::json::error_code error;
   const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
