@@ -1,5 +1,3 @@
-// The one road that every call takes: headers, logging, validation, decoding, and conversion of every failure. Any
-// thread.
 #pragma once
 
 #include "HalvernApi/Error.hpp"
@@ -8,6 +6,7 @@
 
 namespace HalvernApi {
 
+// \cond
 namespace Detail {
 
 // What `request` does before it decodes.
@@ -19,10 +18,15 @@ HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(SessionManager& se
                                                               const std::optional<std::string>& accessToken);
 
 }  // namespace Detail
+// \endcond
 
-// Sends a request and decodes its answer. `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token";
-// an absent one is not sent, an empty one is. `decoder`, usually a record's `decodeJson`, runs on the completion queue.
-// Never fails itself: every failure is the promise's.
+// The one road that every call takes: sends a request, checks status and content type of its answer, and decodes it.
+// The service's operations go by it; an application may, for an endpoint of its own. Any thread. Never fails itself:
+// every failure is the promise's, as an Error.
+//
+// `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token"; an absent one is not sent, an empty one
+// is. Absent `parameters` make a request without a body. `decoder`, usually a record's `decodeJson`, runs on the
+// completion queue; when it throws, the promise fails. An answer 204 or 205 without a body reads as null.
 //
 // The body of every answer is printed on standard output, if it is UTF-8; log lines go to Environment::log.
 template <class T>

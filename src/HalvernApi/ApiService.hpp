@@ -1,8 +1,3 @@
-// The ten operations of the account and hearing-aid web service: the interface that applications code against, and the
-// service that implements it over HTTP.
-//
-// Operations may be called from any thread. Each sends one POST at once and returns a promise of the decoded answer;
-// none blocks, checks its arguments or fails itself. The promise fails with what went wrong; see Error.
 #pragma once
 
 #include "HalvernApi/Audiogram.hpp"
@@ -14,6 +9,9 @@
 #include "HalvernApi/ProfileResponse.hpp"
 #include "HalvernApi/ValidatedEmailResponse.hpp"
 
+// The client of the account and hearing-aid web service, with the names of the layers below that applications use.
+//
+// Failures are values: nothing throws. Records and errors are plain values, and equal when all their fields are.
 namespace HalvernApi {
 
 namespace Alamofire {
@@ -21,25 +19,36 @@ class SessionManager;
 }
 using Alamofire::SessionManager;
 
+// The ten operations of the account and hearing-aid web service: the interface to code against, and to replace in
+// tests.
+//
+// Operations may be called from any thread. Each sends one POST at once and returns a promise of the decoded answer;
+// none blocks, checks its arguments or fails itself. The promise fails with what went wrong; see Error. Arguments are
+// copied before the call returns.
+//
+// `appInstanceId` identifies this installation of the application: make it once, keep it, and pass the same one always;
+// `appInstanceName` is its name for people. `accessToken` is that of the last sign-in; where the service refuses it,
+// the promise fails with `notAuthorized`.
 class HALVERNAPI_EXPORT ApiService {
  public:
   virtual ~ApiService();
 
+  // Signs in. A wrong password is a `validationError`.
   virtual Promise<AuthenticationResponse, Error> login(std::string_view email, std::string_view password,
                                                        std::string_view appInstanceId,
                                                        std::string_view appInstanceName) = 0;
 
-  // Signs in again with the refresh token of an earlier sign-in.
+  // Signs in again with the refresh token of an earlier sign-in; both its tokens are to be replaced by the new ones.
   virtual Promise<AuthenticationResponse, Error> relogin(std::string_view refreshToken,
                                                          std::string_view appInstanceId) = 0;
 
-  // Makes an account. The service compares the two passwords.
+  // Makes an account and signs in to it. The service compares the two passwords, and mails a confirmation link.
   virtual Promise<AuthenticationResponse, Error> register_(std::string_view email, std::string_view password,
                                                            std::string_view confirmPassword,
                                                            std::string_view appInstanceId,
                                                            std::string_view appInstanceName) = 0;
 
-  // Signs in with the access token that Facebook's sign-in gave to the application.
+  // Signs in with the access token that Facebook's sign-in gave to the application, which is the first argument.
   virtual Promise<AuthenticationResponse, Error> authenticate(std::string_view withFacebookToken,
                                                               std::string_view appInstanceId,
                                                               std::string_view appInstanceName) = 0;
@@ -47,12 +56,14 @@ class HALVERNAPI_EXPORT ApiService {
   // Has the e-mail with the confirmation link sent again.
   virtual Promise<Unit, Error> resendValidationEmail(std::string_view accessToken) = 0;
 
+  // Has an e-mail sent with which the user can choose a new password. Nobody needs to be signed in.
   virtual Promise<ForgotPasswordResponse, Error> sendPasswordReset(std::string_view email) = 0;
 
   // Whether the user's e-mail address has been confirmed.
   virtual Promise<ValidatedEmailResponse, Error> checkIfValidated(std::string_view accessToken) = 0;
 
-  // Adds a hearing aid to the account. An absent serial number is sent as null.
+  // Adds a hearing aid to the account: its versions and tube as it says them, and the ear that it is for. An absent
+  // serial number is one that is not known.
   virtual Promise<Unit, Error> registerDevice(std::string_view appInstanceId, std::string_view productName,
                                               std::optional<std::string_view> serialNumber,
                                               std::string_view hardwareVersion, std::string_view firmwareVersion,
@@ -67,20 +78,26 @@ class HALVERNAPI_EXPORT ApiService {
   virtual Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) = 0;
 };
 
-// Shared by reference. Calls are independent of one another, and nothing is kept between them: no token, no answer.
+// The service, over HTTP. Make one and keep it, as it keeps its connections; it is shared by reference. Calls are
+// independent of one another, and nothing is kept between them: no token, no answer.
+//
 // Destroying the service cancels the calls that are in flight and does not wait for their handlers, which run
 // afterwards, with `network` -999: they must not use what dies with the service.
 class HALVERNAPI_EXPORT HttpApiService : public ApiService {
  public:
   // `baseUrl` is put in front of every path as it is, so it does not end in a slash. `apiToken` goes out with every
-  // request as the header "Api-Key". Nothing is checked here, and nothing is connected before the first call.
+  // request as the header "Api-Key". Nothing is checked here, and nothing is connected before the first call: a base
+  // URL or a key that is no good fails the calls.
   HttpApiService(std::string baseUrl, const URLSessionConfiguration& configuration, std::string apiToken);
   ~HttpApiService() override;
   HttpApiService(const HttpApiService&) = delete;
   HttpApiService& operator=(const HttpApiService&) = delete;
 
+  // As it was given.
   const std::string& baseUrl() const { return baseUrl_; }
+  // The session that carries the calls, for `request`. Whoever keeps it keeps the calls in flight alive.
   const std::shared_ptr<SessionManager>& manager() const { return manager_; }
+  // The API key, as it was given.
   const std::string& apiToken() const { return apiToken_; }
 
   Promise<AuthenticationResponse, Error> login(std::string_view email, std::string_view password,

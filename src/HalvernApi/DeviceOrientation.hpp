@@ -1,19 +1,24 @@
-// The ear on which a hearing aid sits. A value: any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Statham/RawEnum.hpp"
 
 namespace HalvernApi {
 
+// \cond
 enum class HALVERNAPI_EXPORT DeviceOrientationCase : std::uint8_t { left, right };
+// \endcond
 
-// `switch (orientation) { case DeviceOrientation::left: ... }`
+// The ear on which a hearing aid sits, for `switch (orientation) { case DeviceOrientation::left: ... }`. A value: any
+// thread.
 class HALVERNAPI_EXPORT DeviceOrientation : public Statham::RawEnum<DeviceOrientation, DeviceOrientationCase> {
  public:
   using RawEnum::RawEnum;
-  static const DeviceOrientation left, right;
+  static const DeviceOrientation left,  // "Left" in JSON
+      right;                            // "Right" in JSON
+  // \cond
   static constexpr std::string_view typeName = "DeviceOrientation";
   static constexpr std::array<std::string_view, 2> rawValues = {"Left", "Right"};
+  // \endcond
 };
 
 inline constexpr DeviceOrientation DeviceOrientation::left = Case::left, DeviceOrientation::right = Case::right;

@@ -1,17 +1,21 @@
-// The answer to a request for a password reset. An immutable value: any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {
 
+// The answer to a request for a password reset. An immutable value: any thread.
 class HALVERNAPI_EXPORT ForgotPasswordResponse {
  public:
+  // For tests and fakes.
   explicit ForgotPasswordResponse(bool result) : result_(result) {}
 
+  // Whether the service has sent the e-mail.
   bool result() const { return result_; }
 
+  // Reads `{"result": true}`; other keys are ignored.
   static Expected<ForgotPasswordResponse, JsonDecodeError> decodeJson(const JsonValue& json);
+  // What `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ForgotPasswordResponse&, const ForgotPasswordResponse&) = default;
@@ -20,6 +24,7 @@ class HALVERNAPI_EXPORT ForgotPasswordResponse {
   bool result_;
 };
 
+// Prints the type and the result.
 HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const ForgotPasswordResponse&);
 
 }  // namespace HalvernApi

@@ -1,4 +1,3 @@
-// A place in a chain of calls on a request where a debug build of an application may hook in. Any thread.
 #pragma once
 
 #include <concepts>
@@ -7,13 +6,15 @@
 
 namespace HalvernApi {
 
+// \cond
 template <class T>
 concept RequestOrPointer = std::derived_from<std::remove_cvref_t<T>, Request> || requires(const T& pointer) {
   requires std::derived_from<std::remove_cvref_t<decltype(*pointer)>, Request>;
 };
+// \endcond
 
-// Returns `request`, of any type or a pointer of any kind to one, unchanged, and does nothing else:
-// `debugLog(request->validate()).response(handler)`.
+// A place in a chain of calls where a debug build of an application may hook in. Returns `request`, a Request of any
+// type or a pointer of any kind to one, unchanged, and does nothing else: `debugLog(request->validate())`. Any thread.
 template <RequestOrPointer R>
 R debugLog(R&& request) {
   return std::forward<R>(request);

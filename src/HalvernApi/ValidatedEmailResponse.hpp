@@ -1,17 +1,21 @@
-// The answer to the question whether the e-mail address has been confirmed. An immutable value: any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 namespace HalvernApi {
 
+// The answer to the question whether the e-mail address has been confirmed. An immutable value: any thread.
 class HALVERNAPI_EXPORT ValidatedEmailResponse {
  public:
+  // For tests and fakes.
   explicit ValidatedEmailResponse(bool result) : result_(result) {}
 
+  // Whether the user has opened the link in the confirmation e-mail.
   bool result() const { return result_; }
 
+  // Reads `{"result": true}`; other keys are ignored.
   static Expected<ValidatedEmailResponse, JsonDecodeError> decodeJson(const JsonValue& json);
+  // What `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ValidatedEmailResponse&, const ValidatedEmailResponse&) = default;
@@ -20,6 +24,7 @@ class HALVERNAPI_EXPORT ValidatedEmailResponse {
   bool result_;
 };
 
+// Prints the type and the result.
 HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const ValidatedEmailResponse&);
 
 }  // namespace HalvernApi

@@ -1,10 +1,10 @@
-// The session's own failures, as values of NSError: any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
 
 namespace HalvernApi::Alamofire {
 
+// The session's own failures, as against those of the transport; `code` is one of AFError.
 inline constexpr std::string_view AFErrorDomain = "Alamofire.AFError";
 
 // The numbers of AFErrorDomain.

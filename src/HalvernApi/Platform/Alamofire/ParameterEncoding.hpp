@@ -1,4 +1,3 @@
-// How the parameters of a request become part of it.
 #pragma once
 
 #include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
@@ -7,6 +6,7 @@
 
 namespace HalvernApi::Alamofire {
 
+// How the parameters of a request become part of it: JSONEncoding, or an application's own.
 class HALVERNAPI_EXPORT ParameterEncoding {
  public:
   virtual ~ParameterEncoding();
@@ -20,6 +20,7 @@ class HALVERNAPI_EXPORT ParameterEncoding {
 // yet. Fails on text that is not UTF-8 and on numbers that are not finite.
 class HALVERNAPI_EXPORT JSONEncoding final : public ParameterEncoding {
  public:
+  // One for all requests; never destroyed.
   static const JSONEncoding& default_();
   std::optional<Foundation::NSError> encode(URLRequest& request,
                                             const std::optional<Statham::JsonObject>& parameters) const override;

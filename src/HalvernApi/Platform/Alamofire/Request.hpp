@@ -1,4 +1,3 @@
-// A request that was started, and the answer that it comes to. Every member may be called from any thread.
 #pragma once
 
 #include "HalvernApi/Platform/Alamofire/URLRequest.hpp"
@@ -7,6 +6,7 @@
 
 namespace HalvernApi::Alamofire {
 
+// A request that was started. Every member may be called from any thread.
 class HALVERNAPI_EXPORT Request {
  public:
   virtual ~Request();
@@ -20,29 +20,38 @@ class HALVERNAPI_EXPORT Request {
   std::string debugDescription() const;
 
  protected:
+  // \cond
   explicit Request(std::optional<URLRequest> request) : request_(std::move(request)) {}
+  // \endcond
 
  private:
   const std::optional<URLRequest> request_;
 };
 
+// What an exchange came to, before anything is decoded. A plain value: any thread.
 struct DefaultDataResponse {
   std::optional<Foundation::HTTPURLResponse> response{};  // absent when no answer came
   std::optional<Foundation::Data> data{};                 // the body as far as it came
   std::optional<Foundation::NSError> error{};             // what ended the exchange, or what validation found
 };
 
-// Made and owned by a session until the answer has come, and by whoever keeps it.
+// A request whose answer has a body. Made and owned by a session until the answer has come, and by whoever keeps it.
+// Every member may be called from any thread.
 class HALVERNAPI_EXPORT DataRequest : public Request,
                                       public Promissum::Cancellable,
                                       public std::enable_shared_from_this<DataRequest> {
  public:
+  // \cond
   // The answer's shared state; it always comes to a value.
   using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
+  // \endcond
+  // What makes a T of the answer's JSON, such as a record's `decodeJson`.
   template <class T>
   using Decoder = std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)>;
+  // \cond
   template <class T>
   using Decoded = Foundation::Expected<T, Promissum::ErrorResponse>;
+  // \endcond
 
   // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
   // media type does not match the request's "Accept".
@@ -62,6 +71,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
     });
   }
 
+  // \cond
   // The same, but for what `conclude` makes of a Decoded<T> and the answer: another Expected. Spares the promise that
   // `mapResult` would make.
   template <class T, class Conclude>
@@ -84,12 +94,15 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
         });
     return Promise(std::move(result));
   }
+  // \endcond
 
  protected:
+  // \cond
   // JSON values of the answer take at most `maxJsonBytes`.
   DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue, std::size_t maxJsonBytes);
 
   const boost::intrusive_ptr<Answer> answer_;
+  // \endcond
 
  private:
   using Decode = std::function<std::optional<Statham::JsonDecodeError>(const Statham::JsonValue&)>;

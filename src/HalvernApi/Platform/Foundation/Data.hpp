@@ -1,4 +1,3 @@
-// A block of bytes, and the two conversions that the library needs of it. Plain values: any thread.
 #pragma once
 
 #include <cstddef>
@@ -10,15 +9,18 @@
 
 namespace HalvernApi::Foundation {
 
+// A block of bytes, such as the body of an answer.
 using Data = std::vector<std::byte>;
 
 // The bytes seen as text, without a copy; valid as long as `data` is unchanged.
 inline std::string_view textOf(const Data& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
 
+// Whether `text` is UTF-8 as RFC 3629 has it: no surrogates, nothing longer than it need be. Any thread.
 HALVERNAPI_EXPORT bool isUtf8(std::string_view text);
 
 // Base64 of RFC 4648, standard alphabet, padded to a multiple of four. Absent when any other character (line breaks and
 // blanks included), a wrong length or padding in the wrong place is found. Unused bits of the last group are ignored.
+// Any thread.
 HALVERNAPI_EXPORT std::optional<Data> decodeBase64(std::string_view text);
 
 }  // namespace HalvernApi::Foundation

@@ -1,4 +1,3 @@
-// A point in time with microseconds, from years before 1 to beyond 9999. A plain value: any thread.
 #pragma once
 
 #include <chrono>
@@ -7,6 +6,8 @@
 
 namespace HalvernApi::Foundation {
 
+// A point in time with microseconds, from years before 1 to beyond 9999. A birth date is midnight of its day in the
+// device's time zone; see `decodeDate`. A plain value: any thread.
 class Date {
  public:
   // A finer duration is rounded down to whole microseconds.
@@ -24,12 +25,14 @@ class Date {
 
 }  // namespace HalvernApi::Foundation
 
+// \cond
 template <>
 struct std::hash<HalvernApi::Foundation::Date> {
   std::size_t operator()(HalvernApi::Foundation::Date date) const {
     return std::hash<std::chrono::microseconds::rep>{}(date.time().time_since_epoch().count());
   }
 };
+// \endcond
 
 namespace HalvernApi {
 using Foundation::Date;

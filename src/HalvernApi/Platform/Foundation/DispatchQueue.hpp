@@ -1,4 +1,3 @@
-// Where completion handlers run: an application hands in its own main loop by deriving from this.
 #pragma once
 
 #include <functional>
@@ -7,6 +6,8 @@
 
 namespace HalvernApi::Foundation {
 
+// Where completion handlers run: an application hands in its own main loop by deriving from this, and setting
+// URLSessionConfiguration::completionQueue.
 class HALVERNAPI_EXPORT DispatchQueue {
  public:
   virtual ~DispatchQueue();

@@ -1,4 +1,3 @@
-// The platform's error value: a domain, a number in it, and words for a developer. A plain value: any thread.
 #pragma once
 
 #include <iosfwd>
@@ -34,15 +33,17 @@ enum NSURLError : int {
   NSURLErrorServerCertificateNotYetValid = -1204,
 };
 
+// The platform's error value: a domain, a number in it, and words for a developer. A plain value: any thread.
 struct HALVERNAPI_EXPORT NSError {
-  std::string domain;
-  int code = 0;
+  std::string domain;  // NSURLErrorDomain, NSPOSIXErrorDomain or AFErrorDomain, where the library has made it
+  int code = 0;        // what it means depends on the domain
   std::string localizedDescription;  // never holds a token, a key or a password
 
   // `Error Domain=NSURLErrorDomain Code=-1004 "Could not connect to the server"`
   std::string description() const;
 
   friend bool operator==(const NSError&, const NSError&) = default;
+  // Prints `description()`.
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const NSError&);
 };
 

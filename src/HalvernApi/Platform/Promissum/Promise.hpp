@@ -1,9 +1,3 @@
-// A handle to the one result that an asynchronous operation comes to, a value or an error. Copies are cheap and share
-// the result; every member may be called from any thread.
-//
-// Callbacks run on the completion queue (of the session that made the promise, or one that all other promises share),
-// one at a time, in the order in which they were attached, never inside the call that attaches them. A callback that
-// throws ends the process.
 #pragma once
 
 #include <coroutine>
@@ -13,11 +7,13 @@
 #include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Promissum/PromiseCore.hpp"
 
+// Promises: results that are still to come.
 namespace HalvernApi::Promissum {
 
 using Foundation::Expected;
 using Foundation::Unexpected;
 
+// \cond
 template <class Value, class E>
 class Promise;
 
@@ -59,22 +55,39 @@ class PromiseState final : public PromiseCore {
   std::optional<Result> result_;  // written by who claimed it, before it is published; unchanged from then on
 };
 
+// \endcond
+
+// A handle to the one result that an asynchronous operation comes to, a value or an error. Copies are cheap and share
+// the result; every member may be called from any thread. Dropping all handles neither cancels the operation nor keeps
+// callbacks from running.
+//
+// Callbacks run on the completion queue (of the session that made the promise, or one that all other promises share),
+// one at a time, in the order in which they were attached, never inside the call that attaches them. Once the process
+// exits, none begins. A callback that throws ends the process.
 template <class Value, class E>
 class [[nodiscard]] Promise {
  public:
+  // \cond
   using State = PromiseState<Value, E>;
+  // \endcond
+  // What it comes to, and `get` and `co_await` give.
   using Result = Expected<Value, E>;
+  // What it comes to on success.
   using ValueType = Value;
+  // What it comes to on failure.
   using ErrorType = E;
 
+  // \cond
   explicit Promise(boost::intrusive_ptr<State> state) : state_(std::move(state)) {}
+  // \endcond
 
   // Settled from the start, for fakes of a service. Handlers run on a thread that all promises without a session share.
   static Promise resolved(Value value) { return settled(Result(std::move(value))); }
+  // As `resolved`, with an error.
   static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
 
-  // A promise of what `f` makes of this one's Expected: another Expected. Adds no hop between threads. Cancelling the
-  // new promise cancels this one.
+  // A promise of what `f` makes of this one's Expected: another Expected. `f` runs on the completion queue. Adds no hop
+  // between threads. Cancelling the new promise cancels this one.
   template <class F, class Next = std::decay_t<std::invoke_result_t<F&, const Result&>>>
   Promise<typename Next::value_type, typename Next::error_type> mapResult(F f) const {
     using NextState = PromiseState<typename Next::value_type, typename Next::error_type>;
@@ -123,7 +136,7 @@ class [[nodiscard]] Promise {
     return Next(std::move(next));
   }
 
-  // `f(value)` on success.
+  // Has `f(value)` run on success. Gives this promise back, for the next callback.
   template <class F>
   const Promise& then(F f) const {
     return handle([f = std::move(f)](const Result& result) mutable {
@@ -131,7 +144,7 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // `f(error)` on failure.
+  // Has `f(error)` run on failure, cancellation included.
   template <class F>
   const Promise& trap(F f) const {
     return handle([f = std::move(f)](const Result& result) mutable {
@@ -139,7 +152,7 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // `f()` either way.
+  // Has `f()` run either way.
   template <class F>
   const Promise& finally(F f) const {
     return handle([f = std::move(f)](const Result&) mutable { std::invoke(f); });
@@ -212,18 +225,23 @@ class [[nodiscard]] Promise {
 template <class Value, class E>
 class PromiseSource {
  public:
+  // A source of a promise of its own, whose callbacks run on a thread that all promises without a session share.
   PromiseSource() : state_(new PromiseState<Value, E>(nullptr)) { state_->addSource(); }
+  // \cond
   PromiseSource(const PromiseSource& other) : state_(other.state_) { state_->addSource(); }
   PromiseSource& operator=(PromiseSource other) {
     std::swap(state_, other.state_);
     return *this;
   }
   ~PromiseSource() { state_->removeSource(); }
+  // \endcond
 
+  // The promise that it settles: the same one at every call.
   Promise<Value, E> promise() const { return Promise<Value, E>(state_); }
 
-  // The first call of the two wins; later ones do nothing.
+  // Settles the promise with a value. The first call of `resolve` and `reject` wins; later ones do nothing.
   void resolve(Value value) const { state_->settle(std::move(value)); }
+  // Settles the promise with an error.
   void reject(E error) const { state_->settle(Unexpected<E>(std::move(error))); }
 
  private:

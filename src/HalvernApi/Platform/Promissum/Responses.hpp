@@ -1,4 +1,3 @@
-// What a promise of a decoded answer comes to: plain values.
 #pragma once
 
 #include <variant>
@@ -10,13 +9,15 @@
 
 namespace HalvernApi::Promissum {
 
-// The request and the bytes of the body are not kept: once decoded, they would only take up memory with the promise.
+// What a promise of a decoded answer comes to. The request and the bytes of the body are not kept: once decoded, they
+// would only take up memory with the promise.
 template <class T>
 struct SuccessResponse {
-  T result;
-  Foundation::HTTPURLResponse response;
+  T result;                              // as the decoder made it
+  Foundation::HTTPURLResponse response;  // that it came with
 };
 
+// What it comes to when there is none, or none that is acceptable. A plain value: any thread.
 struct ErrorResponse {
   std::variant<Foundation::NSError, Statham::JsonDecodeError> error;  // what went wrong
   std::optional<Foundation::HTTPURLResponse> response{};              // absent when no answer came

@@ -1,4 +1,3 @@
-// How a value of each type is read from JSON and written as JSON. Free of state: any thread.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -7,23 +6,33 @@
 
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
+// JSON: values, and how each type is read from them and written as them.
 namespace HalvernApi::Statham {
 
+// What a decoder gives.
 template <class T>
 using Decoded = Foundation::Expected<T, JsonDecodeError>;
 
-// By default a type's own members.
+// How a value of type T is read from JSON and written as JSON: bool, std::string, std::int64_t, double, Date,
+// std::optional and std::vector of those, and any type with `decodeJson` and `encodeJson` of its own. Free of state:
+// any thread.
+//
+// A bool takes booleans only; an integer integers within 64 bits, and doubles with an integral value nearer to zero
+// than two to the power of 63; a double every number that it can hold, if only roughly. An optional is absent for null.
+// A vector takes arrays and reports every bad element.
 template <class T>
 struct JsonCodec {
   static_assert(!std::is_arithmetic_v<T>,
                 "The numbers of JSON are read as std::int64_t and double: convert from there");
 
+  // Fails with wrongType, or as `T::decodeJson` does.
   static Decoded<T> decodeJson(const JsonValue& json) { return T::decodeJson(json); }
+  // What `decodeJson` reads.
   static JsonValue encodeJson(const T& value) { return JsonValue(value.encodeJson()); }
 };
 
-// What JSON has by itself. A bool takes booleans only; an integer integers within 64 bits, and doubles with an integral
-// value nearer to zero than two to the power of 63; a double every number that it can hold, if only roughly.
+// \cond
+// What JSON has by itself.
 template <class T>
 struct HALVERNAPI_EXPORT ScalarCodec {
   static Decoded<T> decodeJson(const JsonValue& json);
@@ -42,6 +51,7 @@ struct JsonCodec<double> : ScalarCodec<double> {};
 // What the decoder `F` reads.
 template <class F>
 using DecodedBy = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
+// \endcond
 
 // A decoder of what `decode` reads, for which null is absent.
 template <class F>
@@ -52,6 +62,7 @@ auto optionalDecoder(F decode) {
   };
 }
 
+// What `encode` makes of the value; null when it is absent.
 template <class T, class F>
 JsonValue encodeOptional(const std::optional<T>& value, F encode) {
   return value ? JsonValue(encode(*value)) : JsonValue(nullptr);
@@ -80,6 +91,7 @@ auto arrayDecoder(F decode) {
   };
 }
 
+// An array of what `encode` makes of each value, in their order.
 template <class T, class F>
 JsonValue encodeArray(const std::vector<T>& values, F encode) {
   boost::json::array array;
@@ -88,6 +100,7 @@ JsonValue encodeArray(const std::vector<T>& values, F encode) {
   return array;
 }
 
+// \cond
 template <class T>
 struct JsonCodec<std::optional<T>> {
   static auto decodeJson(const JsonValue& json) { return optionalDecoder(JsonCodec<T>::decodeJson)(json); }
@@ -99,6 +112,7 @@ struct JsonCodec<std::vector<T>> {
   static auto decodeJson(const JsonValue& json) { return arrayDecoder(JsonCodec<T>::decodeJson)(json); }
   static JsonValue encodeJson(const std::vector<T>& values) { return encodeArray(values, JsonCodec<T>::encodeJson); }
 };
+// \endcond
 
 }  // namespace HalvernApi::Statham
 

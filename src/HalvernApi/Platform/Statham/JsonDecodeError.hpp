@@ -1,4 +1,3 @@
-// Why a JSON value is not what a decoder expects, nested as the data is. An immutable value, cheap to copy: any thread.
 #pragma once
 
 #include <iosfwd>
@@ -13,18 +12,26 @@
 
 namespace HalvernApi::Statham {
 
+// Why a JSON value is not what a decoder expects, nested as the data is. An immutable value, cheap to copy: any thread.
 class HALVERNAPI_EXPORT JsonDecodeError {
  public:
+  // What is wrong, each as the constructor of the same name says.
   enum class Case { wrongType, wrongEnumRawValue, missingKey, arrayElementErrors, structErrors };
   struct KeyError;
   struct ElementError;
 
+  // `value`, of which a copy is kept, is not a JSON value of the type named by `expected`.
   static JsonDecodeError wrongType(const JsonValue& value, std::string expected);
+  // `value` is none of the texts of the enumeration `type`.
   static JsonDecodeError wrongEnumRawValue(std::string_view value, std::string type);
+  // A key that a record needs is not there.
   static JsonDecodeError missingKey();
+  // Elements of an array are bad.
   static JsonDecodeError arrayElementErrors(std::vector<ElementError> errors);
+  // Keys of the record `type` are bad.
   static JsonDecodeError structErrors(std::string type, std::vector<KeyError> errors);
 
+  // For a `switch`.
   Case kind() const;
 
   // The offending value, of wrongType and wrongEnumRawValue; null otherwise.
@@ -42,7 +49,9 @@ class HALVERNAPI_EXPORT JsonDecodeError {
   // Double, found string`. It never shows the values themselves: they may be secrets.
   std::string description() const;
 
+  // Whether both say the same of the same values.
   friend HALVERNAPI_EXPORT bool operator==(const JsonDecodeError&, const JsonDecodeError&);
+  // Prints `description()`.
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const JsonDecodeError&);
 
  private:
@@ -53,15 +62,17 @@ class HALVERNAPI_EXPORT JsonDecodeError {
   std::shared_ptr<const Node> node_;
 };
 
+// A bad key of a record.
 struct JsonDecodeError::KeyError {
-  std::string key;
-  JsonDecodeError error;
+  std::string key;        // as in the JSON object
+  JsonDecodeError error;  // what is wrong with its value
   friend bool operator==(const KeyError&, const KeyError&) = default;
 };
 
+// A bad element of an array.
 struct JsonDecodeError::ElementError {
-  std::size_t index;
-  JsonDecodeError error;
+  std::size_t index;      // from 0
+  JsonDecodeError error;  // what is wrong with it
   friend bool operator==(const ElementError&, const ElementError&) = default;
 };
 

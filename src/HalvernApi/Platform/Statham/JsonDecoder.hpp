@@ -1,5 +1,3 @@
-// Reads the keys of one JSON object and collects what is wrong with them, so that a record reports every bad key at
-// once. For one thread; refers to the value that it was made over.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -8,6 +6,8 @@
 
 namespace HalvernApi::Statham {
 
+// Reads the keys of one JSON object and collects what is wrong with them, so that a record reports every bad key at
+// once. For one thread; refers to the value that it was made over.
 class HALVERNAPI_EXPORT JsonDecoder {
  public:
   // Fails with wrongType when `json` is not an object.
@@ -29,6 +29,7 @@ class HALVERNAPI_EXPORT JsonDecoder {
     return value != nullptr ? file(key, decode(*value)) : std::optional<DecodedBy<F>>(std::in_place);
   }
 
+  // In the order in which the keys were read; the decoder's.
   const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }
 
  private:

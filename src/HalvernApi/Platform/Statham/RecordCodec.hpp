@@ -1,8 +1,3 @@
-// One walker for all records: a record lists its fields once, in declaration order, and is decoded and encoded by it.
-//
-//   constexpr RecordCodec codec("Pair", field("left", &Pair::left), field("right", &Pair::right));
-//
-// The type that a getter returns names the codec of the value and says whether the key is optional.
 #pragma once
 
 #include <tuple>
@@ -12,31 +7,46 @@
 
 namespace HalvernApi::Statham {
 
+// One key of a record, as `field` makes it.
 template <class Record, class Result>
 struct Field {
+  // \cond
   using RecordType = Record;
   using Value = std::decay_t<Result>;
   std::string_view key;
   Result (Record::*get)() const;
+  // \endcond
 };
 
+// The key of a record's field and its getter. The type that the getter returns names the JsonCodec of the value, and
+// says whether the key is optional.
 template <class Record, class Result>
 constexpr Field<Record, Result> field(std::string_view key, Result (Record::*get)() const) {
   return {key, get};
 }
 
+// \cond
 template <class T>
 struct IsOptional : std::false_type {};
 template <class T>
 struct IsOptional<std::optional<T>> : std::true_type {};
+// \endcond
 
+// One walker for all records: a record lists its fields once, in the order of its constructor's arguments, and is
+// decoded and encoded by it. Without state that changes: any thread.
+//
+//     constexpr RecordCodec codec("Pair", field("left", &Pair::left), field("right", &Pair::right));
 template <class... Fields>
 class RecordCodec {
  public:
+  // The type that the getters belong to.
   using Record = std::common_type_t<typename Fields::RecordType...>;
 
+  // `type` is the record's name in errors; it has to outlive the codec, as the keys have.
   explicit constexpr RecordCodec(std::string_view type, Fields... fields) : type_(type), fields_(fields...) {}
 
+  // Fails with wrongType when `json` is not an object, else with structErrors, which hold every bad key. An optional
+  // key may be missing or null; other keys of the object are ignored.
   Decoded<Record> decode(const JsonValue& json) const {
     Decoded<JsonDecoder> decoder = JsonDecoder::make(json);
     if (!decoder) return Foundation::Unexpected<JsonDecodeError>(std::move(decoder).error());
@@ -55,6 +65,7 @@ class RecordCodec {
         fields_);
   }
 
+  // Every key in its order, with null for what is absent.
   JsonObject encode(const Record& record) const {
     JsonObject object;
     object.reserve(sizeof...(Fields));

@@ -1,8 +1,3 @@
-// An ApiService whose answers a test sets with GoogleMock; include it where that is at hand. A call for which nothing
-// was set fails as if the service were out of reach.
-//
-//   EXPECT_CALL(service, checkIfValidated("token"))
-//       .WillOnce(Return(Promise<ValidatedEmailResponse, Error>::resolved(ValidatedEmailResponse(true))));
 #pragma once
 
 #include <gmock/gmock.h>
@@ -11,8 +6,14 @@
 
 namespace HalvernApi::Testing {
 
+// An ApiService whose answers a test sets with GoogleMock: it has a mock method for each operation, with the same
+// arguments. A call for which nothing was set fails as if the service were out of reach.
+//
+//     EXPECT_CALL(service, checkIfValidated("token"))
+//         .WillOnce(Return(MockApiService::Validated::resolved(ValidatedEmailResponse(true))));
 class MockApiService : public ApiService {
  public:
+  // \cond
   MockApiService() {
     const auto outOfReach = [] { return OutOfReach(); };
     ON_CALL(*this, login).WillByDefault(outOfReach);
@@ -26,12 +27,19 @@ class MockApiService : public ApiService {
     ON_CALL(*this, profile).WillByDefault(outOfReach);
     ON_CALL(*this, update).WillByDefault(outOfReach);
   }
+  // \endcond
 
+  // What the four ways to sign in return.
   using SignIn = Promise<AuthenticationResponse, Error>;
+  // What the operations return that have nothing to tell.
   using Done = Promise<Unit, Error>;
+  // What sendPasswordReset returns.
   using PasswordReset = Promise<ForgotPasswordResponse, Error>;
+  // What checkIfValidated returns.
   using Validated = Promise<ValidatedEmailResponse, Error>;
+  // What profile returns.
   using Configuration = Promise<ConfigurationResponse, Error>;
+  // \cond
   using Text = std::string_view;
 
   MOCK_METHOD(SignIn, login, (Text email, Text password, Text appInstanceId, Text appInstanceName), (override));
@@ -48,6 +56,7 @@ class MockApiService : public ApiService {
               (override));
   MOCK_METHOD(Configuration, profile, (const std::vector<Audiogram>& audiograms, Text accessToken), (override));
   MOCK_METHOD(Done, update, (Date birthdate, Sex sex, Text accessToken), (override));
+  // \endcond
 
  private:
   struct OutOfReach {
