@@ -45,6 +45,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   // The answer's shared state; it always comes to a value.
   using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
   // \endcond
+
   // What makes a T of the answer's JSON, such as a record's `decodeJson`.
   template <class T>
   using Decoder = std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)>;

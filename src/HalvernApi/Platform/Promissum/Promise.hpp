@@ -13,10 +13,10 @@ namespace HalvernApi::Promissum {
 using Foundation::Expected;
 using Foundation::Unexpected;
 
-// \cond
 template <class Value, class E>
 class Promise;
 
+// \cond
 // The shared result behind promises of one type. For those who make promises; applications use PromiseSource.
 template <class Value, class E>
 class PromiseState final : public PromiseCore {
@@ -70,6 +70,7 @@ class [[nodiscard]] Promise {
   // \cond
   using State = PromiseState<Value, E>;
   // \endcond
+
   // What it comes to, and `get` and `co_await` give.
   using Result = Expected<Value, E>;
   // What it comes to on success.
