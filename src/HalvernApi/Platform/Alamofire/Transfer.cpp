@@ -143,8 +143,8 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
   setHeaders(request);
   if (url_ != url) {
     url_ = std::move(url);
-    curl_easy_setopt(easy, CURLOPT_URL, url_->text.c_str());
-    curl_easy_setopt(easy, CURLOPT_CURLU, url_->parts.get());
+    curl_easy_setopt(easy, CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
+    if (!url_->parts) curl_easy_setopt(easy, CURLOPT_URL, url_->text.c_str());
     // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
     curl_easy_setopt(easy, CURLOPT_PIPEWAIT, url_->secure ? 1L : 0L);
   }
@@ -218,6 +218,7 @@ int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int loc
 std::size_t Transfer::onHeader(char* data, std::size_t, std::size_t count, void* transfer) {
   Transfer& self = *static_cast<Transfer*>(transfer);
   self.lastActivity_ = self.context_.now;
+  if (!self.acceptsHeader(*data)) return 0;
   const std::string_view line(data, count);
   self.headerBytes_ += count;
   self.headerLines_ = line.starts_with("HTTP/") ? 1 : self.headerLines_ + 1;
@@ -237,12 +238,14 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t count, void* t
   Transfer& self = *static_cast<Transfer*>(transfer);
   self.lastActivity_ = self.context_.now;
   if (self.answer_.response) return self.append({data, count}) ? count : 0;
-  // A header line, before libcurl looks at it; a first header that continues another would have it look at freed
-  // memory.
-  const bool continues = *data == ' ' || *data == '\t';
-  if (self.headerLines_ != 1 || !continues) return count;
-  self.refuse(Foundation::NSURLErrorBadServerResponse, "The first header continues none.");
-  return 0;
+  return self.acceptsHeader(*data) ? count : 0;  // before libcurl looks at it
+}
+
+// Refuses a first header that continues another: some libcurls would look at freed memory.
+bool Transfer::acceptsHeader(char first) {
+  if (headerLines_ != 1 || (first != ' ' && first != '\t')) return true;
+  refuse(Foundation::NSURLErrorBadServerResponse, "The first header continues none.");
+  return false;
 }
 
 bool Transfer::append(std::string_view bytes) {

@@ -69,6 +69,7 @@ class Transfer {
   void setHeaders(const URLRequest& request);
   // For callbacks, which run between libcurl's own functions: allocates nothing, as throws nothing.
   void refuse(Foundation::NSURLError code, std::string_view words) { refusal_ = {code, words}; }
+  bool acceptsHeader(char first);
   bool append(std::string_view bytes);
 
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
