@@ -21,7 +21,7 @@ std::string Request::debugDescription() const {
   text += rawValue(request()->method);
   for (const auto& [name, value] : request()->headers) {
     const bool shown = std::any_of(std::begin(harmless), std::end(harmless),
-                                   [&name = name](std::string_view known) { return equalIgnoringCase(known, name); });
+                                   [&own = name](std::string_view known) { return equalIgnoringCase(known, own); });
     ((((text += " -H '") += name) += ": ") += shown ? value : "<elided>") += '\'';
   }
   if (request()->body) text += " --data '<elided>'";

@@ -17,7 +17,11 @@ class Date {
   // Since the Unix epoch, without leap seconds.
   constexpr std::chrono::sys_time<std::chrono::microseconds> time() const { return time_; }
 
-  friend constexpr auto operator<=>(const Date&, const Date&) = default;
+  friend constexpr bool operator==(const Date&, const Date&) = default;
+  // Not every standard library compares time points so.
+  friend constexpr std::strong_ordering operator<=>(const Date& left, const Date& right) {
+    return left.time_.time_since_epoch().count() <=> right.time_.time_since_epoch().count();
+  }
 
  private:
   std::chrono::sys_time<std::chrono::microseconds> time_;
