@@ -27,7 +27,8 @@ bool equalIgnoringCase(std::string_view left, std::string_view right) {
 bool consistsOf(std::string_view text, std::string_view marks) {
   static constexpr auto isLetterOrDigit = [] {
     std::array<bool, 256> table{};
-    for (const unsigned char c : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789") table[c] = c != 0;
+    for (const char c : std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"))
+      table[static_cast<unsigned char>(c)] = true;
     return table;
   }();
   return std::all_of(text.begin(), text.end(), [marks](char c) {
