@@ -46,7 +46,7 @@ class Screen {
 // [screen]
 
 // [offline]
-// Keeps what was to be stored until the service has taken or refused it. For one thread; `waiting` may be kept in a
+// Keeps what was to be stored until the service has taken or rejected it. For one thread; `waiting` may be kept in a
 // file.
 struct Outbox {
   struct Update {
@@ -55,14 +55,16 @@ struct Outbox {
   };
   std::deque<Update> waiting;
 
-  // Call it when the connection is back. False when something is left for later.
+  // Call it when the connection is back. False when something is left for later: the service cannot be reached, is in
+  // trouble, or refuses the token, which is to be renewed then.
   bool send(ApiService& service, const std::string& accessToken) {
     for (; !waiting.empty(); waiting.pop_front()) {
       const auto birthdate = JsonCodec<Date>::decodeJson(JsonValue(waiting.front().birthdate + "T00:00:00"));
       if (!birthdate) continue;
       const auto result = service.update(*birthdate, waiting.front().sex, accessToken).get();
-      // Storing the same twice does no harm, so a call that may have arrived is made again.
-      if (!result && result.error().kind() == Error::Case::network) return false;
+      // Only what the service rejects is given up. Storing the same twice does no harm, so what may have arrived is
+      // sent again.
+      if (!result && result.error().kind() != Error::Case::validationError) return false;
     }
     return true;
   }
@@ -128,8 +130,12 @@ TEST_F(RecipesTest, AnOutboxKeepsWhatWasNotSent) {
   EXPECT_FALSE(outbox.send(service, token));
   EXPECT_EQ(outbox.waiting.size(), 2U);
   server.reset();
+  server.script(Operation::update, {.answer = Answer{.status = 503}});
+  EXPECT_FALSE(outbox.send(service, token));
+  EXPECT_FALSE(outbox.send(service, "a token that is refused"));
+  EXPECT_EQ(outbox.waiting.size(), 2U);
   EXPECT_TRUE(outbox.send(service, token));
-  EXPECT_EQ(server.seen(Operation::update).size(), 2U);
+  EXPECT_EQ(server.seen(Operation::update).size(), 4U);
   EXPECT_THAT(signIn(service).get()->dateOfBirth(), testing::Optional(testing::_));
 }
 
