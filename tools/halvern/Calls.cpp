@@ -17,7 +17,7 @@ using namespace HalvernApi;
 
 namespace {
 
-// What the command line gives, with what stands for an option that it leaves out.
+// The values of all options, with the defaults of those that are not given.
 struct Values {
   std::string baseUrl, apiKey, caFile;
   double timeout = 60;
@@ -46,7 +46,7 @@ struct Option {
   std::string name;
   std::string help;
   std::string sample{};    // for the example in the help
-  CLI::Validator check{};  // passes everything
+  CLI::Validator check{};  // accepts everything where none is named
 };
 using enum Option::Kind;
 
@@ -88,7 +88,7 @@ const Option& optionOf(Variable variable) {
                        [&](const Option& option) { return option.variable == variable; });
 }
 
-// The JSON that the text given for an option stands for: of a file, a day, or a text.
+// What was given for an option, as JSON: the content of a file, midnight of a day, or the text itself.
 template <class T>
 JsonValue givenJson(const std::string& option, const std::string& given) {
   if constexpr (std::is_same_v<T, Date>) return JsonValue(given + "T00:00:00");
@@ -106,7 +106,7 @@ JsonValue givenJson(const std::string& option, const std::string& given) {
   throw CLI::ValidationError(option, "line " + std::to_string(line) + ": not JSON: " + error.message());
 }
 
-// Says every fault of what was given, in a line of its own.
+// Reads what was given for an option. Throws with a line for each fault in it.
 template <class T>
 bool read(const std::string& option, const std::string& given, T& value) {
   const auto decoded = JsonCodec<T>::decodeJson(givenJson<T>(option, given));
@@ -135,7 +135,7 @@ void draw(const Values& values, int stream) {
   if (!values.chart.empty()) write(values.chart, svgChart(values.audiograms));
 }
 
-// What a failure is called in JSON and by the exit status, in the order of Error::Case.
+// The names of failures in JSON output and their exit statuses, in the order of Error::Case.
 constexpr struct {
   const char* name;
   int status;
@@ -150,7 +150,7 @@ std::string wordsOf(const Error& error) {
   return words != nullptr ? *words : error.description();
 }
 
-// Domain and code are those of what lies beneath, where there is something.
+// Domain and code are the platform error's, where there is one, and the Error's own otherwise.
 JsonObject jsonOf(const Error& error) {
   const NSError* const beneath = error.platformError();
   return {{"error",
@@ -168,7 +168,7 @@ JsonObject jsonOf([[maybe_unused]] const T& answer) {
     return answer.encodeJson();
 }
 
-// Whether an answer that says yes or no to what was asked for says no.
+// Whether the service says in its answer that it has not done what was asked for.
 template <class T>
 bool isRefusal([[maybe_unused]] const T& answer) {
   if constexpr (requires { answer.isSuccessful(); }) return !answer.isSuccessful();
@@ -262,7 +262,7 @@ void addOption(CLI::App& command, const Option& option, Values& values) {
       ->check(CLI::ExistingFile);
 }
 
-// Takes a secret from the file or the terminal where neither the option nor the environment gives it.
+// Reads a secret from its file, or asks for it at the terminal, where neither option nor environment has it.
 void complete(const Option& option, const CLI::App& command, Values& values) {
   std::string& secretText = values.*std::get<std::string Values::*>(option.variable);
   const std::string name = "--" + option.name;
@@ -278,7 +278,7 @@ void complete(const Option& option, const CLI::App& command, Values& values) {
     throw CLI::ValidationError(name, "is needed, and the input ended before it");
 }
 
-// Gives the command its options and an example of them, and lets it run with what they come to.
+// Adds options, and an example of their use, to a subcommand, and has it call `run` with their values.
 template <class Run>
 void complement(CLI::App& command, const std::vector<Variable>& variables, Run run) {
   const auto values = std::make_shared<Values>();

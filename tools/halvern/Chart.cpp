@@ -18,7 +18,7 @@ constexpr int octaves = 6;
 constexpr int softest = -10;
 constexpr int loudest = 120;
 constexpr int decibelsPerOctave = 20;
-// Where 750, 1500, 3000 and 6000 Hz lie between their octaves.
+// Where 750, 1500, 3000 and 6000 Hz lie between the octaves below and above: log2(1.5).
 constexpr double betweenOctaves = 0.58496250072115619;
 constexpr int firstBetween = 2;
 
@@ -28,7 +28,7 @@ struct Ear {
   const char* name;
   const char* colour;
   const char* dashes;
-  const char* tinted;  // the letter, in a terminal
+  const char* tinted;  // the letter in the ear's colour, for a terminal
 };
 constexpr std::array ears{Ear{DeviceOrientation::right, 'O', "right ear", "#c8102e", "none", "\033[91mO\033[39m"},
                           Ear{DeviceOrientation::left, 'X', "left ear", "#0b57d0", "7 5", "\033[94mX\033[39m"}};
@@ -63,7 +63,7 @@ struct Point {
 
 struct Curve {
   const Ear& ear;
-  std::string number;  // where the ear has several
+  std::string number;  // empty unless the ear has several audiograms
   std::string name;
   std::vector<Point> points;
 
@@ -234,7 +234,7 @@ std::string svgChart(const std::vector<Audiogram>& audiograms) {
       svg << "<path class='arrow' fill='none' stroke='" << curve.ear.colour
           << "' stroke-width='2' transform='translate(" << x << ' ' << y << ") rotate("
           << std::atan2(point.down, point.across) * 180 / std::acos(-1.0) << ")' d='M8 0h12m-5 -4l5 4l-5 4'/>\n";
-      // Inwards, and one ear's apart from the other's, where points coincide.
+      // The number stands inside the chart, and not where the other ear's would stand if their points coincide.
       const bool isRight = curve.ear.letter == 'O';
       const double above = point.down != 0 ? point.down * (isRight ? 16 : 31) : isRight ? 16 : -18;
       const char* const anchor = point.across > 0 ? "end" : point.across < 0 ? "start" : "middle";

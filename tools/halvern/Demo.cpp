@@ -58,7 +58,7 @@ const struct Step {
     {"login --email anna@example.com --base-url http://127.0.0.1:1", "-1004", status::network},
 };
 
-// A text of the answer that is to be found in the environment from here on.
+// Puts the text under `key` of an answer into the environment, for the commands that follow.
 void keep(const std::string& answer, const std::string& key, const char* variable) {
   const std::size_t begin = answer.find('"' + key + "\":\"");
   if (begin == std::string::npos) return;

@@ -1,5 +1,5 @@
-// The life of one account against a sandbox in this process, told by the command lines that a user of the program would
-// give. For one thread.
+// One account's calls to a sandbox in this process, as the command lines that a user of the program would give. For one
+// thread.
 #pragma once
 
 #include <string>

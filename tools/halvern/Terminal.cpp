@@ -12,12 +12,12 @@
 #include <system_error>
 
 namespace {
-int own = -1;   // standard output
-int held = -1;  // what stands in for it
+int own = -1;   // standard output itself
+int held = -1;  // the file in memory that takes its place while it is held back
 
 volatile sig_atomic_t caught = 0;
 
-// Removes what stands in the line.
+// Goes to the start of the line, and erases a line that says that the program waits.
 std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
 }  // namespace
 
@@ -73,7 +73,7 @@ std::optional<std::string> askSecret(const std::string& name) {
   std::array<struct sigaction, signals.size()> actions{};
   struct sigaction note {};
   note.sa_handler = [](int signal) { caught = signal; };
-  // Blocked but while waiting, so that none comes before.
+  // They are blocked except while ppoll waits, so none is missed between looking at `caught` and waiting.
   sigset_t blocked, open;
   sigemptyset(&blocked);
   for (const int signal : signals) sigaddset(&blocked, signal);

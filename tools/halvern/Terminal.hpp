@@ -1,5 +1,5 @@
-// How the program meets who uses it: what its exit status says, its words on standard error, and secrets that come from
-// elsewhere than the command line, where other users of the machine see them. For one thread.
+// What the program has to do with its user: exit statuses, words on standard error, and secrets, which are not taken
+// from the command line because other users of the machine see it. For one thread.
 #pragma once
 
 #include <functional>
@@ -26,14 +26,14 @@ struct NotWritten : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// `text` without what a terminal would obey: control characters, but for line ends and tabulators, read `?`.
+// `text` with a `?` for every control character that a terminal would obey, all but line ends and tabulators.
 std::string printable(std::string_view text);
 
 // Words for people, on standard error, in a line of their own.
 void say(const std::string& words);
 
-// Waits until `isDone`, which itself waits for a second at most, and shows that when it is a terminal that one looks
-// at.
+// Calls `isDone`, which waits for up to a second itself, until it is true, and counts the seconds on the terminal. Does
+// nothing where standard error is no terminal.
 void wait(const std::function<bool()>& isDone);
 
 // Holds back what is printed on standard output from here on, as the library does with answers, until it is released

@@ -36,7 +36,7 @@ void serve(Sandbox::Options options) {
   sigwait(&signals, &signal);
 }
 
-// The subcommand that takes the fewest letters added, dropped and changed to come to from `word`.
+// The subcommand nearest to `word`: the one for which the fewest letters have to be added, dropped or changed.
 std::string nearest(const std::string& word, const CLI::App& app) {
   std::pair<std::size_t, std::string> best{word.size() + 100, ""};
   for (const CLI::App* const command : subcommands(app)) {

@@ -67,7 +67,7 @@ struct Sandbox::Impl {
   }
 
   const decltype(Options::mail) mail;
-  std::mutex mutex;  // for what is between it and the server
+  std::mutex mutex;  // for the members from here to `server`
   std::condition_variable changed;
   Service service;
   std::vector<SeenRequest> requests;

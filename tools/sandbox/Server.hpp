@@ -23,7 +23,7 @@ struct Step {
   std::function<std::string()> make{};  // for `send`: called when it is due, for what goes out after the bytes
 };
 
-// What goes over the wire for it.
+// The bytes of an HTTP answer.
 std::string serialize(const Answer& answer);
 
 class Server {

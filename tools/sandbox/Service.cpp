@@ -57,7 +57,7 @@ std::string get(const json::object& body, std::string_view key) { return std::st
 
 using Value = const json::value&;
 
-// What a member of a body must hold, and the words for it.
+// A check of the value of a member, and what it expects in words that complete "must be".
 struct Kind {
   std::string_view expectation;
   bool (*holds)(Value);
@@ -70,7 +70,7 @@ struct Field {
   Kind kind = text;
 };
 
-// What is wrong with an object that is to have these members and no other.
+// What is wrong with an object that must have exactly these members, in sentences.
 std::vector<std::string> faults(const json::object& object, const std::vector<Field>& fields) {
   std::vector<std::string> found;
   for (const auto& [key, kind] : fields)
@@ -93,7 +93,8 @@ bool matches(Value value, const char* form) {
          std::regex_match(value.get_string().begin(), value.get_string().end(), std::regex(form));
 }
 
-// A day and a time that exist are written as they were read. No clock on Earth is more than 14 hours ahead of UTC.
+// A date that does not exist, such as 31 June, is not written again as it was read. What is past in some time zone is
+// past: no clock on Earth is more than 14 hours ahead of UTC.
 bool isPastDate(Value value) {
   constexpr auto form = "%Y-%m-%dT%H:%M:%S";
   std::tm time{};
@@ -137,7 +138,8 @@ json::value configuration(const json::array& all, std::string_view ear) {
   return json::value_from(base64(bytes));
 }
 
-// What a handler is given has been checked: the body against the fields; the account is there where a token is due.
+// `handle` is called with a body that has the fields, and with the account where an access token is needed; null
+// otherwise.
 struct Endpoint {
   std::string path;
   bool needsAccessToken;
@@ -145,7 +147,7 @@ struct Endpoint {
   Answer (*handle)(Service&, const json::object& body, Account*);
 };
 
-// The account, and its sign-in, for which that holds; null where there is none.
+// The first sign-in for which `holds` is true, and its account; null where there is none.
 template <class Condition>
 std::pair<Account*, SignIn*> findSignIn(Service& service, Condition holds) {
   for (auto& [address, account] : service.accounts)

@@ -1,5 +1,5 @@
-// What the sandbox knows and how it judges requests, apart from sockets and scripts. It reads JSON by itself, with none
-// of the library's codecs, so that a fault of theirs shows. For one thread at a time.
+// The sandbox's accounts and how it judges requests, apart from sockets and scripts. It reads JSON with none of the
+// library's codecs, so that a fault of theirs shows. For one thread at a time.
 #pragma once
 
 #include <boost/json.hpp>

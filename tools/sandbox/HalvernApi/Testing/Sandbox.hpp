@@ -86,7 +86,7 @@ class Sandbox {
   Sandbox();
   // As the other.
   explicit Sandbox(Options options);
-  // Ends every connection, answered or not, and returns without waiting for anybody.
+  // Ends every connection, answered or not, without waiting for anybody but `Options::mail`, should that be running.
   ~Sandbox();
   Sandbox(const Sandbox&) = delete;
   Sandbox& operator=(const Sandbox&) = delete;
