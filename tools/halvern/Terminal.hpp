@@ -1,5 +1,5 @@
-// What the program has to do with its user: exit statuses, words on standard error, and secrets, which are not taken
-// from the command line because other users of the machine see it. For one thread.
+// What the program has to do with its user: exit statuses, words on standard error, and secrets from files and from the
+// terminal, for what stands on the command line other users of the machine see. For one thread.
 #pragma once
 
 #include <functional>
