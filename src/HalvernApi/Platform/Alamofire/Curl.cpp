@@ -31,6 +31,15 @@ unsigned curlVersion() {
   return version;
 }
 
+std::optional<NSError> tlsFault() {
+  static const bool usesOpenSsl = [] {
+    const char* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+    return library != nullptr && std::string_view(library).starts_with("OpenSSL");
+  }();
+  if (usesOpenSsl) return std::nullopt;
+  return urlError(Foundation::NSURLErrorSecureConnectionFailed, "This libcurl does not use OpenSSL for TLS.");
+}
+
 CurlUrl parseUrl(const std::string& url, unsigned flags) {
   CurlUrl parts(curl_url());
   if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), flags) != CURLUE_OK) return nullptr;

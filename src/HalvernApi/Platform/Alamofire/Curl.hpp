@@ -5,6 +5,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <optional>
 
 #include "HalvernApi/Platform/Foundation/NSError.hpp"
 
@@ -31,6 +32,9 @@ std::string acceptEncoding();
 std::string userAgent();
 // As libcurl numbers its versions: 0x075801 is 7.88.1.
 unsigned curlVersion();
+// An error when this libcurl does not use OpenSSL: others write session keys where SSLKEYLOGFILE says, and cannot tell
+// why a certificate is refused.
+std::optional<Foundation::NSError> tlsFault();
 
 // The URL in parts; null when libcurl cannot make sense of it. `flags` are those of curl_url_set.
 CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);

@@ -27,11 +27,6 @@ CURLcode withoutKeyLog(CURL*, void* context, void*) {
   return CURLE_OK;
 }
 
-bool usesOpenSsl() {
-  const std::string_view library = curl_version_info(CURLVERSION_NOW)->ssl_version;
-  return library.starts_with("OpenSSL");
-}
-
 // In parts, so that libcurl's error messages, which quote the proxy, never hold its password.
 void setProxy(CURL* handle, const std::string& proxyUrl) {
   const CurlUrl url = parseUrl(proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
@@ -102,7 +97,7 @@ bool Transfer::setSharedOptions() {
                                               std::chrono::milliseconds::rep{1})));
   curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
   curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  if (usesOpenSsl()) curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
+  curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
   if (configuration.certificateAuthorityFile) {
     curl_easy_setopt(easy, CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str());
     curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);

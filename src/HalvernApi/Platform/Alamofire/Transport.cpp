@@ -29,7 +29,7 @@ std::optional<NSError> proxyFault(const std::optional<std::string>& proxyUrl) {
   constexpr std::string_view known[] = {"http", "https", "socks4", "socks4a", "socks5", "socks5h"};
   const std::string scheme = urlPart(url, CURLUPART_SCHEME);
   if (std::find(std::begin(known), std::end(known), scheme) != std::end(known) && !urlPart(url, CURLUPART_HOST).empty())
-    return std::nullopt;
+    return scheme == "https" ? tlsFault() : std::nullopt;
   return urlError(Foundation::NSURLErrorBadURL, "The URL of the proxy cannot be read.");
 }
 

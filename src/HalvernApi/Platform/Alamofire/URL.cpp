@@ -26,12 +26,13 @@ std::string_view schemeOf(std::string_view url) {
 bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
 
 std::optional<Foundation::NSError> loadingFault(std::string_view url) {
-  if (!isHttps(url) && !equalIgnoringCase(schemeOf(url), "http"))
+  const bool secure = isHttps(url);
+  if (!secure && !equalIgnoringCase(schemeOf(url), "http"))
     return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
   url.remove_prefix(schemeOf(url).size() + 1);
   if (!url.starts_with("//") || url.find_first_of("/?#", 2) == 2 || url.size() == 2)
     return urlError(Foundation::NSURLErrorBadURL, "The URL names no host.");
-  return std::nullopt;
+  return secure ? tlsFault() : std::nullopt;
 }
 
 bool sameOrigin(const std::string& left, const std::string& right) {
