@@ -1,28 +1,35 @@
-# What `cmake --install` puts where, and the Debian packages that CPack makes of it. Three components: Runtime (what a
-# program that uses the library needs to run), Development (what it takes to build one) and Testing (the testing kit and
-# the program `halvern`).
+# What `cmake --install` puts where, in three components: Runtime (what a program that uses the library needs to run),
+# Development (what it takes to build one) and Testing (the testing kit and the program `halvern`).
 
+include(CMakePackageConfigHelpers)
 set(HALVERNAPI_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvernApi)
 
-set_target_properties(HalvernApiTesting PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-# Outside the system's own directories the libraries find one another.
-if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  set_target_properties(HalvernApi HalvernApiTesting PROPERTIES INSTALL_RPATH "$ORIGIN")
-  set_target_properties(halvern PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-endif()
+# The libraries lie side by side, and what they stand on may lie elsewhere.
+file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+foreach(target IN ITEMS HalvernApiPlatform HalvernApi HalvernApiTesting halvern)
+  if(TARGET ${target})
+    set_target_properties(${target} PROPERTIES
+      INSTALL_RPATH "$ORIGIN$<$<STREQUAL:${target},halvern>:/${to_libraries}>"
+      INSTALL_RPATH_USE_LINK_PATH ON)
+  endif()
+endforeach()
 
 install(TARGETS HalvernApi HalvernApiPlatform EXPORT HalvernApiTargets
   LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development
   ARCHIVE COMPONENT Development
   FILE_SET HEADERS COMPONENT Development)
-install(TARGETS HalvernApiTesting EXPORT HalvernApiTestingTargets
-  LIBRARY COMPONENT Testing
-  ARCHIVE COMPONENT Testing
-  FILE_SET HEADERS COMPONENT Testing)
-install(TARGETS halvern RUNTIME COMPONENT Testing)
-
 install(EXPORT HalvernApiTargets NAMESPACE HalvernApi:: DESTINATION ${HALVERNAPI_CMAKE_DIR} COMPONENT Development)
-install(EXPORT HalvernApiTestingTargets NAMESPACE HalvernApi:: DESTINATION ${HALVERNAPI_CMAKE_DIR} COMPONENT Testing)
+if(TARGET HalvernApiTesting)
+  install(TARGETS HalvernApiTesting EXPORT HalvernApiTestingTargets
+    LIBRARY COMPONENT Testing
+    ARCHIVE COMPONENT Testing
+    FILE_SET HEADERS COMPONENT Testing)
+  install(EXPORT HalvernApiTestingTargets NAMESPACE HalvernApi:: DESTINATION ${HALVERNAPI_CMAKE_DIR} COMPONENT Testing)
+endif()
+if(TARGET halvern)
+  install(TARGETS halvern RUNTIME COMPONENT Testing)
+endif()
+
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/HalvernApiConfig.cmake.in HalvernApiConfig.cmake
   INSTALL_DESTINATION ${HALVERNAPI_CMAKE_DIR})
 write_basic_package_version_file(HalvernApiConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -35,42 +42,16 @@ if(BUILD_SHARED_LIBS)
 else()
   set(HALVERNAPI_PC_REQUIRES "libcurl >= 7.87 libssl libcrypto")
 endif()
+# Nobody but this file tells pkg-config where the headers' own needs are.
+get_target_property(boost Boost::json LOCATION)
+get_target_property(boost_headers Boost::headers INTERFACE_INCLUDE_DIRECTORIES)
+get_target_property(expected_headers tl::expected INTERFACE_INCLUDE_DIRECTORIES)
+string(REGEX REPLACE "^(.*)/lib([^/.]*)[^/]*$" "-L\\1 -l\\2" HALVERNAPI_PC_LIBS ${boost})
+set(headers ${boost_headers} ${expected_headers})
+list(REMOVE_DUPLICATES headers)
+list(JOIN headers " -I" HALVERNAPI_PC_INCLUDES)
 # Relative, so that the installed tree may be moved.
 file(RELATIVE_PATH HALVERNAPI_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/HalvernApi.pc.in HalvernApi.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/HalvernApi.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "The HalvernApi maintainers <maintainers@halvernapi.invalid>")
-set(CPACK_PACKAGE_VENDOR "HalvernApi")
-set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_COMPONENTS_ALL Runtime Development Testing)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS OFF)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-
-set(runtime libhalvernapi${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "What programs that use the library need to run.")
-# The trust store, and the zones in which dates are read and written.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, tzdata")
-
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libhalvernapi-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, and what build systems need to find the library.")
-# The headers include Boost's and tl::expected's.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION}), libboost-json1.81-dev, libexpected-dev")
-
-set(CPACK_DEBIAN_TESTING_PACKAGE_NAME halvernapi-testing)
-set(CPACK_DEBIAN_TESTING_PACKAGE_SECTION devel)
-set(CPACK_COMPONENT_TESTING_DESCRIPTION
-  "An embedded service to test applications against, and the program halvern.")
-set(CPACK_DEBIAN_TESTING_PACKAGE_DEPENDS "libhalvernapi-dev (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_TESTING_PACKAGE_SUGGESTS "libgmock-dev")
-include(CPack)
