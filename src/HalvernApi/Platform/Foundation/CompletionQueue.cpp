@@ -123,11 +123,13 @@ bool CompletionQueue::hasThread() {
 
 void CompletionQueue::post(TaskList tasks) {
   bool scheduled = false;
+  std::vector<Task::Pointer> unhandled;  // goes after the lock: a task may hold objects of the application
   {
     const std::lock_guard lock(state_->mutex);
     if (hasThread()) {
-      for (Task::Pointer& task : std::exchange(state_->unhandled, {}))
-        if (task->isDue()) state_->incoming.push(std::move(task));
+      unhandled.swap(state_->unhandled);
+      for (const Task::Pointer& task : unhandled)
+        if (task->isDue()) state_->incoming.push(task);
       state_->incoming.append(std::move(tasks));
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
