@@ -4,6 +4,7 @@
 
 #include "HalvernApi/Environment.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
 
 namespace HalvernApi {
 namespace {

@@ -5,9 +5,9 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <mutex>
 
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
 #include "HalvernApi/Platform/Statham/JsonCodec.hpp"
 
 namespace HalvernApi {
@@ -31,9 +31,9 @@ void refreshTimeZone() {
   lastLook.store(now, std::memory_order_relaxed);
 }
 
-std::tm localTime(std::time_t time) {
-  std::tm local{};
-  ::localtime_r(&time, &local);
+LocalTime localTime(std::time_t time) {
+  LocalTime local{};
+  localtime_r(&time, &local);
   return local;
 }
 
@@ -87,7 +87,7 @@ Decoded<Date> decodeDate(const JsonValue& json) {
 
 std::string encodeDate(Date date) {
   refreshTimeZone();
-  const std::tm local = localTime(std::chrono::floor<seconds>(date.time()).time_since_epoch().count());
+  const LocalTime local = localTime(std::chrono::floor<seconds>(date.time()).time_since_epoch().count());
   std::array<char, 32> text;
   const int size = std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d", local.tm_year + 1900,
                                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);

@@ -1,21 +1,14 @@
 #include "HalvernApi/Platform/Alamofire/Sockets.hpp"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
+
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
 
 namespace HalvernApi::Alamofire {
 namespace {
 
-using NameFunction = int (*)(int, sockaddr*, socklen_t*);
-
-int portOf(curl_socket_t handle, NameFunction name) {
+int portOf(curl_socket_t handle, decltype(::getsockname)& name) {
   sockaddr_storage address{};
   socklen_t size = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
@@ -26,7 +19,7 @@ int portOf(curl_socket_t handle, NameFunction name) {
 
 bool hasSomethingToRead(curl_socket_t handle) {
   pollfd entry{handle, POLLIN, 0};
-  return ::poll(&entry, 1, 0) > 0;
+  return poll(&entry, 1, 0) > 0;
 }
 
 // Leaves libcurl a connection that is plainly dead.
@@ -40,25 +33,21 @@ void shutDownAndEmpty(curl_socket_t handle) {
 }  // namespace
 
 curl_socket_t Sockets::open(const curl_sockaddr& address) {
-#ifdef SOCK_CLOEXEC
-  const int handle = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
-#else
-  const int handle = ::socket(address.family, address.socktype, address.protocol);
-  if (handle >= 0) ::fcntl(handle, F_SETFD, FD_CLOEXEC);
-#endif
-  if (handle < 0) return CURL_SOCKET_BAD;
+  const curl_socket_t handle = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (handle == CURL_SOCKET_BAD) return handle;
+  if (SOCK_CLOEXEC == 0) closeOnExec(handle);
   try {
     sockets_.push_back(std::make_shared<Socket>(Socket{handle}));
     return handle;
   } catch (const std::bad_alloc&) {
-    ::close(handle);
+    closesocket(handle);
     return CURL_SOCKET_BAD;
   }
 }
 
 void Sockets::close(curl_socket_t handle) {
   std::erase_if(sockets_, [handle](const auto& socket) { return socket->handle == handle; });
-  ::close(handle);
+  closesocket(handle);
 }
 
 std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, int localPort) {

@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,6 +11,8 @@
 #include <mutex>
 #include <utility>
 #include <vector>
+
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
 
 namespace HalvernApi::Foundation {
 namespace {
@@ -86,16 +87,20 @@ Thread::~Thread() {
 
 // Blocks the signals that come from outside meanwhile: the new thread inherits that.
 bool Thread::start(std::function<void()> run) {
+#ifndef _WIN32
   sigset_t blocked, before;
   sigfillset(&blocked);
   for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&blocked, fault);
   pthread_sigmask(SIG_SETMASK, &blocked, &before);
+#endif
   forkCount_ = forkCount();
   try {
     thread_ = std::thread(std::move(run));
   } catch (const std::exception&) {  // no thread to be had, or no memory
   }
+#ifndef _WIN32
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
+#endif
   return started();
 }
 
