@@ -12,6 +12,19 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 
+# shared_libraries(COMPONENT library...): what the package says of its libraries; those that link them need this version
+# or a later one.
+function(shared_libraries component)
+  set(directory ${PROJECT_BINARY_DIR}/control/${component})
+  file(WRITE ${directory}/triggers "activate-noawait ldconfig\n")
+  file(WRITE ${directory}/shlibs "")
+  foreach(library IN LISTS ARGN)
+    file(APPEND ${directory}/shlibs
+      "lib${library} ${HALVERNAPI_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (>= ${PROJECT_VERSION})\n")
+  endforeach()
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${directory}/triggers ${directory}/shlibs PARENT_SCOPE)
+endfunction()
+
 # The headers include Boost's and tl::expected's.
 set(needed "libboost-json${Boost_VERSION_MAJOR}.${Boost_VERSION_MINOR}-dev, libexpected-dev")
 set(CPACK_COMPONENTS_ALL Development)
@@ -19,7 +32,7 @@ if(BUILD_SHARED_LIBS)
   set(runtime libhalvernapi${HALVERNAPI_SOVERSION})
   list(APPEND CPACK_COMPONENTS_ALL Runtime)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers ${PROJECT_BINARY_DIR}/shlibs)
+  shared_libraries(RUNTIME HalvernApi HalvernApiPlatform)
   set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "What programs that use the library need to run.")
   # The trust store, and the zones in which dates are read and written.
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, tzdata")
@@ -37,7 +50,9 @@ if(TARGET HalvernApiTesting)
   list(APPEND CPACK_COMPONENTS_ALL Testing)
   set(CPACK_DEBIAN_TESTING_PACKAGE_NAME halvernapi-testing)
   set(CPACK_DEBIAN_TESTING_PACKAGE_SECTION devel)
-  set(CPACK_DEBIAN_TESTING_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
+  if(BUILD_SHARED_LIBS)
+    shared_libraries(TESTING HalvernApiTesting)
+  endif()
   set(CPACK_DEBIAN_TESTING_PACKAGE_DEPENDS "libhalvernapi-dev (= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_TESTING_PACKAGE_SUGGESTS "libgmock-dev")
   set(CPACK_COMPONENT_TESTING_DESCRIPTION
@@ -55,11 +70,6 @@ endif()
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/Staged.cmake)
 
 # What Debian wants to find of every package.
-file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
-file(WRITE ${PROJECT_BINARY_DIR}/shlibs "")
-foreach(library IN ITEMS HalvernApi HalvernApiPlatform)
-  file(APPEND ${PROJECT_BINARY_DIR}/shlibs "lib${library} ${HALVERNAPI_SOVERSION} ${runtime} (>= ${PROJECT_VERSION})\n")
-endforeach()
 file(WRITE ${PROJECT_BINARY_DIR}/copyright "No licence has been chosen: nobody but the owner may use, copy or change this.\n")
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog "halvernapi (${PROJECT_VERSION}) stable; urgency=medium
