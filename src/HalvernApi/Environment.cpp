@@ -9,7 +9,7 @@ using Hook = std::function<void(const std::string&)>;
 
 // Made before any object of the application, and never unmade.
 struct Storage {
-  Storage() { new (&hook) Hook; }
+  Storage() noexcept { new (&hook) Hook; }
   ~Storage() {}
   union {
     Hook hook;

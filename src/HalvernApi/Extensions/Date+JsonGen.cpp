@@ -41,7 +41,7 @@ std::time_t offsetAt(std::time_t time) { return localTime(time).tm_gmtoff; }
 
 // When local clocks show what those of UTC show at `shown`.
 std::time_t timeOf(std::time_t shown) {
-  constexpr std::time_t maxOffset = 25 * 3600;
+  constexpr std::time_t maxOffset = std::time_t{25} * 3600;
   const std::time_t before = offsetAt(shown - maxOffset), then = offsetAt(shown - before);
   if (then == before) return shown - before;
   for (const std::time_t offset : {then, offsetAt(shown + maxOffset)})

@@ -88,6 +88,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
           auto error = self->decode(*answer, validated, [&](const Statham::JsonValue& json) {
             auto decoded = decoder(json);
             if (decoded) value = *std::move(decoded);
+            // NOLINTNEXTLINE(bugprone-use-after-move): of either, only one is there to be moved
             return decoded ? std::nullopt : std::optional(std::move(decoded).error());
           });
           result->settle(conclude(

@@ -134,7 +134,7 @@ void CompletionQueue::post(TaskList tasks) {
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
   }
-  if (!tasks.empty()) return runWithoutHandlers(std::move(tasks));
+  if (!tasks.empty()) return runWithoutHandlers(std::move(tasks));  // NOLINT(bugprone-use-after-move): empty when moved
   if (executor_ && !scheduled)
     schedule();
   else

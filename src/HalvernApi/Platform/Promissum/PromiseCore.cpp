@@ -31,7 +31,7 @@ void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
 }
 
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
-    : queue_(queue ? std::move(queue) : CompletionQueue::shared()), cancellable_(std::move(cancellable)) {}
+    : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
 
 // A callback may own the next promise of a long chain, whose callbacks then go here rather than in deeper recursion.
 PromiseCore::~PromiseCore() {

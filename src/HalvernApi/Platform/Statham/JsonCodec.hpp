@@ -58,7 +58,7 @@ template <class F>
 auto optionalDecoder(F decode) {
   return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::optional<DecodedBy<F>>> {
     if (json.is_null()) return std::optional<DecodedBy<F>>();
-    return decode(json).map([](auto&& value) { return std::optional<DecodedBy<F>>(std::move(value)); });
+    return decode(json).map([](auto value) { return std::optional<DecodedBy<F>>(std::move(value)); });
   };
 }
 
