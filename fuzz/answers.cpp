@@ -1,44 +1,32 @@
 // Bytes as the whole answer of a server, over a loopback socket: status line, headers, body, and then the end of the
-// connection. Every call settles once and in time, and with what the status allows.
-#include <atomic>
-#include <future>
+// connection. Every call settles in time, and with what the status allows.
+#undef NDEBUG
+#include <cassert>
 #include <mutex>
 
 #include "HalvernApi/HalvernApi.hpp"
 #include "Server.hpp"
-#include "Support.hpp"
 
-namespace HalvernApi::Fuzz {
-namespace {
+using namespace HalvernApi;
+using namespace std::chrono_literals;
 
-std::mutex answerMutex;
-std::string answer;
-std::atomic<int> status;  // as the log has it
-
-// Gives the answer to every request, each on a connection of its own.
-std::vector<Testing::Step> give(const Testing::SeenRequest&, const std::string&) {
-  const std::lock_guard lock(answerMutex);
-  return {{Testing::Step::send, answer}, {Testing::Step::close}};
-}
+static std::mutex answerMutex;
+static std::string answer;
+static std::atomic<int> status;  // as the log has it
 
 template <class T>
-void checkCall(const Promise<T, Error>& promise) {
-  const auto settled = std::make_shared<std::promise<void>>();
-  promise.finally([settled] { settled->set_value(); });  // a second time would throw
-  const auto wait = settled->get_future().wait_for(std::chrono::seconds(5));
-  require(wait == std::future_status::ready, "a call settles in time");
+static void checkCall(const Promise<T, Error>& promise) {
+  assert(promise.waitFor(5s));
   const auto result = promise.get();
-  if (result) return require(status >= 200 && status <= 299, "a call succeeds only with a status of 2xx");
-  using Case = Error::Case;
-  const Case kind = result.error().kind();
-  require((result.error().platformError() != nullptr) == (kind == Case::network || kind == Case::unknownNSError),
-          "the first two cases, and no other, hold a platform error");
-  require(kind != Case::validationError || (status == 400 && result.error().validationMessage()), "400 has words");
-  require((kind == Case::notAuthorized) == (status == 401) || kind == Case::network, "401 is not authorized");
-  require(kind != Case::unknownJsonData || (status >= 200 && status <= 299), "only a success is decoded");
+  const bool succeeded = status >= 200 && status <= 299;
+  if (result) return assert(succeeded);
+  const Error& error = result.error();
+  const bool network = error.kind() == Error::Case::network;
+  assert((error.platformError() != nullptr) == (network || error.kind() == Error::Case::unknownNSError));
+  assert(error.kind() != Error::Case::validationError || (status == 400 && error.validationMessage()));
+  assert(network || (error.kind() == Error::Case::notAuthorized) == (status == 401));
+  assert(error.kind() != Error::Case::unknownJsonData || succeeded);
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   Environment::log = [](const std::string& line) {
@@ -47,20 +35,23 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return std::freopen("/dev/null", "w", stdout) == nullptr;  // the library prints the bodies
 }
 
-void check(std::string_view input) {
-  using namespace std::chrono_literals;
+extern "C" int LLVMFuzzerTestOneInput(const char* bytes, std::size_t size) {
   static Testing::Server server;
-  [[maybe_unused]] static const bool started = (server.start(give), true);
+  // Gives the answer to every request, each on a connection of its own.
+  [[maybe_unused]] static const bool started = (server.start([](const auto&, const auto&) {
+    const std::lock_guard lock(answerMutex);
+    return std::vector<Testing::Step>{{Testing::Step::send, answer}, {Testing::Step::close}};
+  }),
+                                                true);
   static HttpApiService service(
       "http://127.0.0.1:" + std::to_string(server.port()),
       {.timeoutIntervalForRequest = 200ms, .timeoutIntervalForResource = 1s, .maximumResponseSize = 64 << 10}, "key");
   std::unique_lock lock(answerMutex);
-  answer = input;
+  answer.assign(bytes, size);
   lock.unlock();
   status = 0;
   checkCall(service.login("a@example.com", "password", "instance", "Phone"));
   status = 0;
   checkCall(service.resendValidationEmail("token"));
+  return 0;
 }
-
-}  // namespace HalvernApi::Fuzz

@@ -1,98 +1,89 @@
-// What the operations send, what they make of an answer, and what is told of them meanwhile.
+// What the operations send, what they and the promises make of an answer, how every failure becomes an Error, and what
+// is told of calls meanwhile.
 #include <gmock/gmock.h>
 
 #include <boost/algorithm/string/case_conv.hpp>
 
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
-#include "ScriptedServer.hpp"
-#include "TestSupport.hpp"
+#include "Support.hpp"
 
 namespace HalvernApi::Tests {
 namespace {
 
 using namespace ::testing;
+using Tests::Answer;
 using Token = std::optional<std::string>;
 
 TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
+  ScriptedServer server({json(R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"at","refreshToken":"rt",)"
+                              R"("sex":"NotKnown","email":"a@b.c","result":true,"leftConfiguration":"AQID"})")});
   const AuthenticationResponse signIn(true, false, "at", "rt", std::nullopt, Sex::unknown, "a@b.c");
-  const Tests::Answer signedIn = json(R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"at",)"
-                                      R"("refreshToken":"rt","sex":"NotKnown","email":"a@b.c"})");
-  ScriptedServer server({signedIn, signedIn, signedIn, signedIn, json("[1]"), json(R"({"result":false})"),
-                         json(R"({"result":true,"more":1})"), json("7"), json("null"),
-                         json(R"({"leftConfiguration":"AQID"})"), json("{}")});
   HttpApiService api(server.url() + "/", {}, "the key");  // the URL as it is: two slashes
-  const auto expectSent = [&](const std::string& path, const Token& accessToken, const std::string& body) {
+  const auto expect = [&](const auto& promise, const auto& result, const std::string& path, const Token& accessToken,
+                          const std::string& body) {
+    EXPECT_EQ(promise.get(), result) << path;
     const Received received = server.requests().back();
     EXPECT_EQ(received.line, "POST //api/v1/account/" + path + " HTTP/1.1");
     EXPECT_EQ(received.body, body);
     std::multimap<std::string, std::string> headers = {{"host", server.authority()},
                                                        {"accept", "application/json"},
+                                                       {"accept-language", Alamofire::acceptLanguage()},
                                                        {"api-key", "the key"},
                                                        {"content-length", std::to_string(body.size())}};
-    headers.emplace("accept-language", Alamofire::acceptLanguage());
     for (const char* name : {"Accept-Encoding", "User-Agent"})
       headers.emplace(boost::to_lower_copy(std::string(name)), *SessionManager::defaultHTTPHeaders().find(name));
     if (!body.empty()) headers.emplace("content-type", "application/json");
     if (accessToken) headers.emplace("access-token", *accessToken);
     EXPECT_EQ(received.headers, headers) << path;  // and no other, above all no "Expect"
   };
-  EXPECT_EQ(api.login("a@b.c", "pä\"ß", "id", "").get(), signIn);
-  expectSent("login", {}, R"({"email":"a@b.c","password":"pä\"ß","appInstanceId":"id","appInstanceName":""})");
-  EXPECT_EQ(api.relogin("rt", "id").get(), signIn);
-  expectSent("re-login", {}, R"({"refreshToken":"rt","appInstanceId":"id"})");
-  EXPECT_EQ(api.register_(" A", "p", "q", "id", "iPod").get(), signIn);
-  expectSent("register", {},
-             R"({"email":" A","password":"p","confirmPassword":"q","appInstanceId":"id","appInstanceName":"iPod"})");
-  EXPECT_EQ(api.authenticate("fb", "id", "iPod").get(), signIn);
-  expectSent("authenticate-with-facebook", {},
-             R"({"facebookToken":"fb","appInstanceId":"id","appInstanceName":"iPod"})");
-  EXPECT_EQ(api.resendValidationEmail("token").get(), Unit());
-  expectSent("resend-confirmation-email", "token", "");
-  EXPECT_EQ(api.sendPasswordReset("a@b.c").get(), ForgotPasswordResponse(false));
-  expectSent("forgot-password", {}, R"({"email":"a@b.c"})");
-  EXPECT_EQ(api.checkIfValidated("token").get(), ValidatedEmailResponse(true));
-  expectSent("confirmed-email", "token", "");
-  EXPECT_EQ(api.registerDevice("id", "Aid", {}, "h", "f", "t", DeviceOrientation::right, "token").get(), Unit());
-  expectSent("register-hearing-aid", "token",
-             R"({"appInstanceId":"id","hardwareVersion":"h","firmwareVersion":"f","productName":"Aid",)"
-             R"("orientation":"Right","tube":"t","serialNumber":null})");
-  EXPECT_EQ(api.registerDevice("id", "Aid", "s", "h", "f", "t", DeviceOrientation::left, "").get(), Unit());
-  expectSent("register-hearing-aid", "",  // an empty token is a token
-             R"({"appInstanceId":"id","hardwareVersion":"h","firmwareVersion":"f","productName":"Aid",)"
-             R"("orientation":"Left","tube":"t","serialNumber":"s"})");
-  const Audiogram measured(DeviceOrientation::right, "s2", "t", {{1000, 35.5}, {500, 35}});
-  const Audiogram empty(DeviceOrientation::right, "s1", "t", {});
-  EXPECT_EQ(api.profile({measured, empty}, "token").get(), ConfigurationResponse("AQID", {}));
-  expectSent("personalize-hearing-aids", "token",
-             R"({"aids":[{"orientation":"Right","serialNumber":"s2","tube":"t","values":[{"frequency":1000,)"
-             R"("volume":35.5},{"frequency":500,"volume":35}]},{"orientation":"Right","serialNumber":"s1",)"
-             R"("tube":"t","values":[]}]})");
-  const Date birthdate = decodeDate("1980-05-17T08:30:00").value();
-  EXPECT_EQ(api.update(birthdate, Sex::unknown, "token").get(), Unit());
-  expectSent("age-and-sex", "token", R"({"dateOfBirth":"1980-05-17T08:30:00","sex":"NotKnown"})");
+  expect(api.login("a@b.c", "pä\"ß", "id", ""), signIn, "login", {},
+         R"({"email":"a@b.c","password":"pä\"ß","appInstanceId":"id","appInstanceName":""})");
+  expect(api.relogin("rt", "id"), signIn, "re-login", {}, R"({"refreshToken":"rt","appInstanceId":"id"})");
+  expect(api.register_(" A", "p", "q", "id", "iPod"), signIn, "register", {},
+         R"({"email":" A","password":"p","confirmPassword":"q","appInstanceId":"id","appInstanceName":"iPod"})");
+  expect(api.authenticate("fb", "id", "iPod"), signIn, "authenticate-with-facebook", {},
+         R"({"facebookToken":"fb","appInstanceId":"id","appInstanceName":"iPod"})");
+  expect(api.resendValidationEmail("token"), Unit(), "resend-confirmation-email", "token", "");
+  expect(api.sendPasswordReset("a@b.c"), ForgotPasswordResponse(true), "forgot-password", {}, R"({"email":"a@b.c"})");
+  expect(api.checkIfValidated("token"), ValidatedEmailResponse(true), "confirmed-email", "token", "");
+  expect(api.registerDevice("id", "Aid", {}, "h", "f", "t", DeviceOrientation::right, "token"), Unit(),
+         "register-hearing-aid", "token",
+         R"({"appInstanceId":"id","hardwareVersion":"h","firmwareVersion":"f","productName":"Aid",)"
+         R"("orientation":"Right","tube":"t","serialNumber":null})");
+  expect(api.registerDevice("", "", "s", "", "", "", DeviceOrientation::left, ""), Unit(), "register-hearing-aid",
+         "",  // an empty token is a token
+         R"({"appInstanceId":"","hardwareVersion":"","firmwareVersion":"","productName":"","orientation":"Left",)"
+         R"("tube":"","serialNumber":"s"})");
+  const DeviceOrientation right = DeviceOrientation::right;
+  expect(api.profile({{right, "s2", "t", {{1000, 35.5}, {500, 35}}}, {right, "s1", "t", {}}}, "token"),
+         ConfigurationResponse("AQID", {}), "personalize-hearing-aids", "token",
+         R"({"aids":[{"orientation":"Right","serialNumber":"s2","tube":"t","values":[{"frequency":1000,)"
+         R"("volume":35.5},{"frequency":500,"volume":35}]},{"orientation":"Right","serialNumber":"s1",)"
+         R"("tube":"t","values":[]}]})");
+  expect(api.update(decodeDate("1980-05-17T08:30:00").value(), Sex::unknown, "token"), Unit(), "age-and-sex", "token",
+         R"({"dateOfBirth":"1980-05-17T08:30:00","sex":"NotKnown"})");
   EXPECT_EQ(server.connections(), 1);
 }
 
-Promise<Unit, Error> fetch(
+template <class T = Unit>
+Promise<T, Error> fetch(
     SessionManager& session, const std::string& url, const Token& apiKey = {},
-    const DataRequest::Decoder<Unit>& decoder = [](const JsonValue&) { return Unit(); }) {
-  return request<Unit>(session, url, HTTPMethod::get, {}, JSONEncoding::default_(), apiKey, {}, decoder);
+    const DataRequest::Decoder<T>& decoder = [](const JsonValue&) { return T(); }) {
+  return request<T>(session, url, HTTPMethod::get, {}, JSONEncoding::default_(), apiKey, {}, decoder);
 }
 
 TEST(Headers, OfTheRequestPrecedeThoseOfTheConfiguration) {
   ScriptedServer server({json("{}")});
-  SessionManager session({.httpAdditionalHeaders = {{"accept", "text/plain"}, {"API-KEY", "mine"}, {"X-App", "7"}}});
+  SessionManager session(
+      {.httpAdditionalHeaders = {{"accept", "a/b"}, {"API-KEY", "mine"}, {"X-ZAP", "6"}, {"x-zap", "7"}}});
   for (const Token& apiKey : {Token("key"), Token(""), Token()}) {
     EXPECT_EQ(fetch(session, server.url(), apiKey).get(), Unit());
-    const Received received = server.requests().back();
+    Received received = server.requests().back();
     EXPECT_EQ(received.line, "GET / HTTP/1.1");
-    const std::map<std::string, std::string> expected = {
-        {"accept", "application/json"}, {"api-key", apiKey.value_or("mine")}, {"x-app", "7"}};
-    for (const auto& [name, value] : expected) {
-      EXPECT_EQ(received.headers.count(name), 1) << name;
-      EXPECT_EQ(received.headers.find(name)->second, value);
-    }
-    EXPECT_EQ(received.headers.count("access-token"), 0);
+    for (const char* other : {"host", "accept-encoding", "accept-language", "user-agent"})
+      received.headers.erase(other);
+    EXPECT_THAT(received.headers, ElementsAre(Pair("accept", "application/json"),
+                                              Pair("api-key", apiKey.value_or("mine")), Pair("x-zap", "7")));
   }
   EXPECT_EQ(outcomeOf(call(session, server.url(), "x", HTTPMethod::get)), "success");
   EXPECT_EQ(server.requests().back().body, R"({"text":"x"})");
@@ -124,36 +115,117 @@ class Kiosk final : public HttpApiService {
 };
 
 TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
-  ScriptedServer server({json(R"({"result":true})")});
-  SessionManager session{URLSessionConfiguration{}};
+  const std::string longText(100, 'x');
+  ScriptedServer server({json(R"({"result":true})"), json('"' + longText + '"')});
+  SessionManager session({});
   const auto sent = session.request(server.url(), HTTPMethod::post, {}, JSONEncoding::default_(), HTTPHeaders());
   const auto decoded = debugLog(debugLog(sent)->validate())
                            .responseJsonDecodePromise<ValidatedEmailResponse>(ValidatedEmailResponse::decodeJson)
                            .get();
   EXPECT_TRUE(decoded && decoded->result == ValidatedEmailResponse(true) && decoded->response.statusCode == 200);
+  const auto keeping = [](const JsonValue& json) -> Expected<JsonValue, JsonDecodeError> { return json; };
+  EXPECT_EQ(fetch<JsonValue>(session, server.url(), {}, keeping).get(), JsonValue(longText));
   const auto throwing = [](const JsonValue&) -> Expected<Unit, JsonDecodeError> { throw 1; };
-  EXPECT_EQ(outcomeOf(fetch(session, server.url(), {}, throwing)), "unknownNSError Alamofire.AFError 4");
+  EXPECT_EQ(outcomeOf(fetch<Unit>(session, server.url(), {}, throwing)), notJson);
   Kiosk kiosk(server.url(), {}, "key");
   EXPECT_EQ(outcomeOf(static_cast<ApiService&>(kiosk).resendValidationEmail("token")), "notAuthorized");
-  EXPECT_EQ(outcomeOf(kiosk.checkIfValidated("token")), "success");
+  EXPECT_EQ(outcomeOf(kiosk.checkIfValidated("token")), "unknownJsonData");
 }
 
 TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   ScriptedServer one({json("{}")}), other({json("{}")});
-  SessionManager session{URLSessionConfiguration{}};
+  SessionManager session({});
   std::vector<std::string> targets = {"/", "/a/../b", "/./c//d", "/e?f=%20&g=/?h", "/%7Ei"};
   for (int number = 0; number < 20; ++number) targets.push_back("/more/" + std::to_string(number));
   for (int round = 0; round < 2; ++round)
     for (const std::string& target : targets)
-      for (const ScriptedServer* server : {&one, &other})
+      for (const ScriptedServer* server : {&one, &other}) {
         EXPECT_EQ(fetch(session, server->url() + target + "#fragment").get(), Unit());
+        EXPECT_EQ(server->requests().back().line, "GET " + target + " HTTP/1.1");
+      }
   EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")), "network NSURLErrorDomain -1004");  // as text, to libcurl
-  for (const ScriptedServer* server : {&one, &other}) {
-    const auto requests = server->requests();
-    ASSERT_EQ(requests.size(), 2 * targets.size());
-    for (std::size_t index = 0; index < requests.size(); ++index)
-      EXPECT_EQ(requests[index].line, "GET " + targets[index % targets.size()] + " HTTP/1.1");
+}
+
+TEST(Promises, CombineAndSettleOnce) {
+  using Number = Promise<int, std::string>;
+  const auto half = [](int n) { return n % 2 == 0 ? Number::resolved(n / 2) : Number::rejected("odd"); };
+  const auto size = [](const std::string& error) { return error.size(); };
+  const auto sum = [](int n) { return n + 0.5; };
+  EXPECT_EQ(Number::resolved(4).map(sum).mapError(size).get(), 4.5);
+  EXPECT_EQ(Number::rejected("bad").map(sum).mapError(size).get(), Unexpected<std::size_t>(3));
+  EXPECT_EQ(Number::resolved(4).flatMap(half).flatMap(half).get(), 1);
+  EXPECT_EQ(Number::resolved(2).flatMap(half).flatMap(half).get(), Unexpected<std::string>("odd"));
+  EXPECT_EQ(Number::rejected("bad").flatMap(half).get(), Unexpected<std::string>("bad"));
+  const PromiseSource<int, std::string> source, failing;
+  EXPECT_FALSE(source.promise().waitFor(0ms));
+  source.resolve(1), source.resolve(2), source.reject("late");
+  failing.reject("first"), failing.resolve(3);
+  EXPECT_EQ(source.promise().get(), 1);
+  EXPECT_EQ(failing.promise().get(), Unexpected<std::string>("first"));
+}
+
+// No status means that no answer came, a null that it had no body.
+TEST(Error, IsMadeByTheFirstRuleThatApplies) {
+  const NSError late{std::string(NSURLErrorDomain), -1001, "too late"}, down{std::string(NSPOSIXErrorDomain), 100, ""};
+  const NSError other{"Alamofire.AFError", 3, "not acceptable"};
+  constexpr auto rejection = R"({"errorCode":5,"validationErrors":["first","second"],"message":"said"})";
+  const std::vector<std::tuple<std::variant<NSError, JsonDecodeError>, int, const char*, std::string>> rows = {
+      {JsonDecodeError::missingKey(), 401, rejection, "unknownJsonData"},
+      {late, 0, nullptr, timedOut},
+      {late, 401, rejection, timedOut},
+      {down, 400, rejection, "network NSPOSIXErrorDomain 100"},
+      {other, 0, rejection, invalid},
+      {other, 401, rejection, "notAuthorized"},
+      {other, 400, rejection, "validationError first"},
+      {other, 400, R"({"errorCode":5,"validationErrors":["","second"]})", "validationError "},
+      {other, 400, R"({"errorCode":5,"validationErrors":[],"message":"said"})", "validationError said"},
+      {other, 400, R"({"errorCode":5.0,"message":"said"})", "validationError said"},
+      {other, 400, R"({"errorCode":5,"validationErrors":[],"message":null})", invalid},
+      {other, 400, R"({"errorCode":5,"validationErrors":[1],"message":"said"})", invalid},
+      {other, 400, R"({"message":"said"})", invalid},
+      {other, 400, "Bad Request", invalid},
+      {other, 400, nullptr, invalid},
+      {other, 403, rejection, invalid},
+      {other, 200, rejection, invalid}};
+  for (const auto& [failure, status, body, expected] : rows) {
+    const auto data = body != nullptr ? std::optional(bytes(body)) : std::nullopt;
+    const Error error({failure, status != 0 ? std::optional(HTTPURLResponse{status}) : std::nullopt, data});
+    EXPECT_EQ(wordsFor(error), expected) << status << ' ' << (body != nullptr ? body : "no body");
+    EXPECT_EQ(error.domain(), "HalvernApi.Error");
+    EXPECT_TRUE(error.platformError() == nullptr ||
+                error.description().ends_with(error.platformError()->description()));
   }
+}
+
+TEST(ErrorBody, IsDecodedOnlyFromAnObjectOrAnArrayAndOnlyForItsStatus) {
+  const auto count = [](const JsonValue& json) -> Expected<std::optional<std::size_t>, JsonDecodeError> {
+    return json.is_array() ? std::optional(json.get_array().size()) : std::nullopt;
+  };
+  EXPECT_EQ(decode<std::size_t>(bytes("[1, 2]"), count), 2);
+  for (const char* text : {"{}", "1", "null", "", "[", "[\"\xff\"]"})
+    EXPECT_EQ(decode<std::size_t>(bytes(text), count), std::nullopt) << text;
+  const auto throwing = [](const JsonValue&) -> Expected<std::optional<int>, JsonDecodeError> { throw 1; };
+  EXPECT_EQ(decode<int>(bytes("[]"), throwing), std::nullopt);
+
+  const auto conflict = [](std::optional<HTTPURLResponse> response, std::optional<Data> body) {
+    return decode<ServerErrorResponse>(ErrorResponse{NSError{}, response, body}, 409, ServerErrorResponse::decodeJson);
+  };
+  const Data rejection = bytes(R"({"errorCode":5})");
+  EXPECT_EQ(conflict(HTTPURLResponse{409}, rejection), ServerErrorResponse(5, {}, {}));
+  EXPECT_FALSE(conflict(HTTPURLResponse{400}, rejection) || conflict({}, rejection));
+  EXPECT_FALSE(conflict(HTTPURLResponse{409}, bytes("{}")) || conflict(HTTPURLResponse{409}, {}));
+}
+
+TEST(Failure, ThatNeverReachesAServerNamesItsReason) {
+  const std::string unsupported = "network NSURLErrorDomain -1002", noHost = "network NSURLErrorDomain -1000";
+  const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
+      {refused, {"http://127.0.0.1:1"}},
+      {unsupported, {"", "127.0.0.1:1", "ftp://127.0.0.1:1"}},
+      {noHost, {"http:///127.0.0.1:1", "http://:1"}},
+      {"unknownNSError Alamofire.AFError 0", {"http://a b", "http://a\n"}}};
+  for (const auto& [expected, urls] : rows)
+    for (const std::string& url : urls)
+      EXPECT_EQ(outcomeOf(HttpApiService(url, {}, "key").resendValidationEmail("token")), expected) << url;
 }
 
 // Sets the hook before main, and again when the process ends.
@@ -163,7 +235,7 @@ class HookOfTheProcess final : public ::testing::Environment {
     HalvernApi::Environment::log = [text = std::string(100, '-')](auto&) { (void)text; };
   }
   ~HookOfTheProcess() override { HalvernApi::Environment::log = nullptr; }
-  void SetUp() override { EXPECT_TRUE(HalvernApi::Environment::log); }
+  void SetUp() override { EXPECT_TRUE(std::exchange(HalvernApi::Environment::log, nullptr)); }
 };
 [[maybe_unused]] const auto* const hookOfTheProcess = AddGlobalTestEnvironment(new HookOfTheProcess);
 
@@ -203,7 +275,7 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndHoldNoSecret) {
 
 TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
   for (const bool before : {false, true}) {  // there when the call begins, or when it ends
-    ScriptedServer server({{{Step::hold}, json("{}")[0]}});
+    ScriptedServer server({heldAnswer});
     HttpApiService service(server.url(), {}, "key");
     if (before) listen();
     const auto call = service.resendValidationEmail("token");
@@ -225,20 +297,18 @@ TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
 }
 
 TEST_F(LogLines, AreNotTheBodiesWhichGoToStandardOutputWhereTheyAreUtf8) {
-  std::vector<Tests::Answer> answers = {json(R"({"a":"ä"})"), http(500, "text/html", "<p>\n"), json("\"\xff\""),
-                                        json(""), json("[1]")};
-  for (const char* status : {"200", "400", "401"})
-    answers.push_back(
-        {{Step::send, std::string("HTTP/1.1 ") + status + " ?\r\nContent-Length: 9\r\n\r\n{}"}, {Step::close}});
-  ScriptedServer server(answers);
+  const auto cut = [](const std::string& status) {
+    return Answer{{Step::send, "HTTP/1.1 " + status + " ?\r\nContent-Length: 9\r\n\r\n{}"}, closing};
+  };
+  ScriptedServer server({json(R"({"a":"ä"})"), http(500, "text/html", "<p>\n"), json("\"\xff\""), json(""), json("[1]"),
+                         cut("200"), cut("400"), cut("401")});
   HttpApiService service(server.url(), {}, "key");
   ::testing::internal::CaptureStdout();
-  for (int call = 0; call < 4; ++call) (void)service.resendValidationEmail("token").get();
+  for (int call = 0; call < 5; ++call) (void)service.resendValidationEmail("token").get();
   (void)HttpApiService("http://127.0.0.1:1", {}, "key").resendValidationEmail("token").get();
   listen();
-  (void)service.resendValidationEmail("token").get();
-  for (const char* status : {"200", "400", "401"}) {  // cut short
-    EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), "network NSURLErrorDomain -1005");
+  for (const char* status : {"200", "400", "401"}) {
+    EXPECT_EQ(outcomeOf(service.resendValidationEmail("token")), lost);
     EXPECT_THAT(lines.back(), StartsWith(std::string("STATUS ") + status));
   }
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "{\"a\":\"ä\"}\n<p>\n\n[1]\n{}\n{}\n{}\n");

@@ -1,7 +1,9 @@
 // Reading and writing JSON: primitives, records, enumerations, dates, and what is said of data that are wrong.
 #include <gmock/gmock.h>
+#include <openssl/evp.h>
 
 #include <bit>
+#include <boost/algorithm/string.hpp>
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <cmath>
@@ -12,7 +14,7 @@
 #include <sstream>
 
 #include "HalvernApi/Platform/Statham/JsonText.hpp"
-#include "TestSupport.hpp"
+#include "Support.hpp"
 
 namespace HalvernApi::Tests {
 namespace {
@@ -21,6 +23,11 @@ using Limits = std::numeric_limits<std::int64_t>;
 using Texts = std::vector<std::string>;
 
 JsonValue parsed(std::string_view text) { return boost::json::parse({text.data(), text.size()}); }
+
+Texts split(const std::string& text) {
+  Texts parts;
+  return boost::split(parts, text, boost::is_any_of("|"));
+}
 
 TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   const std::vector<std::pair<std::string, Texts>> rows = {
@@ -42,33 +49,32 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   EXPECT_EQ(JsonCodec<double>::decodeJson(9223372036854775808u), 9223372036854775808.0);
 }
 
+// Reads the text, and writes the same again.
 template <class Record>
-void expectText(const Record& record, std::string_view text) {
-  const auto written = Statham::writeJson(record.encodeJson());
-  ASSERT_EQ(written, text);
-  EXPECT_EQ(Record::decodeJson(*Statham::parseJson(*written)), record);
+Record expectText(std::string_view text) {
+  const auto record = Record::decodeJson(*Statham::parseJson(text)).value();
+  EXPECT_EQ(Statham::writeJson(record.encodeJson()), text);
+  return record;
 }
 
-TEST(Records, AreWrittenWithEveryKeyInOrderAndReadBackEqual) {
-  const auto birth = decodeDate("1980-05-17T08:30:00");
-  expectText(AuthenticationResponse(true, false, "a", "r", birth.value(), Sex::female, "e"),
-             R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"a","refreshToken":"r",)"
-             R"("dateOfBirth":"1980-05-17T08:30:00","sex":"Female","email":"e"})");
-  expectText(AuthenticationResponse(false, true, "", "", std::nullopt, std::nullopt, ""),
-             R"({"isSuccessful":false,"isEmailConfirmed":true,"accessToken":"","refreshToken":"",)"
-             R"("dateOfBirth":null,"sex":null,"email":""})");
-  expectText(ForgotPasswordResponse(false), R"({"result":false})");
-  expectText(ValidatedEmailResponse(true), R"({"result":true})");
+TEST(Records, AreReadAndWrittenWithEveryKeyInOrder) {
+  const auto signIn = expectText<AuthenticationResponse>(
+      R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"a","refreshToken":"r",)"
+      R"("dateOfBirth":"1980-05-17T08:30:00","sex":"Female","email":"e"})");
+  const auto birth = decodeDate("1980-05-17T08:30:00").value();
+  EXPECT_EQ(signIn, AuthenticationResponse(true, false, "a", "r", birth, Sex::female, "e"));
+  expectText<AuthenticationResponse>(R"({"isSuccessful":false,"isEmailConfirmed":true,"accessToken":"",)"
+                                     R"("refreshToken":"","dateOfBirth":null,"sex":null,"email":""})");
+  expectText<ForgotPasswordResponse>(R"({"result":false})");
+  expectText<ValidatedEmailResponse>(R"({"result":true})");
+  expectText<ConfigurationResponse>(R"({"leftConfiguration":"AQID","rightConfiguration":null})");
+  expectText<ServerErrorResponse>(R"({"errorCode":0,"message":null,"validationErrors":null})");
   ServerErrorResponse rejection(0, std::nullopt, std::nullopt);
-  expectText(rejection, R"({"errorCode":0,"message":null,"validationErrors":null})");
   rejection.setErrorCode(-7), rejection.setMessage("m"), rejection.setValidationErrors({{"x"}});
-  expectText(rejection, R"({"errorCode":-7,"message":"m","validationErrors":["x"]})");
-  expectText(ConfigurationResponse("AQID", {}), R"({"leftConfiguration":"AQID","rightConfiguration":null})");
-  expectText(Audiogram(DeviceOrientation::left, "s", "t", {{1000, 35.5}, {250, -10}, {250, 0.1}}),
-             R"({"orientation":"Left","serialNumber":"s","tube":"t","values":[{"frequency":1000,"volume":35.5},)"
-             R"({"frequency":250,"volume":-10},{"frequency":250,"volume":0.1}]})");
-  expectText(Audiogram(DeviceOrientation::right, "s", "t", {}),
-             R"({"orientation":"Right","serialNumber":"s","tube":"t","values":[]})");
+  EXPECT_EQ(rejection, expectText<ServerErrorResponse>(R"({"errorCode":-7,"message":"m","validationErrors":["x"]})"));
+  expectText<Audiogram>(R"({"orientation":"Left","serialNumber":"s","tube":"t","values":[{"frequency":1000,)"
+                        R"("volume":35.5},{"frequency":250,"volume":-10},{"frequency":250,"volume":0.1}]})");
+  expectText<Audiogram>(R"({"orientation":"Right","serialNumber":"s","tube":"t","values":[]})");
 }
 
 template <class Record>
@@ -111,34 +117,31 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
 }
 
 template <class Enum>
-void expectCases(const Texts& texts, const Texts& strangers, const std::string& type) {
+void expectCases(const std::string& texts, const std::string& strangers, const std::string& type) {
   using Failure = Unexpected<JsonDecodeError>;
-  for (std::size_t ordinal = 0; ordinal < texts.size(); ++ordinal) {
+  std::size_t ordinal = 0;
+  for (const std::string& text : split(texts)) {
     const Enum value = static_cast<typename Enum::Case>(ordinal);
-    EXPECT_EQ(value.encodeJson(), texts[ordinal]);
-    EXPECT_EQ(Enum::decodeJson(JsonValue(texts[ordinal])), value);
-    EXPECT_EQ(Enum::fromRawValue(texts[ordinal]), value);
+    EXPECT_TRUE(value.encodeJson() == text && value.rawValue() == text);
+    EXPECT_EQ(Enum::decodeJson(JsonValue(text)), value);
+    EXPECT_EQ(Enum::fromRawValue(text), value);
     EXPECT_TRUE(std::hash<Enum>()(value) == ordinal && value.hashValue() == static_cast<std::int64_t>(ordinal));
-    EXPECT_EQ(value == typename Enum::Case(), ordinal == 0);
+    EXPECT_EQ(value == typename Enum::Case(), ordinal++ == 0);
   }
-  for (const std::string& text : strangers)
+  for (const std::string& text : split(strangers))
     EXPECT_EQ(Enum::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, type))) << text;
   for (const JsonValue& json : {JsonValue(0), JsonValue()})
     EXPECT_EQ(Enum::decodeJson(json), Failure(JsonDecodeError::wrongType(json, "String"))) << json;
 }
 
 TEST(Enumerations, TravelAsTheirRawTextsExactly) {
+  expectCases<Sex>("Male|Female|NotKnown", "male|unknown|NotKnown | NotKnown||Left", "Sex");
+  expectCases<DeviceOrientation>("Left|Right", "left|LEFT|Left\n|Male", "DeviceOrientation");
   EXPECT_TRUE(Sex::unknown.rawValue() == "NotKnown" && DeviceOrientation::right.rawValue() == "Right");
-  expectCases<Sex>({"Male", "Female", "NotKnown"}, {"male", "unknown", "NotKnown ", " NotKnown", "", "Left"}, "Sex");
-  expectCases<DeviceOrientation>({"Left", "Right"}, {"left", "LEFT", "Left\n", "Male"}, "DeviceOrientation");
 }
 
 TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
-  const auto listOf = [](const std::string& element) {
-    std::string list = "[";
-    for (int count = 0; count < 1000; ++count) list += element + ',';
-    return list.replace(list.size() - 1, 1, "]");
-  };
+  const auto listOf = [](const std::string& element) { return '[' + repeat(element + ',', 999) + element + ']'; };
   const std::string longText(20'000, 'x');
   const std::vector<std::pair<std::string, std::size_t>> rows = {
       // and what its values take at least
@@ -157,17 +160,25 @@ TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
 }
 
 TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
-  const std::map<std::string, std::string> valid = {
-      {"", ""},         {"AQID", "\1\2\3"},       {"AQI=", "\1\2"},
-      {"AQJ=", "\1\2"}, {"AR==", "\1"},  // unused bits
-      {"AQ==", "\1"},   {"+/+/", "\xfb\xff\xbf"}, {"AQIDBA==", "\1\2\3\4"}};
-  for (const auto& [text, data] : valid) {
-    EXPECT_EQ(ConfigurationResponse(text, {}).leftData(), bytes(data)) << text;
-    EXPECT_EQ(ConfigurationResponse({}, text).rightData(), bytes(data)) << text;
-    EXPECT_EQ(ConfigurationResponse(text, {}).rightData(), std::nullopt);
+  const auto left = [](const std::string& text) { return ConfigurationResponse(text, {}).leftData(); };
+  for (std::string data, text(200, '\0'); data.size() < 100; data += static_cast<char>(157 * data.size())) {
+    const auto* const plain = reinterpret_cast<const unsigned char*>(data.data());
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), plain, static_cast<int>(data.size()));
+    EXPECT_EQ(left(text.c_str()), bytes(data)) << text;
+    EXPECT_EQ(ConfigurationResponse({}, text.c_str()).rightData(), bytes(data)) << text;
   }
-  for (const char* text : {"AQI", "AQ", "A===", "====", "AQ=I", "AQ==AQID", "AQ ID", "AQID\n", "AQI\nDBAU", "-_-_"})
-    EXPECT_EQ(ConfigurationResponse(text, {}).leftData(), std::nullopt) << text;
+  EXPECT_EQ(left("AR=="), bytes("\1"));  // unused bits
+  EXPECT_EQ(left("AQJ="), bytes("\1\2"));
+  EXPECT_EQ(ConfigurationResponse("AQID", {}).rightData(), std::nullopt);
+  for (const std::string& text : split("AQI|AQ|A===|====|AQ=I|AQ==AQID|AQ ID|AQID\n|AQI\nDBAU|-_-_"))
+    EXPECT_EQ(left(text), std::nullopt) << text;
+  for (int place = 0; place < 8; ++place)
+    for (int letter = 0; letter < 256; ++letter) {
+      std::string text = "AQIDAQID";
+      text[static_cast<std::size_t>(place)] = static_cast<char>(letter);
+      const bool known = letter < 128 && (std::isalnum(letter) != 0 || letter == '+' || letter == '/');
+      EXPECT_EQ(left(text).has_value(), known || (letter == '=' && place == 7)) << text;
+    }
 }
 
 std::string bodyOf(const JsonValue& value) {
@@ -179,6 +190,7 @@ std::string bodyOf(const JsonValue& value) {
 TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   EXPECT_EQ(bodyOf({35.5, 35.0, 0.1, 1e21, 1e-7}), R"({"v":[35.5,35,0.1,1000000000000000000000,0.0000001]})");
   EXPECT_EQ(bodyOf({Limits::max(), Limits::min()}), R"({"v":[9223372036854775807,-9223372036854775808]})");
+  EXPECT_EQ(bodyOf({UINT64_MAX}), R"({"v":[18446744073709551615]})");
   EXPECT_EQ(bodyOf({"a\"\\\n\x01/ä😀", nullptr, true}), R"({"v":["a\"\\\n\u0001/ä😀",null,true]})");
   std::vector<double> doubles = {-0.0, 5e-324, std::numeric_limits<double>::max(), 1.0 / 3, -1e300};
   for (std::mt19937_64 random; doubles.size() < 2000;) doubles.push_back(std::bit_cast<double>(random()));
@@ -193,7 +205,9 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   for (int depth = 0; depth < 512; ++depth) deep = boost::json::array(1, deep);
   EXPECT_EQ(bodyOf(deep).size(), 6 + 512 + 4 + 512);  // {"v":[...[null]...]}
   deep = boost::json::array(1, deep);
-  for (const JsonValue& value : {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80"), deep})
+  for (const JsonValue& value :
+       {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80"), deep, JsonValue("\xff 12345678"),
+        JsonValue("12345678\xff"), JsonValue("1234567\xff 12345678")})
     EXPECT_EQ(bodyOf(value), "Alamofire.AFError");
 }
 
@@ -212,16 +226,12 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
        std::vector<Row>{{"No/Such_Zone", "1980-05-17T08:30:00", 327400200},
                         {"", "1980-05-17T08:30:00", 327400200},
                         {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000},
-                        {"IST-5:30", "1980-05-17T00:00:00", 327349800},
                         {"Europe/Amsterdam", "1900-01-01T00:00:00", -2208989972},
                         {"UTC", "0001-01-01T00:00:00", -62135596800},
-                        {"UTC", "2024-02-29T12:00:00", 1709208000},
-                        {"Europe/Berlin", "2024-03-31T12:00:00", 1711879200},  // hours after a change
                         {"UTC", "10000-02-29T00:00:00", 253407398400},
                         {"UTC", "294247-01-10T04:00:53", 9223372036853},
                         {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},
                         {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800},  // repeated
-                        {"America/New_York", "2024-11-03T01:30:00", 1730611800},
                         {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"}}) {
     ::setenv("TZ", row.zone, 1);
     const std::chrono::sys_seconds time{std::chrono::seconds(row.sinceEpoch)};
@@ -235,37 +245,46 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
   EXPECT_EQ(written.substr(11, 5), (std::ostringstream() << std::put_time(std::localtime(&epoch), "%H:%M")).str());
 }
 
+TEST_F(Dates, AgreeWithTheCalendarOfTheCLibrary) {
+  for (const std::string& zone : split("UTC|Europe/Amsterdam|America/St_Johns|Australia/Lord_Howe|Antarctica/Troll|"
+                                       "Pacific/Apia|CET-1CEST,M3.5.0,M10.5.0/3")) {
+    ::setenv("TZ", zone.c_str(), 1);
+    std::mt19937_64 random;
+    std::uniform_int_distribution<std::time_t> anyTime(-30000000000, 9223372036853);
+    for (std::time_t time = 1293840000; time < 1325500000; time += 1801)  // a year with all its changes
+      for (const std::time_t seconds : {time, anyTime(random)}) {
+        const Date date = std::chrono::sys_seconds(std::chrono::seconds(seconds));
+        std::ostringstream text;
+        text << std::put_time(std::localtime(&seconds), "%Y-%m-%dT%H:%M:%S");
+        ASSERT_EQ(encodeDate(date), text.str()) << zone << seconds;
+        const Date read = decodeDate(JsonValue(text.str())).value();
+        ASSERT_TRUE(read == date || (read < date && encodeDate(read) == text.str())) << zone << seconds;
+      }
+  }
+}
+
 TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
-  const auto expectRefused = [](const JsonValue& json) {
+  const auto isRefused = [](const JsonValue& json) {
     const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
-    EXPECT_EQ(decodeDate(json), Unexpected<JsonDecodeError>(error)) << json;
+    return decodeDate(json) == Unexpected<JsonDecodeError>(error);
   };
-  for (const char* text : {"1980-05-17",
-                           "17-05-1980",
-                           "2023-02-30T00:00:00",
-                           "2023-02-29T00:00:00",
-                           "",
-                           "2023-13-01T00:00:00",
-                           "2023-01-01T24:00:00",
-                           "2023-01-01T23:59:60",
-                           "2023-01-01 00:00:00",
-                           "2023-01-01T00:00:00Z",
-                           " 2023-01-01T00:00:00",
-                           "2023-01-01T00:00:00.5",
-                           "-2023-01-01T00:00:00",
-                           "0000-01-01T00:00:00",
-                           "300000-01-01T00:00:00",
-                           "01980-05-17T00:00:00",
-                           "1980-0:-17T00:00:00",
-                           "1980-1/-17T00:00:00",
-                           "198:-05-17T00:00:00",
-                           "198/-05-17T00:00:00"})
-    expectRefused(text);
   ::setenv("TZ", "UTC", 1);
   const auto beforeYear1 = encodeDate(std::chrono::sys_days(std::chrono::year(0) / 12 / 31));
   EXPECT_EQ(beforeYear1, "0000-12-31T00:00:00");  // refused, rather than taken for another year
-  expectRefused(327400200);
-  expectRefused(nullptr);
+  EXPECT_TRUE(isRefused(JsonValue(beforeYear1)) && isRefused(327400200) && isRefused(nullptr));
+  for (const std::string& text :
+       split("|1980-05-17|17-05-1980|2023-02-30T00:00:00|2023-02-29T00:00:00|300000-01-01T00:00:00|"
+             " 2023-01-01T00:00:00|2023-01-01T00:00:00Z|2023-01-01T00:00:00.5|"
+             "-2023-01-01T00:00:00|01980-05-17T00:00:00"))
+    EXPECT_TRUE(isRefused(JsonValue(text))) << text;
+  const std::string good = "1980-10-11T19:58:58";
+  for (std::size_t place = 0; place < good.size(); ++place)
+    for (int letter = 0; letter < 256; ++letter) {
+      std::string text = good;
+      text[place] = static_cast<char>(letter);
+      const auto date = decodeDate(JsonValue(text));
+      EXPECT_TRUE(date ? encodeDate(*date) == text : text != good && isRefused(JsonValue(text))) << text;
+    }
 }
 
 }  // namespace

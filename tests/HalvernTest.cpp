@@ -36,9 +36,10 @@ class HalvernTest : public testing::Test {
     setenv("HALVERN_API_KEY", server.apiKey().c_str(), 1);
     setenv("AT", ("--base-url " + server.baseUrl()).c_str(), 1);
     setenv("LOGIN", ("login --email ada@example.com --base-url " + server.baseUrl()).c_str(), 1);
-    HalvernApi::HttpApiService service(server.baseUrl(), {}, server.apiKey());
-    setenv("HALVERN_ACCESS_TOKEN",
-           service.login("ada@example.com", "correct horse", "a", "b").get()->accessToken().c_str(), 1);
+    const auto signedIn = HalvernApi::HttpApiService(server.baseUrl(), {}, server.apiKey())
+                              .login("ada@example.com", "correct horse", "a", "b")
+                              .get();
+    setenv("HALVERN_ACCESS_TOKEN", signedIn->accessToken().c_str(), 1);
     setenv("PASSWORD", "--password-file password.txt", 1);
     std::ofstream("password.txt") << "correct horse\r\nsecond line\n";
     std::ofstream("points.json") << R"([{"orientation": "Right", "serialNumber": "R", "tube": "T", "values": [
@@ -58,56 +59,47 @@ class HalvernTest : public testing::Test {
 };
 
 TEST_F(HalvernTest, SaysWhatACallCameTo) {
-  const Answer no{.body = R"({"isSuccessful": false, "isEmailConfirmed": false, "accessToken": "", "refreshToken": "",
-                              "email": ""})"};
-  const Answer attack{.status = 400, .body = R"({"errorCode": 1, "message": "a\u001b[2J\u009bb"})"};
+  const Script no{.answer = Answer{.body = R"({"isSuccessful": false, "isEmailConfirmed": false, "accessToken": "",
+                                               "refreshToken": "", "email": ""})"}};
+  const Script attack{.answer = Answer{.status = 400, .body = R"({"errorCode": 1, "message": "a\u001b[2J\u009bb"})"}};
   const struct {
     const char* command;
-    Script script;
     int status;
     std::string out, err;  // regular expressions
+    Script script{};
   } cases[] = {
-      {"HALVERN_PASSWORD=x h $LOGIN $PASSWORD",
-       {},
-       0,
-       R"(^\{"isSuccessful":true.*"email":"ada@example.com"\}.$)",
-       "^$"},
-      {"h $LOGIN $PASSWORD --json", {}, 0, R"(^\{"isSuccessful":true.*,"sex":null,"email":.*\}.$)", "^$"},
-      {"h resend-validation-email $AT --json", {}, 0, R"(^\{\}.$)", "^$"},
-      {"h profile $AT points.json --left-out left --chart svg --json", {}, 0, R"(^\{"left[^ ]*\}.$)", "left ear: 12"},
-      {"h demo", {}, 0, "Every step came to what was expected", "^$"},
-      {"h --version", {}, 0, "^halvern [0-9.]+.$", "^$"},
-      {"h $LOGIN $PASSWORD --json", {.answer = no}, 1, R"(^\{"isSuccessful":false)", "refused"},
-      {"h $LOGIN $PASSWORD", {.answer = attack}, 1, "u001b", "halvern: a\\?\\[2J\\?b.$"},
-      {"h $LOGIN --password x --json", {}, 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", "wrong"},
-      {"h send-password-reset $AT --email nobody@example.com", {}, 1, "false", "refused"},
-      {"h $LOGIN", {}, 2, "^$", "--password: .* not a terminal"},
-      {"h $LOGIN $PASSWORD --timeout 0", {}, 2, "^$", "--timeout"},
-      {"h update --birthdate 1980-02-30 --sex male $AT", {}, 2, "^$", "not a date"},
-      {"h logn", {}, 2, "^$", "nearest is login"},
-      {"HALVERN_API_KEY=x h $LOGIN $PASSWORD --json", {}, 3, R"("case":"notAuthorized")", "401"},
-      {"h $LOGIN $PASSWORD --json", {.drop = true}, 4, R"("NSURLErrorDomain","code":-1005)", "-1005"},
-      {"h $LOGIN $PASSWORD --json", {.answer = Answer{.body = "{}"}}, 5, R"("case":"unknownJsonData")", ""},
-      {"h $LOGIN $PASSWORD", {.answer = Answer{.status = 404}}, 5, "", "404"},
-      {"h $LOGIN $PASSWORD >/dev/full", {}, 6, "", "output cannot be written"},
-      {"h $LOGIN $PASSWORD --json >&-", {}, 6, "", "output cannot be written"},
-      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", {}, 6, "", "written"},
-      {"h chart points.json --chart /dev/full", {}, 6, "", "cannot write /dev/full: No space"},
-      {"h chart --check points.json", {}, 0, "^$", "^$"},
-      {"echo '[\n{]' | h chart --check /dev/stdin", {}, 2, "^$", "line 2: not JSON"},
-      {"echo '[5, {\"orientation\": \"left\", \"values\": [{\"frequency\": \"x\"}]}]' | h chart --check /dev/stdin",
-       {},
-       2,
-       "^$",
-       "\\[0\\]: .*\n\\[1\\].orientation: .*\n\\[1\\].serialNumber: missing\n.*values\\[0\\].frequency: .*"},
-  };
-  for (const auto& [command, script, status, out, err] : cases) {
+      {"HALVERN_PASSWORD=x h $LOGIN $PASSWORD", 0, R"(^\{"isSuccessful":true.*"email":"ada@example.com"\}.$)", "^$"},
+      {"h $LOGIN $PASSWORD --json", 0, R"(^\{"isSuccessful":true.*,"sex":null,"email":.*\}.$)", "^$"},
+      {"h resend-validation-email $AT --json", 0, R"(^\{\}.$)", "^$"},
+      {"h profile $AT points.json --left-out left --chart svg --json", 0, R"(^\{"left[^ ]*\}.$)", "left ear: 12"},
+      {"h demo", 0, "Every step came to what was expected", "^$"},
+      {"h --version", 0, "^halvern [0-9.]+.$", "^$"},
+      {"h $LOGIN $PASSWORD --json", 1, R"(^\{"isSuccessful":false)", "refused", no},
+      {"h $LOGIN $PASSWORD", 1, "u001b", "halvern: a\\?\\[2J\\?b.$", attack},
+      {"h $LOGIN --password x --json", 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", "wrong"},
+      {"h send-password-reset $AT --email nobody@example.com", 1, "false", "refused"},
+      {"h $LOGIN", 2, "^$", "--password: .* not a terminal"},
+      {"h $LOGIN $PASSWORD --timeout 0", 2, "^$", "--timeout"},
+      {"h update --birthdate 1980-02-30 --sex male $AT", 2, "^$", "not a date"},
+      {"h logn", 2, "^$", "nearest is login"},
+      {"HALVERN_API_KEY=x h $LOGIN $PASSWORD --json", 3, R"("case":"notAuthorized")", "401"},
+      {"h $LOGIN $PASSWORD --json", 4, R"("NSURLErrorDomain","code":-1005)", "-1005", {.drop = true}},
+      {"h $LOGIN $PASSWORD --json", 5, R"("case":"unknownJsonData")", "", {.answer = Answer{.body = "{}"}}},
+      {"h $LOGIN $PASSWORD", 5, "", "404", {.answer = Answer{.status = 404}}},
+      {"h $LOGIN $PASSWORD >/dev/full", 6, "", "output cannot be written"},
+      {"h $LOGIN $PASSWORD --json >&-", 6, "", "output cannot be written"},
+      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "written"},
+      {"h chart points.json --chart /dev/full", 6, "", "cannot write /dev/full: No space"},
+      {"h chart --check points.json", 0, "^$", "^$"},
+      {"echo '[\n{]' | h chart --check /dev/stdin", 2, "^$", "line 2: not JSON"},
+      {R"(echo '[5, {"orientation": "left", "values": [{"frequency": "x"}]}]' | h chart --check /dev/stdin)", 2, "^$",
+       "\\[0\\]: .*\n\\[1\\].orientation: .*\n\\[1\\].serialNumber: missing\n.*values\\[0\\].frequency: .*"}};
+  for (const auto& [command, status, out, err, script] : cases) {
     SCOPED_TRACE(command);
     server.reset();
     server.script(Operation::login, script);
-    const int ended =
-        std::system(("exec </dev/null >out 2>err; h() { $HALVERN \"$@\"; }; " + std::string(command)).c_str());
-    EXPECT_EQ(WEXITSTATUS(ended), status);
+    const std::string line = std::string("exec </dev/null >out 2>err; h() { $HALVERN \"$@\"; }; ") + command;
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), status);
     EXPECT_THAT(contents("out"), ContainsRegex(out));
     EXPECT_THAT(contents("err"), ContainsRegex(err));
   }

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <map>
 
-#include "TestSupport.hpp"
+#include "Support.hpp"
 
 using namespace HalvernApi;
 

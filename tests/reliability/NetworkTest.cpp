@@ -1,18 +1,13 @@
 // How calls fare with a network and servers that misbehave, and what is left of them afterwards.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/read.hpp>
 #include <fstream>
 
 #include "Support.hpp"
 
 namespace HalvernApi::Tests {
 namespace {
-
-const Step closing{Step::close};
 
 Answer text(std::string bytes) { return {{Step::send, std::move(bytes)}}; }
 
@@ -58,7 +53,7 @@ TEST(TimeLimits, AreTotalAtEveryStage) {
 }
 
 TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
-  Answer answer = {{Step::send, "HTTP/1.1 200 OK\r\n"}};
+  Answer answer = text("HTTP/1.1 200 OK\r\n");
   for (int header = 0; header < 16; ++header)
     answer.insert(answer.end(), {{Step::pause, {}, 40ms}, {Step::send, "X: y\r\n"}});
   answer.insert(answer.end(), {{Step::send, "Content-Type: application/json\r\nContent-Length: 16\r\n\r\n"},
@@ -70,10 +65,9 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
 
 TEST(TimeLimits, OfSilenceBeginAnewWithEveryPieceThatIsTakenOfALargeBody) {
   constexpr std::size_t size = 16 << 20;  // more than the system takes at once
-  boost::asio::io_context context;
-  boost::asio::ip::tcp::acceptor acceptor(context, {boost::asio::ip::address_v4::loopback(), 0});
+  Listener listener(false);
   std::thread slowReader([&] {
-    auto socket = acceptor.accept();
+    auto socket = listener.acceptor.accept();
     std::string piece(size / 32, '\0');
     for (int count = 0; count < 12; ++count) {
       boost::asio::read(socket, boost::asio::buffer(piece));
@@ -81,21 +75,21 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryPieceThatIsTakenOfALargeBody) {
     }
   });
   SessionManager session({.timeoutIntervalForRequest = 500ms});
-  const std::string url = "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
-  EXPECT_EQ(outcomeOf(call(session, url, std::string(size, 'x'))), lost);  // when the reader ends, and not before
+  EXPECT_EQ(outcomeOf(call(session, listener.url(), std::string(size, 'x'))),
+            lost);  // when the reader ends, not before
   slowReader.join();
 }
 
 TEST(TimeLimits, LeaveEveryAddressOfAHostItsShare) {
   ScriptedServer server({json("{}")});
   const std::string port = server.authority().substr(server.authority().find(':'));
-  const FullListener full("127.0.0.2", std::stoi(port.substr(1)));
+  const Listener full(true, "127.0.0.2", std::stoi(port.substr(1)));
   SessionManager session({.timeoutIntervalForRequest = 3s});
   EXPECT_EQ(outcomeOf(call(session, "http://two.example" + port)), "success");
 }
 
 TEST(Connections, AreNoMoreThanTheyMayBe) {
-  ScriptedServer server({{{Step::hold}, json("{}")[0]}});
+  ScriptedServer server({heldAnswer});
   SessionManager session({.httpMaximumConnectionsPerHost = 3});
   std::vector<Promise<Unit, Error>> calls;
   for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
@@ -107,6 +101,60 @@ TEST(Connections, AreNoMoreThanTheyMayBe) {
   EXPECT_EQ(server.connections(), 3);
 }
 
+TEST(Connections, OfAThousandFailingCallsLeaveNoDescriptorBehind) {
+  ScriptedServer server({{closing}, {{Step::reset}}, raw("Content-Length: 9\r\n", "{") + closing, {closing}});
+  SessionManager session({});
+  const auto failMany = [&](int times) {
+    for (int number = 0; number < times; ++number) {
+      EXPECT_EQ(outcomeOf(call(session, "http://127.0.0.1:1")), refused);
+      EXPECT_EQ(outcomeOf(call(session, server.url())), lost);
+    }
+  };
+  failMany(4);
+  const std::size_t before = Holdings().descriptors.size();
+  failMany(500);
+  EXPECT_TRUE(eventually([&] { return Holdings().descriptors.size() <= before; })) << before;
+}
+
+TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
+  const Identity identity;
+  const Listener full(true);
+  for (const auto& channels : {std::shared_ptr<ssl_ctx_st>(), identity.channels})
+    for (const int status : {0, 408, 500})  // of an answer that nobody asked for
+      for (const std::size_t size : {4UL, 400'000UL}) {
+        SCOPED_TRACE(testing::Message() << (channels ? "TLS, " : "plain, ") << status << ", " << size);
+        const Answer unasked = {{Step::pause, {}, 5ms}, http(status, "application/json", "{}")[0]};
+        Answer answer = json("{}");
+        if (status != 0) answer.insert(answer.end(), unasked.begin(), unasked.end());
+        ScriptedServer server({answer + closing}, channels);
+        SessionManager session({.certificateAuthorityFile = identity.file()});
+        const auto pending = call(session, full.url());  // over a connection that is not made
+        for (std::size_t number = 1; number <= 30; ++number) {
+          ASSERT_EQ(outcomeOf(call(session, server.url(), std::string(size, 'x'))), "success") << number;
+          ASSERT_TRUE(server.awaitClosed(number));
+        }
+        EXPECT_EQ(server.requests().size(), 30);
+        EXPECT_EQ(server.connections(), 30);
+      }
+}
+
+TEST(Requests, ThatAServerMayHaveSeenAreNotSentAgain) {
+  std::vector<Answer> answers(6, heldAnswer);
+  answers.push_back({closing});
+  ScriptedServer server(answers);
+  SessionManager session({});
+  std::vector<Promise<Unit, Error>> calls;
+  for (int number = 0; number < 6; ++number) calls.push_back(call(session, server.url()));
+  ASSERT_TRUE(server.awaitRequests(6));
+  server.release();
+  for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
+  for (std::size_t sent = 7; sent <= 9; ++sent) {  // each over a connection that was kept
+    EXPECT_EQ(outcomeOf(call(session, server.url(), "once")), lost);
+    EXPECT_EQ(server.requests().size(), sent);
+  }
+  EXPECT_EQ(server.connections(), 6);
+}
+
 TEST(Proxies, AreToldTheirUserAndPasswordAndTheWholeUrl) {
   ScriptedServer proxy({json("{}")});
   SessionManager session({.proxyUrl = "http://us%65r:pass:word@" + proxy.authority()});
@@ -116,55 +164,31 @@ TEST(Proxies, AreToldTheirUserAndPasswordAndTheWholeUrl) {
   EXPECT_EQ(received.headers.find("proxy-authorization")->second, "Basic dXNlcjpwYXNzOndvcmQ=");
 }
 
-TEST(Connections, OfAThousandFailingCallsLeaveNoDescriptorBehind) {
-  ScriptedServer server({{closing}, {{Step::reset}}, raw("Content-Length: 9\r\n", "{") + closing, {closing}});
-  SessionManager session({});
-  const auto failMany = [&](int times) {
-    for (int number = 0; number < times; ++number) {
-      const auto neverMade = call(session, "http://127.0.0.1:1"), dropped = call(session, server.url());
-      EXPECT_EQ(outcomeOf(neverMade), refused);
-      EXPECT_EQ(outcomeOf(dropped), lost);
-    }
-  };
-  failMany(4);
-  const std::size_t before = Holdings().descriptors.size();
-  failMany(500);
-  EXPECT_TRUE(eventually([&] { return Holdings().descriptors.size() <= before; })) << before;
-}
-
-TEST(Connections, ThatTheServerClosesWhileIdleFailNoCall) {
-  const Authority authority;
-  for (const bool secure : {false, true})
-    for (const std::size_t size : {4UL, 400'000UL}) {
-      SCOPED_TRACE(testing::Message() << (secure ? "TLS, " : "plain, ") << size);
-      ScriptedServer server({json("{}") + closing}, secure ? authority.channels() : nullptr);
-      SessionManager session({.certificateAuthorityFile = authority.file()});
-      const std::string url = (secure ? "https://" : "http://") + server.authority(), body(size, 'x');
-      for (int number = 1; number <= 60; ++number) {
-        ASSERT_EQ(outcomeOf(call(session, url, body)), "success") << number;
-        ASSERT_TRUE(server.awaitClosed(number));
-      }
-      EXPECT_EQ(server.requests().size(), 60);
-    }
+TEST(Proxies, ThatCannotBeReadFailEveryCallBeforeALookUp) {
+  for (const char* proxy :
+       {"", "http://", "http://[::1", "ftp://127.0.0.1:1", "http://a b", "http://no.such.example:x"}) {
+    SessionManager session({.proxyUrl = proxy});
+    EXPECT_EQ(outcomeOf(call(session, "http://no.such.example")), "network NSURLErrorDomain -1000") << proxy;
+  }
 }
 
 TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   const auto actions = [] {
-    std::map<int, std::pair<void (*)(int), int>> all;
+    std::vector<std::pair<void (*)(int), int>> all(NSIG);
     for (int number = 1; number < NSIG; ++number) {
       struct sigaction action {};
       sigaction(number, nullptr, &action);
-      all[number] = {action.sa_handler, action.sa_flags};
+      all[static_cast<std::size_t>(number)] = {action.sa_handler, action.sa_flags};
     }
     return all;
   };
   const auto before = actions();
-  ASSERT_EQ(before.at(SIGPIPE).first, SIG_DFL);
-  const Authority authority;
-  ScriptedServer server({json("{}")}, authority.channels(), {{Step::reset}});
-  SessionManager session({.certificateAuthorityFile = authority.file()});
-  const std::string url = "https://" + server.authority(), body(1 << 20, 'x');
-  for (int number = 0; number < 30; ++number) EXPECT_EQ(outcomeOf(call(session, url, body)), lost);
+  ASSERT_EQ(before[SIGPIPE].first, SIG_DFL);
+  const Identity identity;
+  ScriptedServer server({json("{}")}, identity.channels, {{Step::reset}});
+  SessionManager session({.certificateAuthorityFile = identity.file()});
+  for (int number = 0; number < 30; ++number)
+    EXPECT_EQ(outcomeOf(call(session, server.url(), std::string(1 << 20, 'x'))), lost);
   EXPECT_EQ(actions(), before);
 }
 
@@ -179,8 +203,8 @@ TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {
   for (const std::string& thread : entries("/proc/self/task")) {
     if (before.count(thread) != 0) continue;
     std::ifstream status("/proc/self/task/" + thread + "/status");
-    const std::string text(std::istreambuf_iterator<char>(status), {});
-    auto left = ~std::stoull(text.substr(text.find("SigBlk:") + 7), nullptr, 16);
+    const std::string words(std::istreambuf_iterator<char>(status), {});
+    auto left = ~std::stoull(words.substr(words.find("SigBlk:") + 7), nullptr, 16);
     // Faults, what cannot be blocked, and two of the C library's own.
     for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGKILL, SIGSTOP, 32, 33})
       left &= ~(1ULL << (number - 1));
@@ -220,7 +244,7 @@ TEST(Redirects, ToAnotherOriginAreTheAnswerAndLoopsEnd) {
         "http://127.0.0.1" + port + "@" + authority, std::string("http://127.0.0.1"),
         std::string("file:///etc/hostname"), std::string("http://[")}) {
     ScriptedServer server({redirect(307, target)});
-    EXPECT_EQ(outcomeOf(call(session, server.url(), "secret")), "unknownNSError Alamofire.AFError 3") << target;
+    EXPECT_EQ(outcomeOf(call(session, server.url(), "secret")), invalid) << target;
     EXPECT_EQ(server.requests().size(), 1);
   }
   EXPECT_EQ(elsewhere.connections(), 0);
@@ -258,15 +282,8 @@ TEST(HostileAnswers, AreGoneWithTheirDecodersButNotWhatThoseKept) {
 
 TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
   constexpr std::size_t maxSize = 64 << 10, large = 2 << 20;
-  const std::string badAnswer = "network NSURLErrorDomain -1011", badCoding = "network NSURLErrorDomain -1016";
-  const std::string tooLarge = "network NSURLErrorDomain -1103",
-                    full = "{\"result\":true}" + std::string(maxSize - 15, ' ');
-  const std::string invalid = "unknownNSError Alamofire.AFError 3", notJson = "unknownNSError Alamofire.AFError 4";
-  std::string headers, hints;
-  while (headers.size() < large) headers += "X: " + std::string(1000, 'x') + "\r\n";
-  while (hints.size() < large) hints += "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n";
-  std::string zeros;
-  while (zeros.size() < maxSize - 2) zeros += "0,";
+  const std::string badCoding = "network NSURLErrorDomain -1016", tooLarge = "network NSURLErrorDomain -1103";
+  const std::string full = "{\"result\":true}" + std::string(maxSize - 15, ' ');
   const std::string length = "Content-Length: " + std::to_string(maxSize), inChunks = "Transfer-Encoding: chunked\r\n";
   std::vector<std::tuple<std::string, Answer, std::string>> rows = {
       {"as large as it may be", raw(length + "\r\n", full), "success"},
@@ -276,11 +293,11 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
       {"broken compression", raw("Content-Encoding: deflate\r\n", "\x78\x9c" + std::string(40, 'x')), badCoding},
       {"cut short in a chunk", raw(inChunks, "f\r\n{\"result\""), lost},
       {"a length that is none", raw("Content-Length: -1\r\n", "{}"), badAnswer},
-      {"headers without end", raw(headers, ""), badAnswer},
+      {"headers without end", raw(repeat("X: " + std::string(1000, 'x') + "\r\n", 2000), ""), badAnswer},
       {"a header without end", text("HTTP/1.1 200 OK\r\nX: " + std::string(large, ' ')), badAnswer},
-      {"1xx without end", text(hints), badAnswer},
+      {"1xx without end", text(repeat("HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n", 60'000)), badAnswer},
       {"60,000 arrays in each other", raw("", std::string(60'000, '[')), notJson},
-      {"more values than may take up memory", raw("", '[' + zeros + "0]"), tooLarge}};
+      {"more values than may take up memory", raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge}};
   // What the fuzz target begins with.
   const std::filesystem::path corpus = std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/answers";
   const std::vector<std::pair<std::string, std::vector<const char*>>> seeds = {
@@ -288,6 +305,7 @@ TEST(HostileAnswers, EachComeToOneOutcomeInBoundedMemory) {
        {"100-then-200", "103-then-200", "200-charset", "200-chunked", "200-deflate", "200-gzip", "200-hsts",
         "200-record", "200-until-close", "204", "205", "folded-header", "http-1.0", "two-lengths"}},
       {lost, {"101", "200-cut", "nothing"}},
+      {"network NSURLErrorDomain -1", {"200-gzip-two-members"}},  // libcurl decodes no more than one
       {tooLarge, {"200-bomb", "200-brotli-bomb", "200-zstd-bomb"}},
       {badAnswer, {"200-folded-first", "http-0.9"}},
       {notJson, {"200-empty", "200-gzip-cut", "200-not-json"}},

@@ -1,0 +1,164 @@
+#include "Support.hpp"
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <boost/algorithm/string/case_conv.hpp>
+
+namespace HalvernApi::Tests {
+
+double slowness() {
+  double load = 0;
+  ::getloadavg(&load, 1);
+  return slack * std::max(1.0, load / std::max(1U, std::thread::hardware_concurrency()));
+}
+
+std::set<std::string> entries(const char* directory) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) names.insert(entry.path().filename());
+  return names;
+}
+
+bool Holdings::nothingNewSince(const Holdings& before) const {
+  return std::ranges::includes(before.descriptors, descriptors) && std::ranges::includes(before.threads, threads);
+}
+
+Data bytes(std::string_view text) {
+  const auto* const first = reinterpret_cast<const std::byte*>(text.data());
+  return Data(first, first + text.size());
+}
+
+std::string repeat(const std::string& piece, int times) {
+  std::string whole;
+  while (times-- > 0) whole += piece;
+  return whole;
+}
+
+Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text,
+                          HTTPMethod method) {
+  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
+  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
+                       [](const JsonValue&) { return Unit(); });
+}
+
+std::string wordsFor(const Error& error) {
+  constexpr std::array cases = {"network", "unknownNSError", "validationError", "unknownJsonData", "notAuthorized"};
+  std::string words = cases.at(static_cast<std::size_t>(error.code()));
+  if (const NSError* platform = error.platformError())
+    words += ' ' + platform->domain + ' ' + std::to_string(platform->code);
+  if (const std::string* message = error.validationMessage()) words += ' ' + *message;
+  return words;
+}
+
+Answer http(int status, const std::string& contentType, const std::string& body) {
+  return {{Step::send, serialize(Testing::Answer{.status = status, .body = body, .contentType = contentType})}};
+}
+
+ScriptedServer::ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls, Answer greeting)
+    : scheme_(tls ? "https://" : "http://"), server_(0, std::move(tls)) {
+  const auto handler = [this, answers = std::move(answers)](Testing::SeenRequest request, const std::string& raw) {
+    Received received{raw, raw.substr(0, raw.find('\r')), {}, request.body};
+    for (const auto& [name, value] : request.headers)
+      received.headers.emplace(boost::algorithm::to_lower_copy(name), value);
+    const std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(received));
+    changed_.notify_all();
+    return answers[std::min(requests_.size(), answers.size()) - 1];
+  };
+  server_.start(handler, std::move(greeting));
+}
+
+bool ScriptedServer::awaitRequests(std::size_t count) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, 10s, [&] { return requests_.size() >= count; });
+}
+
+std::vector<Received> ScriptedServer::requests() const {
+  const std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+Listener::Listener(bool full, const char* address, int port) {
+  acceptor.open(boost::asio::ip::tcp::v4());
+  acceptor.bind({boost::asio::ip::make_address(address), static_cast<in_port_t>(port)});
+  acceptor.listen(full ? 0 : 8);
+  if (full) filler.connect(acceptor.local_endpoint());
+}
+
+Trap::Trap(Stage stage, std::size_t calls)
+    : stage_(stage),
+      server_([&] {
+        const Answer whole = json("{\"text\":\"whole\"}");
+        const std::string part = stage == Stage::receiving ? whole[0].bytes.substr(0, whole[0].bytes.size() - 8) : "";
+        std::vector<Answer> answers(calls, {{Step::send, part}, {Step::hold}});
+        answers.push_back(whole);
+        return answers;
+      }()),
+      url_(stage == Stage::lookingUp    ? "http://blocked.example"
+           : stage == Stage::connecting ? full_.url()
+                                        : server_.url()) {
+  nameIsBlocked = true;
+}
+
+Trap::~Trap() {
+  nameIsBlocked = false;
+  nameIsBlocked.notify_all();
+}
+
+bool Trap::holds(std::size_t calls) {
+  if (stage_ == Stage::lookingUp) return eventually([] { return lookupsUnderWay > 0; });
+  return stage_ == Stage::connecting || server_.awaitRequests(calls);
+}
+
+Identity::Identity(const Terms& terms) : channels(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {
+  const std::shared_ptr<EVP_PKEY> key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+  const std::shared_ptr<X509> certificate(X509_new(), &X509_free);
+  X509* const x509 = certificate.get();
+  X509_set_version(x509, X509_VERSION_3);
+  X509_time_adj_ex(X509_getm_notBefore(x509), terms.firstDay, 0, nullptr);
+  X509_time_adj_ex(X509_getm_notAfter(x509), terms.lastDay, 0, nullptr);
+  X509_NAME* const name = X509_get_subject_name(x509);
+  X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("server"), -1, -1, 0);
+  X509_set_issuer_name(x509, name);
+  X509_set_pubkey(x509, key.get());
+  const std::shared_ptr<X509_EXTENSION> address(
+      X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, ("IP:" + terms.address).c_str()),
+      &X509_EXTENSION_free);
+  X509_add_ext(x509, address.get(), -1);
+  X509_sign(x509, key.get(), EVP_sha256());
+  SSL_CTX_use_certificate(channels.get(), x509);
+  SSL_CTX_use_PrivateKey(channels.get(), key.get());
+  SSL_CTX_set_security_level(channels.get(), 0);  // lets old protocols be spoken at all
+  SSL_CTX_set_max_proto_version(channels.get(), terms.newestProtocol);
+  if (::mkdtemp(directory.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  const std::shared_ptr<std::FILE> pem(std::fopen(file().c_str(), "w"), &std::fclose);
+  PEM_write_X509(pem.get(), x509);
+}
+
+}  // namespace HalvernApi::Tests
+
+// Takes the place of the C library's for libcurl, too.
+extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
+  using namespace HalvernApi::Tests;
+  static auto* const original = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  const std::string_view name = node != nullptr ? node : "127.0.0.1";
+  if (name.starts_with("127.")) return original(node, service, hints, found);
+  if (name == "two.example") {
+    const int failed = original("127.0.0.2", service, hints, found);
+    return failed != 0 ? failed : original("127.0.0.1", service, hints, &(*found)->ai_next);
+  }
+  ++lookupsUnderWay;
+  if (name == "blocked.example") nameIsBlocked.wait(true);
+  --lookupsUnderWay;
+  return EAI_NONAME;
+}
+
+// For ThreadSanitizer: the session needs a thread even to fail in the child of a fork.
+extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
+
+// For LeakSanitizer: the child of a fork has the memory of all threads, but only one of them.
+static const pid_t startedAs = ::getpid();
+extern "C" int __lsan_is_turned_off() { return ::getpid() != startedAs; }

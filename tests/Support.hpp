@@ -1,0 +1,217 @@
+// What the tests share: servers that answer by a script, places where calls get stuck, queues of an application, and
+// what the process holds of the system. Every member may be called from any thread.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <boost/asio.hpp>
+#include <condition_variable>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "HalvernApi/HalvernApi.hpp"
+#include "Server.hpp"
+
+namespace HalvernApi::Tests {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Testing::Step;
+
+// How many times longer than usual things may take, and how much more memory: under a sanitizer, say.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int slack = 10;
+#elif defined(__has_feature)
+constexpr int slack = __has_feature(thread_sanitizer) || __has_feature(address_sanitizer) ? 10 : 1;
+#else
+constexpr int slack = 1;
+#endif
+
+// Slack, times how many run where one can: others may be busy on this machine.
+double slowness();
+
+// Whether `condition` comes to hold within twenty seconds.
+template <class Condition>
+[[nodiscard]] bool eventually(Condition condition) {
+  const auto deadline = Clock::now() + 20s;
+  while (!condition()) {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+std::set<std::string> entries(const char* directory);
+
+// Which descriptors and threads the process holds: by name, for a thread that has been joined may be listed a moment
+// longer, and must not make up for one that is left behind.
+struct Holdings {
+  std::set<std::string> descriptors = entries("/proc/self/fd");
+  std::set<std::string> threads = entries("/proc/self/task");
+
+  bool nothingNewSince(const Holdings& before) const;
+};
+
+inline const std::string cancelled = "network NSURLErrorDomain -999";
+inline const std::string timedOut = "network NSURLErrorDomain -1001";
+inline const std::string refused = "network NSURLErrorDomain -1004";
+inline const std::string lost = "network NSURLErrorDomain -1005";
+inline const std::string badAnswer = "network NSURLErrorDomain -1011";
+inline const std::string invalid = "unknownNSError Alamofire.AFError 3";
+inline const std::string notJson = "unknownNSError Alamofire.AFError 4";
+
+Data bytes(std::string_view text);
+std::string repeat(const std::string& piece, int times);
+
+// A call to any URL; with a body that holds `text`, when there is one.
+Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text = {},
+                          HTTPMethod method = HTTPMethod::post);
+
+// What a call comes to, in words: "success", "network NSURLErrorDomain -1004", "validationError too short".
+std::string wordsFor(const Error& error);
+template <class T>
+std::string outcomeOf(const Promise<T, Error>& promise) {
+  const auto result = promise.get();
+  return result ? "success" : wordsFor(result.error());
+}
+
+// What happens after one request. The connection stays open for the next one unless a step ends it.
+using Answer = std::vector<Step>;
+
+// An ordinary answer in one piece. An empty content type stands for no such header.
+Answer http(int status, const std::string& contentType, const std::string& body);
+inline Answer json(const std::string& body) { return http(200, "application/json", body); }
+inline const Answer heldAnswer = {{Step::hold}, json("{}")[0]};
+inline const Step closing{Step::close};
+
+struct Received {
+  std::string raw;
+  std::string line;                                 // "POST / HTTP/1.1"
+  std::multimap<std::string, std::string> headers;  // names in lower case
+  std::string body;
+};
+
+// A server on a free port of 127.0.0.1. Answers requests in the order of their arrival, whichever connection they come
+// over; the last answer also serves all further ones. Keeps what it received.
+class ScriptedServer {
+ public:
+  // Connections speak TLS where there is a context for it, and begin with the greeting.
+  explicit ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls = nullptr, Answer greeting = {});
+
+  std::string authority() const { return "127.0.0.1:" + std::to_string(server_.port()); }
+  std::string url() const { return scheme_ + authority(); }
+  void release() { server_.release(); }
+  // False when fewer have arrived, or been closed by the server, after ten seconds.
+  [[nodiscard]] bool awaitRequests(std::size_t count);
+  [[nodiscard]] bool awaitClosed(std::size_t count) const { return server_.awaitClosed(count); }
+  std::vector<Received> requests() const;
+  std::size_t connections() const { return server_.connections(); }
+
+ private:
+  const std::string scheme_;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Received> requests_;
+  Testing::Server server_;  // ends before what its handler uses
+};
+
+// Nobody accepts its connections: the system makes them, as long as there is room.
+struct Listener {
+  // One that is full has no room; port 0 takes a free one.
+  explicit Listener(bool full, const char* address = "127.0.0.1", int port = 0);
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port()); }
+
+  boost::asio::io_context context;
+  boost::asio::ip::tcp::acceptor acceptor{context};
+  boost::asio::ip::tcp::socket filler{context};
+};
+
+// "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests but
+// "two.example", which is 127.0.0.2 and 127.0.0.1.
+inline std::atomic<bool> nameIsBlocked = false;
+inline std::atomic<int> lookupsUnderWay = 0;
+
+enum class Stage { lookingUp, connecting, waiting, receiving };
+constexpr Stage allStages[] = {Stage::lookingUp, Stage::connecting, Stage::waiting, Stage::receiving};
+
+// Holds calls at one stage. A server that has got that many answers all later ones.
+class Trap {
+ public:
+  Trap(Stage stage, std::size_t calls);
+  ~Trap();
+  const std::string& url() const { return url_; }
+  [[nodiscard]] bool holds(std::size_t calls);
+
+ private:
+  const Stage stage_;
+  ScriptedServer server_;
+  const Listener full_{true};
+  const std::string url_;
+};
+
+class PoolQueue final : public DispatchQueue {
+ public:
+  explicit PoolQueue(std::size_t threads) : pool_(threads) {}
+  void async(std::function<void()> task) override { boost::asio::post(pool_, std::move(task)); }
+  bool isHere() { return pool_.get_executor().running_in_this_thread(); }
+
+ private:
+  boost::asio::thread_pool pool_;
+};
+
+class InlineQueue final : public DispatchQueue {
+ public:
+  void async(std::function<void()> task) override { task(); }
+};
+
+// A session's own, which is null, and an application's.
+inline std::vector<std::shared_ptr<DispatchQueue>> queues() {
+  return {nullptr, std::make_shared<PoolQueue>(1), std::make_shared<PoolQueue>(4), std::make_shared<InlineQueue>()};
+}
+
+// A certificate that signs itself, for servers, and the file with which clients trust it.
+struct Identity {
+  struct Terms {
+    std::string address = "127.0.0.1";
+    int firstDay = -1;  // counted from today
+    int lastDay = 1;
+    int newestProtocol = 0;  // a number of OpenSSL's; 0 means no limit
+  };
+  explicit Identity(const Terms& terms);
+  Identity() : Identity(Terms()) {}
+  ~Identity() { std::filesystem::remove_all(directory); }
+  std::string file() const { return directory + "/authority.pem"; }
+
+  // Goes with this, and what is in it.
+  std::string directory = std::filesystem::temp_directory_path() / "halvernapi-XXXXXX";
+  std::shared_ptr<ssl_ctx_st> channels;
+};
+
+// What a child of a fork comes to that does this: its exit status, or the number of a signal, negative.
+template <class F>
+int statusOfChild(F inChild) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(30);
+    std::_Exit(inChild());
+  }
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+// Runs it in a process of its own, which has to end with the status 0.
+template <class F>
+void expectCleanExit(F inChild) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT((::alarm(60), inChild()), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace HalvernApi::Tests
