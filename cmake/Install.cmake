@@ -47,7 +47,12 @@ get_target_property(boost Boost::json LOCATION)
 get_target_property(boost_headers Boost::headers INTERFACE_INCLUDE_DIRECTORIES)
 get_target_property(expected_headers tl::expected INTERFACE_INCLUDE_DIRECTORIES)
 string(REGEX REPLACE "^(.*)/lib([^/.]*)[^/]*$" "-L\\1 -l\\2" HALVERNAPI_PC_LIBS ${boost})
-set(headers ${boost_headers} ${expected_headers})
+set(headers "")
+foreach(directory IN LISTS boost_headers expected_headers)  # some name directories without a header, too
+  if(EXISTS ${directory}/boost/json.hpp OR EXISTS ${directory}/tl/expected.hpp)
+    list(APPEND headers ${directory})
+  endif()
+endforeach()
 list(REMOVE_DUPLICATES headers)
 list(JOIN headers " -I" HALVERNAPI_PC_INCLUDES)
 # Relative, so that the installed tree may be moved.
