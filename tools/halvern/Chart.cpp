@@ -104,7 +104,7 @@ std::vector<std::string> outsideOf(const std::vector<Curve>& curves) {
 std::string textChart(const std::vector<Audiogram>& audiograms, std::size_t width, bool coloured) {
   constexpr std::size_t columnsPerOctave = 8, decibelsPerRow = 5, margin = 7;
   constexpr std::size_t columns = octaves * columnsPerOctave + 1, space = 8;
-  constexpr auto betweenColumn = static_cast<std::size_t>(betweenOctaves * columnsPerOctave + 0.5);
+  const auto betweenColumn = static_cast<std::size_t>(std::lround(betweenOctaves * columnsPerOctave));
   const std::vector<Curve> curves = curvesOf(audiograms);
   std::string chart = "Audiogram: hearing level (dB HL) by frequency (Hz)\n";
   if (width < margin + columns + space) {

@@ -45,7 +45,7 @@ void wait(const std::function<bool()>& isDone) {
 }
 
 void holdOutput() {
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
   own = dup(STDOUT_FILENO);
   held = memfd_create("answer", MFD_CLOEXEC);
   if (own == -1 || held == -1 || dup2(held, STDOUT_FILENO) == -1)
@@ -53,7 +53,7 @@ void holdOutput() {
 }
 
 std::string releaseOutput() {
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
   dup2(own, STDOUT_FILENO);
   std::ifstream stream("/dev/fd/" + std::to_string(held), std::ios::binary);
   if (!stream) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
@@ -96,7 +96,7 @@ std::optional<std::string> askSecret(const std::string& name) {
     for (std::size_t i = 0; i < signals.size(); ++i) sigaction(signals[i], &actions[i], nullptr);
     sigprocmask(SIG_SETMASK, &open, nullptr);
     if (caught != 0 && caught != SIGTSTP) say("interrupted, nothing was sent");
-    if (caught != 0) raise(caught);
+    if (caught != 0) (void)raise(caught);
   } while (caught != 0);
   return secret;
 }

@@ -42,7 +42,7 @@ Answer wrongSignIn(std::string_view message) { return refusal(400, wrongCredenti
 std::string randomToken() {
   std::random_device random;
   char token[33];
-  std::snprintf(token, sizeof token, "%08x%08x%08x%08x", random(), random(), random(), random());
+  (void)std::snprintf(token, sizeof token, "%08x%08x%08x%08x", random(), random(), random(), random());
   return token;
 }
 
@@ -102,7 +102,7 @@ bool isPastDate(Value value) {
   const std::time_t moment = ::timegm(&time);
   char again[24];
   const std::size_t size = std::strftime(again, sizeof again, form, &time);
-  return value.get_string() == std::string_view(again, size) && moment <= std::time(nullptr) + 14 * 60 * 60;
+  return value.get_string() == std::string_view(again, size) && moment <= std::time(nullptr) + 14L * 60 * 60;
 }
 
 constexpr Kind optionalText{"a text or null", [](Value value) { return value.is_string() || value.is_null(); }};
