@@ -80,6 +80,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_TOO_LARGE:  // headers
 #endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
+    case CURLE_WRITE_ERROR:  // by libcurl's decoders: callbacks say themselves what they refuse
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_FILESIZE_EXCEEDED: return Foundation::NSURLErrorDataLengthExceedsMaximum;
     case CURLE_PEER_FAILED_VERIFICATION: {
