@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
   // Where a standard stream is closed, nothing that is opened later may take its place: a socket would get the output.
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-  signal(SIGPIPE, SIG_IGN);
+  (void)signal(SIGPIPE, SIG_IGN);
   const int status = run(argc, argv);
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
   say("standard output cannot be written");

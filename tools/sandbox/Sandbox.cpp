@@ -43,7 +43,7 @@ struct Sandbox::Impl {
 
   Answer judge(const SeenRequest& request) {
     std::unique_lock lock(mutex);
-    const Answer answer = service.answer(request);
+    Answer answer = service.answer(request);
     const auto mails = std::exchange(service.outbox, {});
     lock.unlock();
     for (const auto& [address, words] : mails)
