@@ -23,7 +23,7 @@ long residentKilobytes() {
 
 Answer answerTo(const Testing::SeenRequest& request, const std::string&) {
   if (request.target.ends_with("/authenticate-with-facebook")) return {closing};
-  if (request.target.ends_with("/resend-confirmation-email")) return {{Step::pause, {}, 200ms * slack}, closing};
+  if (request.target.ends_with("/resend-confirmation-email")) return {{Step::pause, {}, 2s * slack}, closing};
   if (request.target.ends_with("/re-login")) return http(500, "", "");
   return json(R"({"isSuccessful":true,"isEmailConfirmed":true,"accessToken":"a","refreshToken":"r","email":"e"})");
 }
