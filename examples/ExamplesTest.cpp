@@ -28,11 +28,19 @@ class ExamplesTest : public testing::Test {
     server.addAccount("ada@example.com", "correct horse");
     setenv("API_KEY", server.apiKey().c_str(), 1);
     setenv("PASSWORD", "correct horse", 1);
+    std::string scratch = std::filesystem::temp_directory_path() / "examples-XXXXXX";
+    std::filesystem::current_path(mkdtemp(scratch.data()));  // others may run the same programs
+  }
+  ~ExamplesTest() override {
+    const std::filesystem::path scratch = std::filesystem::current_path();
+    std::filesystem::current_path(programs);
+    std::filesystem::remove_all(scratch);
   }
 
   // `meanwhile` is called with the program's process id.
   Outcome run(const std::string& program, const std::function<void(pid_t)>& meanwhile = {}) {
-    const std::string command = "echo $$; exec ./" + program + ' ' + server.baseUrl() + " ada@example.com 2>&1";
+    const std::string command =
+        "echo $$; exec '" + (programs / program).string() + "' " + server.baseUrl() + " ada@example.com 2>&1";
     std::FILE* const pipe = popen(command.c_str(), "r");
     pid_t process = 0;
     EXPECT_EQ(std::fscanf(pipe, "%d", &process), 1);
@@ -46,6 +54,7 @@ class ExamplesTest : public testing::Test {
     return outcome;
   }
 
+  const std::filesystem::path programs = std::filesystem::current_path();
   Sandbox server;
 };
 
@@ -86,7 +95,6 @@ TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
     std::ifstream stream(file, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(stream), {});
   };
-  for (const char* file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
   server.script(Operation::profile, {.answer = Answer{.body = R"({"leftConfiguration": "AP8=",
                                                                   "rightConfiguration": null})"}});
   const Outcome half = run("fitting");
@@ -124,7 +132,6 @@ TEST_F(ExamplesTest, TheScriptStoresBothEars) {
         EXAMPLES "/fitting.sh " + server.baseUrl() + ' ' + email + " " EXAMPLES "/audiograms.json";
     return WEXITSTATUS(std::system(command.c_str()));
   };
-  for (const char* file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
   EXPECT_EQ(fit("new@example.com"), 0);
   EXPECT_EQ(std::filesystem::file_size("left.bin"), 35U);
   EXPECT_EQ(std::filesystem::file_size("right.bin"), 36U);
