@@ -34,8 +34,8 @@ class Memory final : public boost::json::memory_resource {
     } atThreadEnd;
     if (own != nullptr && own->piecesHere_ + own->piecesElsewhere_ != owned) leave();
     if (own == nullptr) own = new Memory;
-    own->used_ = 0;  // NOLINT(clang-analyzer-cplusplus.NewDelete): what `leave` deletes is not its own any more
-    return *own;
+    own->used_ = 0;
+    return *own;  // NOLINT(clang-analyzer-cplusplus.NewDelete): `leave` is for the thread's end, not the function's
   }
 
  private:
