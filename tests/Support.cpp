@@ -6,36 +6,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
-#include <boost/algorithm/string/case_conv.hpp>
-
 namespace HalvernApi::Tests {
-
-double slowness() {
-  double load = 0;
-  ::getloadavg(&load, 1);
-  return slack * std::max(1.0, load / std::max(1U, std::thread::hardware_concurrency()));
-}
-
-std::set<std::string> entries(const char* directory) {
-  std::set<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) names.insert(entry.path().filename());
-  return names;
-}
-
-bool Holdings::nothingNewSince(const Holdings& before) const {
-  return std::ranges::includes(before.descriptors, descriptors) && std::ranges::includes(before.threads, threads);
-}
-
-Data bytes(std::string_view text) {
-  const auto* const first = reinterpret_cast<const std::byte*>(text.data());
-  return Data(first, first + text.size());
-}
-
-std::string repeat(const std::string& piece, int times) {
-  std::string whole;
-  while (times-- > 0) whole += piece;
-  return whole;
-}
 
 Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text,
                           HTTPMethod method) {
@@ -44,27 +15,11 @@ Promise<Unit, Error> call(SessionManager& session, const std::string& url, const
                        [](const JsonValue&) { return Unit(); });
 }
 
-std::string wordsFor(const Error& error) {
-  constexpr std::array cases = {"network", "unknownNSError", "validationError", "unknownJsonData", "notAuthorized"};
-  std::string words = cases.at(static_cast<std::size_t>(error.code()));
-  if (const NSError* platform = error.platformError())
-    words += ' ' + platform->domain + ' ' + std::to_string(platform->code);
-  if (const std::string* message = error.validationMessage()) words += ' ' + *message;
-  return words;
-}
-
-Answer http(int status, const std::string& contentType, const std::string& body) {
-  return {{Step::send, serialize(Testing::Answer{.status = status, .body = body, .contentType = contentType})}};
-}
-
 ScriptedServer::ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls, Answer greeting)
     : scheme_(tls ? "https://" : "http://"), server_(0, std::move(tls)) {
   const auto handler = [this, answers = std::move(answers)](Testing::SeenRequest request, const std::string& raw) {
-    Received received{raw, raw.substr(0, raw.find('\r')), {}, request.body};
-    for (const auto& [name, value] : request.headers)
-      received.headers.emplace(boost::algorithm::to_lower_copy(name), value);
     const std::lock_guard lock(mutex_);
-    requests_.push_back(std::move(received));
+    requests_.push_back({std::move(request), raw});
     changed_.notify_all();
     return answers[std::min(requests_.size(), answers.size()) - 1];
   };

@@ -11,7 +11,6 @@
 #include <boost/asio.hpp>
 #include <condition_variable>
 #include <filesystem>
-#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -35,7 +34,11 @@ constexpr int slack = 1;
 #endif
 
 // Slack, times how many run where one can: others may be busy on this machine.
-double slowness();
+inline double slowness() {
+  double load = 0;
+  ::getloadavg(&load, 1);
+  return slack * std::max(1.0, load / std::max(1U, std::thread::hardware_concurrency()));
+}
 
 // Whether `condition` comes to hold within twenty seconds.
 template <class Condition>
@@ -48,7 +51,11 @@ template <class Condition>
   return true;
 }
 
-std::set<std::string> entries(const char* directory);
+inline std::set<std::string> entries(const char* directory) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) names.insert(entry.path().filename());
+  return names;
+}
 
 // Which descriptors and threads the process holds: by name, for a thread that has been joined may be listed a moment
 // longer, and must not make up for one that is left behind.
@@ -56,7 +63,9 @@ struct Holdings {
   std::set<std::string> descriptors = entries("/proc/self/fd");
   std::set<std::string> threads = entries("/proc/self/task");
 
-  bool nothingNewSince(const Holdings& before) const;
+  bool nothingNewSince(const Holdings& before) const {
+    return std::ranges::includes(before.descriptors, descriptors) && std::ranges::includes(before.threads, threads);
+  }
 };
 
 inline const std::string cancelled = "network NSURLErrorDomain -999";
@@ -67,15 +76,30 @@ inline const std::string badAnswer = "network NSURLErrorDomain -1011";
 inline const std::string invalid = "unknownNSError Alamofire.AFError 3";
 inline const std::string notJson = "unknownNSError Alamofire.AFError 4";
 
-Data bytes(std::string_view text);
-std::string repeat(const std::string& piece, int times);
+inline Data bytes(std::string_view text) {
+  const auto* const first = reinterpret_cast<const std::byte*>(text.data());
+  return Data(first, first + text.size());
+}
+
+inline std::string repeat(const std::string& piece, int times) {
+  std::string whole;
+  while (times-- > 0) whole += piece;
+  return whole;
+}
 
 // A call to any URL; with a body that holds `text`, when there is one.
 Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text = {},
                           HTTPMethod method = HTTPMethod::post);
 
 // What a call comes to, in words: "success", "network NSURLErrorDomain -1004", "validationError too short".
-std::string wordsFor(const Error& error);
+inline std::string wordsFor(const Error& error) {
+  constexpr std::array cases = {"network", "unknownNSError", "validationError", "unknownJsonData", "notAuthorized"};
+  std::string words = cases.at(static_cast<std::size_t>(error.code()));
+  if (const NSError* platform = error.platformError())
+    words += ' ' + platform->domain + ' ' + std::to_string(platform->code);
+  if (const std::string* message = error.validationMessage()) words += ' ' + *message;
+  return words;
+}
 template <class T>
 std::string outcomeOf(const Promise<T, Error>& promise) {
   const auto result = promise.get();
@@ -85,17 +109,18 @@ std::string outcomeOf(const Promise<T, Error>& promise) {
 // What happens after one request. The connection stays open for the next one unless a step ends it.
 using Answer = std::vector<Step>;
 
+inline Answer text(std::string bytes) { return {{Step::send, std::move(bytes)}}; }
 // An ordinary answer in one piece. An empty content type stands for no such header.
-Answer http(int status, const std::string& contentType, const std::string& body);
+inline Answer http(int status, const std::string& contentType, const std::string& body) {
+  return text(serialize(Testing::Answer{.status = status, .body = body, .contentType = contentType}));
+}
 inline Answer json(const std::string& body) { return http(200, "application/json", body); }
 inline const Answer heldAnswer = {{Step::hold}, json("{}")[0]};
 inline const Step closing{Step::close};
 
-struct Received {
+struct Received : Testing::SeenRequest {
   std::string raw;
-  std::string line;                                 // "POST / HTTP/1.1"
-  std::multimap<std::string, std::string> headers;  // names in lower case
-  std::string body;
+  std::string line() const { return raw.substr(0, raw.find(" HTTP/1.1\r")); }
 };
 
 // A server on a free port of 127.0.0.1. Answers requests in the order of their arrival, whichever connection they come

@@ -1,6 +1,7 @@
 // What happens to calls, handlers and threads when calls are cancelled, owners go, the process exits or forks, and
 // where handlers run.
 #include <ctime>
+#include <fstream>
 
 #include "Support.hpp"
 
@@ -20,10 +21,10 @@ TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
         const auto queue = calls == 6 ? std::make_shared<InlineQueue>() : nullptr;
         auto service =
             std::make_unique<HttpApiService>(trap.url(), URLSessionConfiguration{.completionQueue = queue}, "");
-        std::vector<std::atomic<int>> settled(calls);
+        std::atomic<std::size_t> settled = 0;
         std::vector<Promise<Unit, Error>> promises;
-        for (std::atomic<int>& count : settled)
-          promises.push_back(service->resendValidationEmail("token").finally([&count] { ++count; }));
+        for (std::size_t number = 0; number < calls; ++number)
+          promises.push_back(service->resendValidationEmail("token").finally([&] { ++settled; }));
         ASSERT_TRUE(trap.holds(std::min<std::size_t>(calls, 6)));
         const auto start = Clock::now();
         const std::clock_t busy = std::clock();
@@ -31,11 +32,9 @@ TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
         EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 10 * slack);
         EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // where others are busy, too
         // What the session's thread runs itself is over when that has been waited for.
-        for (const std::atomic<int>& count : settled) EXPECT_TRUE(!queue || count == 1);
-        std::atomic<std::size_t> late = 0;
-        for (const auto& promise : promises) EXPECT_EQ(outcomeOf(promise.finally([&] { ++late; })), cancelled);
-        EXPECT_TRUE(eventually([&] { return late == calls; }));
-        for (const std::atomic<int>& count : settled) EXPECT_EQ(count, 1);
+        EXPECT_TRUE(!queue || settled == calls);
+        for (const auto& promise : promises) EXPECT_EQ(outcomeOf(promise.finally([&] { ++settled; })), cancelled);
+        EXPECT_TRUE(eventually([&] { return settled == 2 * calls; }));
       }
       EXPECT_TRUE(eventually([&] { return Holdings().nothingNewSince(before); }));
     }
@@ -201,6 +200,84 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
     });
     EXPECT_TRUE(eventually([&] { return done == 2; })) << done << " on queue " << which;
   }
+}
+
+// Many calls at once, HALVERNAPI_SOAK_CALLS in all, of which some go wrong, are cancelled, or lose their service.
+TEST(Soak, EndsEveryCallAsItHasToAndLeavesNothingBehind) {
+  constexpr int workers = 16;
+  constexpr long maxGrowth = (slack > 1 ? 512L : 4L) * 1024;  // KiB: a sanitizer keeps freed memory for long
+  const char* const given = std::getenv("HALVERNAPI_SOAK_CALLS");
+  const long calls = given != nullptr ? std::atol(given) : 5'000;
+  const auto residentKilobytes = [] {
+    long total = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+  };
+  std::thread([] {}).join();  // a sanitizer may add one of its own to the first
+  const Holdings before;
+  std::atomic<long> next = 0, handlersLeft = 0, cancellations = 0, warm = 0;
+  testing::internal::CaptureStdout();  // where the library prints the bodies
+  {
+    Testing::Server server;
+    server.start([](const Testing::SeenRequest& request, const std::string&) -> Answer {
+      if (request.target.ends_with("/authenticate-with-facebook")) return {closing};
+      if (request.target.ends_with("/resend-confirmation-email")) return {{Step::pause, {}, 2s * slack}, closing};
+      if (request.target.ends_with("/re-login")) return http(500, "", "");
+      return json(R"({"isSuccessful":true,"isEmailConfirmed":true,"accessToken":"a","refreshToken":"r","email":"e"})");
+    });
+    const std::string url = "http://127.0.0.1:" + std::to_string(server.port());
+    HttpApiService shared(url, {.httpMaximumConnectionsPerHost = workers}, "");
+    HttpApiService impatient(url, {.timeoutIntervalForRequest = 100ms * slack}, "");
+    HttpApiService deaf("http://127.0.0.1:1", {}, "");
+    // A call, and what it has to come to.
+    const auto begin = [&](long number, ApiService& service) -> std::pair<Promise<Unit, Error>, std::string> {
+      const auto done = [](const auto&) { return Unit(); };
+      switch (number % 50) {
+        case 0: return {service.authenticate("token", "id", "name").map(done), lost};
+        case 10: return {impatient.resendValidationEmail("token"), timedOut};
+        case 20: return {service.relogin("token", "id").map(done), invalid};
+        case 30: return {service.checkIfValidated("token").map(done), "unknownJsonData"};
+        case 40: return {deaf.resendValidationEmail("token"), refused};
+        default: break;
+      }
+      if (number % 2 == 0) return {service.update(std::chrono::sys_days(), Sex::female, "token"), "success"};
+      return {service.login("a@b.c", "password", "id", "name").map(done), "success"};
+    };
+    const auto make = [&](long number) {
+      const bool isCancelled = number % 10 == 7, losesItsService = number % 500 == 499;
+      auto doomed = losesItsService ? std::make_unique<HttpApiService>(url, URLSessionConfiguration{}, "") : nullptr;
+      const auto [promise, wanted] = begin(number, doomed ? *doomed : shared);
+      handlersLeft += 2;
+      promise.finally([&] { --handlersLeft; });
+      if (isCancelled) promise.cancel();
+      doomed = nullptr;
+      const std::string outcome = outcomeOf(promise);
+      promise.finally([&] { --handlersLeft; });
+      if (outcome == cancelled && (isCancelled || losesItsService))
+        ++cancellations;
+      else
+        EXPECT_EQ(outcome, wanted) << number;
+    };
+    std::vector<std::jthread> threads;
+    for (int worker = 0; worker < workers; ++worker)
+      threads.emplace_back([&] {
+        for (long number = next++; number < calls; number = next++) {
+          if (number == 2000) warm = residentKilobytes();
+          make(number);
+        }
+      });
+    threads.clear();
+    EXPECT_TRUE(eventually([&] { return handlersLeft == 0; }));
+  }
+  const long growth = residentKilobytes() - warm;
+  (void)testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(growth <= maxGrowth || warm == 0) << growth;
+  EXPECT_GT(cancellations, 0);
+  const std::size_t pipes = slack > 1 ? 4 : 0;  // which a sanitizer may have opened, to tell names
+  EXPECT_TRUE(eventually([&] {
+    const Holdings now;
+    return now.descriptors.size() <= before.descriptors.size() + pipes && now.threads.size() == before.threads.size();
+  }));
 }
 
 }  // namespace
