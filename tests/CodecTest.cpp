@@ -198,6 +198,8 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   JsonValue deep;
   for (int depth = 0; depth < 512; ++depth) deep = boost::json::array(1, deep);
   EXPECT_EQ(bodyOf(deep).size(), 6 + 512 + 4 + 512);  // {"v":[...[null]...]}
+  EXPECT_TRUE(Statham::parseJson(repeat("[", 512) + repeat("]", 512)));
+  EXPECT_FALSE(Statham::parseJson(repeat("[", 513) + repeat("]", 513)));
   deep = boost::json::array(1, deep);
   for (const JsonValue& value :
        {JsonValue(std::nan("")), JsonValue(HUGE_VAL), JsonValue("\xed\xa0\x80"), deep, JsonValue("\xff 12345678"),

@@ -87,32 +87,6 @@ TEST(Coroutines, GoOnOnTheCompletionQueueUnlessTheyAreDestroyedWhileTheyWait) {
   EXPECT_EQ(server.requests().size(), 5);
 }
 
-TEST(Descriptors, OfConnectionsAreClosedInProgramsThatAreExecuted) {
-  ScriptedServer server({heldAnswer});
-  const Holdings before;
-  SessionManager session({});
-  const auto first = call(session, server.url()), second = call(session, server.url());
-  ASSERT_TRUE(server.awaitRequests(2));
-  int sockets = 0;
-  for (const std::string& name : Holdings().descriptors) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    const int descriptor = std::stoi(name);
-    if (before.descriptors.count(name) != 0 ||
-        ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0 || address.ss_family != AF_INET)
-      continue;
-    EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
-    ++sockets;
-  }
-  EXPECT_GE(sockets, 4);  // at both ends
-  const pid_t child = ::vfork();
-  if (child == 0) ::_exit(7);
-  int status = 0;
-  EXPECT_TRUE(::waitpid(child, &status, 0) == child && WEXITSTATUS(status) == 7);
-  server.release();
-  EXPECT_TRUE(first.get() && second.get());
-}
-
 #ifdef HALVERNAPI_TAKES_THE_PLACE_OF_C
 std::atomic<int> threadsToRefuse = 0;
 std::atomic<long> allocationsLeft = 0;  // until one fails; 0: none does
@@ -234,17 +208,6 @@ TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
     service.resendValidationEmail("token").finally([] { std::_Exit(3); });
     if (!eventually([] { return blocks.load(); }) || !trap.holds(2)) std::_Exit(4);
     std::exit(4);
-  });
-}
-
-TEST(ProcessExit, LeavesNothingForALeakCheckerToFind) {
-  expectCleanExit([] {
-    const Identity identity;
-    auto server = std::make_unique<ScriptedServer>(std::vector<Answer>{json("{}")}, identity.channels);
-    static HttpApiService service(server->url(), {.certificateAuthorityFile = identity.file()}, "key");
-    if (outcomeOf(service.resendValidationEmail("token")) != "success") std::_Exit(4);
-    server.reset();  // its thread would use OpenSSL while that goes
-    std::exit(0);    // where a leak checker looks
   });
 }
 

@@ -1,4 +1,5 @@
 // How calls fare with a network and servers that misbehave, and what is left of them afterwards.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -81,7 +82,18 @@ TEST(TimeLimits, LeaveEveryAddressOfAHostItsShare) {
   EXPECT_EQ(outcomeOf(call(session, "http://two.example" + port)), "success");
 }
 
-TEST(Connections, AreNoMoreThanTheyMayBe) {
+// Those that programs which are executed would have, too.
+std::size_t inheritableConnections() {
+  const auto names = entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::ranges::count_if(names, [](const std::string& name) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    const bool isSocket = ::getsockname(std::stoi(name), reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    return isSocket && address.ss_family == AF_INET && (::fcntl(std::stoi(name), F_GETFD) & FD_CLOEXEC) == 0;
+  }));
+}
+
+TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {
   ScriptedServer server({heldAnswer});
   SessionManager session({.httpMaximumConnectionsPerHost = 3});
   std::vector<Promise<Unit, Error>> calls;
@@ -89,6 +101,7 @@ TEST(Connections, AreNoMoreThanTheyMayBe) {
   const auto last = call(session, server.url());
   last.cancel();
   EXPECT_EQ(outcomeOf(last), cancelled);  // and so the others have begun
+  EXPECT_EQ(inheritableConnections(), 0);
   server.release();
   for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
   EXPECT_EQ(server.connections(), 3);

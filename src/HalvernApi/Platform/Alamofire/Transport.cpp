@@ -139,13 +139,18 @@ void Transport::stop() {
 
 void Transport::run() {
   while (takeInbox()) {
+    while (!waiting_.empty() && mayBegin()) {
+      Exchange& exchange = waiting_.front();
+      waiting_.pop_front();
+      active_.push_back(exchange);
+      begin(exchange);
+    }
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
     reap();
     endOverdue();
-    const bool begun = beginWaiting();
     handOver();
-    if (!begun) wait();
+    if (waiting_.empty() || !mayBegin()) wait();
   }
   for (Exchanges* const exchanges : {&active_, &waiting_})
     while (!exchanges->empty()) finish(exchanges->front(), {{}, {}, cancelled()});
@@ -170,7 +175,6 @@ bool Transport::takeInbox() {
       finish(*command.exchange, {{}, {}, cancelled()});
   }
   taken_.clear();
-  beginWaiting();
   return !stopping;
 }
 
@@ -181,20 +185,8 @@ void Transport::admit(std::shared_ptr<Exchange> exchange) {
   deadline_ = std::min(deadline_, context_.now + std::min(requestLimit_, resourceLimit_));
 }
 
-// True when libcurl has something new to do.
-bool Transport::beginWaiting() {
-  bool begun = false;
-  while (!waiting_.empty() && activeCount_ < maxActive_) {
-    Exchange& exchange = waiting_.front();
-    waiting_.pop_front();
-    active_.push_back(exchange);
-    begun |= begin(exchange);
-  }
-  return begun;
-}
-
-// Not for the first time when the exchange has a transfer. False when it has ended instead, for want of memory.
-bool Transport::begin(Exchange& exchange) {
+// Not for the first time when the exchange has a transfer. For want of memory it ends instead.
+void Transport::begin(Exchange& exchange) {
   if (exchange.transfer) recycle(std::move(exchange.transfer));
   try {
     if (pool_.empty()) pool_.push_back(Transfer::make(context_));
@@ -203,12 +195,11 @@ bool Transport::begin(Exchange& exchange) {
     if (exchange.transfer) {
       ++activeCount_;
       exchange.transfer->owner = &exchange;
-      if (exchange.transfer->begin(multi_.get(), exchange.current(), parsed(exchange.current().url))) return true;
+      if (exchange.transfer->begin(multi_.get(), exchange.current(), parsed(exchange.current().url))) return;
     }
   } catch (const std::bad_alloc&) {
   }
   finish(exchange, {{}, {}, posixError(ENOMEM)});
-  return false;
 }
 
 std::shared_ptr<const ParsedUrl> Transport::parsed(const std::string& url) {
@@ -265,23 +256,21 @@ void Transport::handOver() {
 // Looks at the exchanges when the first of them may have run out of time, and finds out when that will be next: what
 // libcurl delivers moves limits only further away.
 void Transport::endOverdue() {
-  if (context_.now >= deadline_) deadline_ = std::min(endOverdue(active_), endOverdue(waiting_));
-}
-
-Clock::time_point Transport::endOverdue(Exchanges& exchanges) {
-  Clock::time_point next = Clock::time_point::max();
-  for (auto at = exchanges.begin(); at != exchanges.end();) {
-    Exchange& exchange = *at++;
-    const auto heard = std::max(exchange.heard, exchange.transfer ? exchange.transfer->lastActivity() : exchange.heard);
-    const Clock::time_point silent = heard + requestLimit_, whole = exchange.started + resourceLimit_;
-    if (context_.now >= whole)
-      finish(exchange, {{}, {}, timedOut("The exchange took longer than it may.")});
-    else if (context_.now >= silent)
-      finish(exchange, {{}, {}, timedOut("The server was silent for too long.")});
-    else
-      next = std::min({next, silent, whole});
-  }
-  return next;
+  if (context_.now < deadline_) return;
+  deadline_ = Clock::time_point::max();
+  for (Exchanges* const exchanges : {&active_, &waiting_})
+    for (auto at = exchanges->begin(); at != exchanges->end();) {
+      Exchange& exchange = *at++;
+      const auto heard =
+          std::max(exchange.heard, exchange.transfer ? exchange.transfer->lastActivity() : exchange.heard);
+      const Clock::time_point silent = heard + requestLimit_, whole = exchange.started + resourceLimit_;
+      if (context_.now >= whole)
+        finish(exchange, {{}, {}, timedOut("The exchange took longer than it may.")});
+      else if (context_.now >= silent)
+        finish(exchange, {{}, {}, timedOut("The server was silent for too long.")});
+      else
+        deadline_ = std::min({deadline_, silent, whole});
+    }
 }
 
 void Transport::wait() {

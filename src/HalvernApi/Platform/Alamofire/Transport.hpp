@@ -40,15 +40,14 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void run();
   bool takeInbox();
   void admit(std::shared_ptr<Exchange> exchange);
-  bool beginWaiting();
-  bool begin(Exchange& exchange);
+  bool mayBegin() const { return activeCount_ < maxActive_; }
+  void begin(Exchange& exchange);
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
   void transferDone(Exchange& exchange, CURLcode result);
   void recycle(std::unique_ptr<Transfer> transfer);
   void finish(Exchange& exchange, DefaultDataResponse answer);
   void endOverdue();
-  Clock::time_point endOverdue(Exchanges& exchanges);
   void handOver();
   void wait();
 

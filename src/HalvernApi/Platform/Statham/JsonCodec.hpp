@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <concepts>
 #include <cstdint>
 #include <optional>
 
@@ -34,19 +35,14 @@ struct JsonCodec {
 // \cond
 // What JSON has by itself.
 template <class T>
-struct HALVERNAPI_EXPORT ScalarCodec {
+concept Scalar =
+    std::same_as<T, bool> || std::same_as<T, std::string> || std::same_as<T, std::int64_t> || std::same_as<T, double>;
+
+template <Scalar T>
+struct HALVERNAPI_EXPORT JsonCodec<T> {
   static Decoded<T> decodeJson(const JsonValue& json);
   static JsonValue encodeJson(const T& value);
 };
-
-template <>
-struct JsonCodec<bool> : ScalarCodec<bool> {};
-template <>
-struct JsonCodec<std::string> : ScalarCodec<std::string> {};
-template <>
-struct JsonCodec<std::int64_t> : ScalarCodec<std::int64_t> {};
-template <>
-struct JsonCodec<double> : ScalarCodec<double> {};
 
 // What the decoder `F` reads.
 template <class F>
