@@ -54,6 +54,7 @@ Trap::Trap(Stage stage, std::size_t calls)
       }()),
       url_(stage == Stage::lookingUp    ? "http://blocked.example"
            : stage == Stage::connecting ? full_.url()
+           : stage == Stage::sending    ? deaf_.url()
                                         : server_.url()) {
   nameIsBlocked = true;
 }
@@ -65,7 +66,7 @@ Trap::~Trap() {
 
 bool Trap::holds(std::size_t calls) {
   if (stage_ == Stage::lookingUp) return eventually([] { return lookupsUnderWay > 0; });
-  return stage_ == Stage::connecting || server_.awaitRequests(calls);
+  return stage_ < Stage::waiting || server_.awaitRequests(calls);
 }
 
 Identity::Identity(const Terms& terms) : channels(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {

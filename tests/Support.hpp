@@ -163,8 +163,8 @@ struct Listener {
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
 
-enum class Stage { lookingUp, connecting, waiting, receiving };
-constexpr Stage allStages[] = {Stage::lookingUp, Stage::connecting, Stage::waiting, Stage::receiving};
+enum class Stage { lookingUp, connecting, sending, waiting, receiving };
+constexpr Stage allStages[] = {Stage::lookingUp, Stage::connecting, Stage::sending, Stage::waiting, Stage::receiving};
 
 // Holds calls at one stage. A server that has got that many answers all later ones.
 class Trap {
@@ -177,7 +177,7 @@ class Trap {
  private:
   const Stage stage_;
   ScriptedServer server_;
-  const Listener full_{true};
+  const Listener full_{true}, deaf_{false};
   const std::string url_;
 };
 

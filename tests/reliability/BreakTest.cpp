@@ -21,22 +21,6 @@ namespace {
 using Number = Promise<int, std::string>;
 using Source = PromiseSource<int, std::string>;
 
-TEST(LargeBodies, MayBeOnTheirWayHoweverTheCallEnds) {
-  const Listener server(false);
-  const std::string body(8 << 20, 'x');
-  for (int round = 0; round < 5; ++round) {
-    auto patient = std::make_unique<SessionManager>(URLSessionConfiguration{});
-    SessionManager impatient({.timeoutIntervalForRequest = 50ms});
-    const auto cancelledCall = call(*patient, server.url(), body), destroyedCall = call(*patient, server.url(), body);
-    const auto limitedCall = call(impatient, server.url(), body);
-    EXPECT_EQ(outcomeOf(limitedCall), timedOut);
-    cancelledCall.cancel();
-    EXPECT_EQ(outcomeOf(cancelledCall), cancelled);
-    patient.reset();
-    EXPECT_EQ(outcomeOf(destroyedCall), cancelled);
-  }
-}
-
 TEST(Depth, CostsNoStack) {
   constexpr int depth = 200'000;
   const auto same = [](int value) { return value; };

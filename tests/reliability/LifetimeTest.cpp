@@ -108,23 +108,33 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   EXPECT_EQ(outcomeOf(service->resendValidationEmail("token")), "success");
 }
 
-TEST(Cancelling, EndsOneCallSoonAndTouchesNoOther) {
-  for (const Stage stage : allStages) {
-    SCOPED_TRACE(static_cast<int>(stage));
-    Trap trap(stage, 1);
-    ScriptedServer server({heldAnswer});
-    SessionManager session({});
-    const auto other = call(session, server.url()), doomed = call(session, trap.url());
-    ASSERT_TRUE(trap.holds(1) && server.awaitRequests(1));
-    const auto start = Clock::now();
-    doomed.cancel();
-    EXPECT_EQ(outcomeOf(doomed), cancelled);
-    EXPECT_LT(Clock::now() - start, soon());
-    EXPECT_FALSE(other.waitFor(0ms));
-    server.release();
-    EXPECT_EQ(outcomeOf(other), "success");
-    EXPECT_EQ(outcomeOf(call(session, stage < Stage::waiting ? server.url() : trap.url())), "success");
-  }
+TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {
+  constexpr auto limit = 200ms;
+  enum { cancelling, destroying, silence, whole };
+  for (const Stage stage : allStages)
+    for (const int end : {cancelling, destroying, silence, whole}) {
+      SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", end " << end);
+      const bool byLimit = end == silence || end == whole;
+      const std::string outcome = byLimit ? timedOut : cancelled;
+      Trap trap(stage, 1);
+      ScriptedServer server({heldAnswer});
+      URLSessionConfiguration configuration;
+      if (end == silence) configuration.timeoutIntervalForRequest = limit;
+      if (end == whole) configuration.timeoutIntervalForResource = limit;
+      auto session = std::make_unique<SessionManager>(configuration);
+      const auto other = call(*session, server.url());
+      const auto start = Clock::now();
+      const auto doomed = call(*session, trap.url(), std::string(stage == Stage::sending ? 8 << 20 : 1, 'x'));
+      ASSERT_TRUE(trap.holds(1) && server.awaitRequests(1));
+      if (end == cancelling) doomed.cancel();
+      if (end == destroying) session = nullptr;
+      EXPECT_EQ(outcomeOf(doomed), outcome);
+      const auto taken = Clock::now() - start;
+      EXPECT_TRUE(!byLimit || taken >= limit - 1ms);  // libcurl counts in whole ones
+      EXPECT_LT(taken, limit + soon());
+      if (end == cancelling) server.release();
+      EXPECT_EQ(outcomeOf(other), end == cancelling ? "success" : outcome);
+    }
 }
 
 TEST(Cancelling, ReachesTheExchangeThroughEveryChainUntilItHasSettled) {

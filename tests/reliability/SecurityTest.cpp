@@ -102,15 +102,18 @@ TEST_F(Secrets, AreNeverSaidWhateverAnAnswerComesToWhichIsOneOutcomeInBoundedMem
     SCOPED_TRACE(answer[0].bytes.substr(0, 500));
     answer.push_back(closing);
     ScriptedServer server({answer});
-    HttpApiService service(server.url(),
-                           {.httpAdditionalHeaders = {{"Cookie", "CANARY"}, {"X-App", "CANARY"}},
-                            .timeoutIntervalForRequest = 5s * slack,
-                            .maximumResponseSize = maxSize},
-                           "CANARY");
-    EXPECT_EQ(outcome(service.registerDevice("CANARY", "CANARY", "CANARY", "CANARY", "CANARY", "CANARY",
-                                             DeviceOrientation::left, "CANARY")),
+    const auto service = [&] {  // anew, for the server closes its connection
+      return std::make_unique<HttpApiService>(
+          server.url(),
+          URLSessionConfiguration{.httpAdditionalHeaders = {{"Cookie", "CANARY"}, {"X-App", "CANARY"}},
+                                  .timeoutIntervalForRequest = 5s * slack,
+                                  .maximumResponseSize = maxSize},
+          "CANARY");
+    };
+    EXPECT_EQ(outcome(service()->registerDevice("CANARY", "CANARY", "CANARY", "CANARY", "CANARY", "CANARY",
+                                                DeviceOrientation::left, "CANARY")),
               ofUnit);
-    EXPECT_EQ(ofRecord.empty() ? "" : outcome(service.checkIfValidated("CANARY")), ofRecord);
+    EXPECT_EQ(ofRecord.empty() ? "" : outcome(service()->checkIfValidated("CANARY")), ofRecord);
     for (const Received& request : server.requests()) EXPECT_THAT(request.raw, HasSubstr("CANARY"));
   }
   getrusage(RUSAGE_SELF, &after);

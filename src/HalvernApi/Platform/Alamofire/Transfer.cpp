@@ -111,15 +111,9 @@ bool Transfer::setSharedOptions() {
 void Transfer::setHeaders(const URLRequest& request) {
   headers_.clear();
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
-  bool hasContentType = false;
-  for (const auto& [name, value] : request.headers) {
-    const bool isContentType = equalIgnoringCase(name, "Content-Type");
-    if (isContentType && !request.body) continue;
-    hasContentType |= isContentType;
-    add(name.data());
-  }
-  if (!hasContentType) add("Content-Type:");  // suppresses libcurl's own
-  add("Expect:");
+  for (const auto& [name, value] : request.headers)
+    if (request.body || !equalIgnoringCase(name, "Content-Type")) add(name.data());
+  for (const char* const own : {"Content-Type:", "Expect:"}) add(own);  // suppresses libcurl's
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
   curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.data());
 }
