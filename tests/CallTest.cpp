@@ -152,8 +152,9 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
   EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")), "network NSURLErrorDomain -1004");  // as text, to libcurl
 }
 
+using Number = Promise<int, std::string>;
+
 TEST(Promises, CombineAndSettleOnce) {
-  using Number = Promise<int, std::string>;
   const auto half = [](int n) { return n % 2 == 0 ? Number::resolved(n / 2) : Number::rejected("odd"); };
   const auto size = [](const std::string& error) { return error.size(); };
   const auto sum = [](int n) { return n + 0.5; };
@@ -168,6 +169,56 @@ TEST(Promises, CombineAndSettleOnce) {
   failing.reject("first"), failing.resolve(3);
   EXPECT_EQ(source.promise().get(), 1);
   EXPECT_EQ(failing.promise().get(), Unexpected<std::string>("first"));
+}
+
+TEST(Promises, OfAnyLengthOfChainCostNoStack) {
+  constexpr int depth = 200'000;
+  const auto same = [](int value) { return value; };
+  const PromiseSource<int, std::string> source;
+  Number mapped = source.promise(), nested = source.promise();
+  for (int level = 0; level < depth; ++level) {
+    mapped = mapped.map(same);
+    nested = Number::resolved(0).flatMap([inner = nested](int) { return inner; });
+  }
+  nested.cancel();
+  source.resolve(7);
+  EXPECT_EQ(mapped.get(), 7);
+  EXPECT_EQ(nested.get(), 7);
+  boost::intrusive_ptr<Number::State> state(new Number::State(nullptr));
+  Number unsettled(state);
+  for (int level = 0; level < depth; ++level) unsettled = unsettled.map(same);
+}
+
+struct Coroutine {
+  struct promise_type {
+    Coroutine get_return_object() { return {std::coroutine_handle<promise_type>::from_promise(*this)}; }
+    std::suspend_never initial_suspend() noexcept { return {}; }
+    std::suspend_never final_suspend() noexcept { return {}; }
+    void return_void() {}
+    void unhandled_exception() { std::terminate(); }
+  };
+  std::coroutine_handle<> handle;
+};
+
+Coroutine callTwice(ApiService& service, PromiseSource<std::thread::id, Error> thread) {
+  const auto first = co_await service.resendValidationEmail("1");
+  const auto second = co_await service.checkIfValidated("2");
+  EXPECT_TRUE(first && !second);
+  thread.resolve(std::this_thread::get_id());
+}
+
+TEST(Coroutines, GoOnOnTheCompletionQueueUnlessTheyAreDestroyedWhileTheyWait) {
+  ScriptedServer server({json("{}"), json("{}"), http(401, "", ""), heldAnswer});
+  HttpApiService service(server.url(), {}, "key");
+  const auto here = [](Unit) { return std::this_thread::get_id(); };
+  const auto queue = service.resendValidationEmail("0").map(here).get();
+  const PromiseSource<std::thread::id, Error> thread;
+  callTwice(service, thread);
+  EXPECT_EQ(thread.promise().get(), queue);
+  callTwice(service, thread).handle.destroy();
+  server.release();
+  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(), queue);  // behind the coroutine's turn
+  EXPECT_EQ(server.requests().size(), 5);
 }
 
 // What an answer alone decides is among what is asked of the secrets.

@@ -141,6 +141,7 @@ TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
       // and what its values take at least
       {listOf("0"), 24'000},
       {listOf("[0,1,2,3,4,5,6,7,8,9]"), 264'000},
+      {listOf("[[[[0]]]]"), 200'000},
       {listOf(R"({"a":0,"b":1,"c":2,"d":3,"e":4,"f":5,"g":6,"h":7,"i":8,"j":9})"), 600'000},
       {'"' + longText + '"', 20'000},
       {"{\"" + longText + "\":0}", 20'000},

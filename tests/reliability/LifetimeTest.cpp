@@ -88,6 +88,50 @@ TEST(ProcessExit, IsCleanAndRunsNoHandler) {
     }
 }
 
+TEST(ProcessExit, CancelsCallsBegunAfterIt) {
+  expectCleanExit([] {
+    static ScriptedServer& server = *new ScriptedServer({json("{}")});
+    static HttpApiService& service = *new HttpApiService(server.url(), {}, "key");
+    static const struct Late {
+      ~Late() {
+        std::vector<std::jthread> threads;
+        for (int number = 0; number < 4; ++number)
+          threads.emplace_back([] {
+            HttpApiService young(server.url(), {}, "key");
+            for (int round = 0; round < 50; ++round) {
+              const auto sent = (round % 2 == 0 ? service : young).resendValidationEmail("token");
+              const auto promise = sent.map([](Unit unit) { return unit; });
+              if (!promise.waitFor(20s) || outcomeOf(promise) != cancelled) std::_Exit(3);
+            }
+          });
+      }
+    } late;
+    if (outcomeOf(service.resendValidationEmail("token")) != "success") std::_Exit(4);
+    std::thread([] {
+      for (;;) (void)service.resendValidationEmail("token").get();
+    }).detach();
+    std::exit(0);
+  });
+}
+
+TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
+  expectCleanExit([] {
+    static std::atomic<bool> blocks = false, done = false;
+    static const std::shared_ptr<void> last(nullptr, [](void*) { std::_Exit(done ? 0 : 5); });
+    static Trap& trap = *new Trap(Stage::waiting, 2);
+    static HttpApiService& service = *new HttpApiService(trap.url(), {}, "key");
+    service.resendValidationEmail("not a\ntoken").finally([] {
+      blocks = true;
+      (void)service.resendValidationEmail("token").get();
+      std::this_thread::sleep_for(200ms);  // work, while the process exits
+      done = true;
+    });
+    service.resendValidationEmail("token").finally([] { std::_Exit(3); });
+    if (!eventually([] { return blocks.load(); }) || !trap.holds(2)) std::_Exit(4);
+    std::exit(4);
+  });
+}
+
 TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   const auto addOne = [] { return Promise<int, Unit>::resolved(1).map([](int one) { return one + 1; }).get().value(); };
   EXPECT_EQ(addOne(), 2);

@@ -43,7 +43,7 @@ class Secrets : public testing::Test {
   std::vector<std::string> said;
 };
 
-TEST_F(Secrets, AreNeverSaidWhateverAnAnswerComesToWhichIsOneOutcomeInBoundedMemory) {
+TEST_F(Secrets, AreNeverSaidAndEveryAnswerComesToOneOutcomeInBoundedMemory) {
   constexpr std::size_t maxSize = 64 << 10;
   const auto raw = [](const std::string& headers, const std::string& rest) {
     return text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n" + headers + "\r\n" + rest);

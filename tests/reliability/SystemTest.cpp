@@ -1,7 +1,5 @@
-// What an attempt to break the library found: memory that is gone, answers that belong to another call, requests that
-// arrive twice, deep chains, the system refusing what is asked of it, and the process ending meanwhile.
+// What becomes of calls when the system refuses what is asked of it: threads, memory, descriptors.
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <openssl/crypto.h>
 #include <sys/resource.h>
 
@@ -17,59 +15,6 @@
 
 namespace HalvernApi::Tests {
 namespace {
-
-using Number = Promise<int, std::string>;
-using Source = PromiseSource<int, std::string>;
-
-TEST(Depth, CostsNoStack) {
-  constexpr int depth = 200'000;
-  const auto same = [](int value) { return value; };
-  const Source source;
-  Number mapped = source.promise(), nested = source.promise();
-  for (int level = 0; level < depth; ++level) {
-    mapped = mapped.map(same);
-    nested = Number::resolved(0).flatMap([inner = nested](int) { return inner; });
-  }
-  nested.cancel();
-  source.resolve(7);
-  EXPECT_EQ(mapped.get(), 7);
-  EXPECT_EQ(nested.get(), 7);
-  boost::intrusive_ptr<Number::State> state(new Number::State(nullptr));
-  Number unsettled(state);
-  for (int level = 0; level < depth; ++level) unsettled = unsettled.map(same);
-}
-
-struct Coroutine {
-  struct promise_type {
-    Coroutine get_return_object() { return {std::coroutine_handle<promise_type>::from_promise(*this)}; }
-    std::suspend_never initial_suspend() noexcept { return {}; }
-    std::suspend_never final_suspend() noexcept { return {}; }
-    void return_void() {}
-    void unhandled_exception() { std::terminate(); }
-  };
-  std::coroutine_handle<> handle;
-};
-
-Coroutine callTwice(ApiService& service, PromiseSource<std::thread::id, Error> thread) {
-  const auto first = co_await service.resendValidationEmail("1");
-  const auto second = co_await service.checkIfValidated("2");
-  EXPECT_TRUE(first && !second);
-  thread.resolve(std::this_thread::get_id());
-}
-
-TEST(Coroutines, GoOnOnTheCompletionQueueUnlessTheyAreDestroyedWhileTheyWait) {
-  ScriptedServer server({json("{}"), json("{}"), http(401, "", ""), heldAnswer});
-  HttpApiService service(server.url(), {}, "key");
-  const auto here = [](Unit) { return std::this_thread::get_id(); };
-  const auto queue = service.resendValidationEmail("0").map(here).get();
-  const PromiseSource<std::thread::id, Error> thread;
-  callTwice(service, thread);
-  EXPECT_EQ(thread.promise().get(), queue);
-  callTwice(service, thread).handle.destroy();
-  server.release();
-  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(), queue);  // behind the coroutine's turn
-  EXPECT_EQ(server.requests().size(), 5);
-}
 
 #ifdef HALVERNAPI_TAKES_THE_PLACE_OF_C
 std::atomic<int> threadsToRefuse = 0;
@@ -147,51 +92,6 @@ TEST(System, ThatHasNoDescriptorsLeftCostsNoProcessorTime) {
     server.release();
     if (early || !idle || outcomeOf(another) != refused) std::_Exit(2);
     std::_Exit(outcomeOf(pending) == "success" ? 0 : 3);
-  });
-}
-
-TEST(ProcessExit, CancelsCallsBegunAfterIt) {
-  expectCleanExit([] {
-    static ScriptedServer& server = *new ScriptedServer({json("{}")});
-    static HttpApiService& service = *new HttpApiService(server.url(), {}, "key");
-    static const struct Late {
-      ~Late() {
-        std::vector<std::thread> threads;
-        for (int number = 0; number < 4; ++number)
-          threads.emplace_back([] {
-            HttpApiService young(server.url(), {}, "key");
-            for (int round = 0; round < 50; ++round) {
-              const auto sent = (round % 2 == 0 ? service : young).resendValidationEmail("token");
-              const auto promise = sent.map([](Unit unit) { return unit; });
-              if (!promise.waitFor(20s) || outcomeOf(promise) != cancelled) std::_Exit(3);
-            }
-          });
-        for (std::thread& thread : threads) thread.join();
-      }
-    } late;
-    if (outcomeOf(service.resendValidationEmail("token")) != "success") std::_Exit(4);
-    std::thread([] {
-      for (;;) (void)service.resendValidationEmail("token").get();
-    }).detach();
-    std::exit(0);
-  });
-}
-
-TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
-  expectCleanExit([] {
-    static std::atomic<bool> blocks = false, done = false;
-    static const std::shared_ptr<void> last(nullptr, [](void*) { std::_Exit(done ? 0 : 5); });
-    static Trap& trap = *new Trap(Stage::waiting, 2);
-    static HttpApiService& service = *new HttpApiService(trap.url(), {}, "key");
-    service.resendValidationEmail("not a\ntoken").finally([] {
-      blocks = true;
-      (void)service.resendValidationEmail("token").get();
-      std::this_thread::sleep_for(200ms);  // work, while the process exits
-      done = true;
-    });
-    service.resendValidationEmail("token").finally([] { std::_Exit(3); });
-    if (!eventually([] { return blocks.load(); }) || !trap.holds(2)) std::_Exit(4);
-    std::exit(4);
   });
 }
 
