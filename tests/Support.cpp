@@ -62,6 +62,7 @@ Trap::Trap(Stage stage, std::size_t calls)
 Trap::~Trap() {
   nameIsBlocked = false;
   nameIsBlocked.notify_all();
+  (void)eventually([] { return lookupsUnderWay == 0; });
 }
 
 bool Trap::holds(std::size_t calls) {

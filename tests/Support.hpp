@@ -164,7 +164,6 @@ inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
-constexpr Stage allStages[] = {Stage::lookingUp, Stage::connecting, Stage::sending, Stage::waiting, Stage::receiving};
 
 // Holds calls at one stage. A server that has got that many answers all later ones.
 class Trap {
@@ -172,6 +171,7 @@ class Trap {
   Trap(Stage stage, std::size_t calls);
   ~Trap();
   const std::string& url() const { return url_; }
+  // While they look up, for one; while they connect or send, without looking.
   [[nodiscard]] bool holds(std::size_t calls);
 
  private:

@@ -90,6 +90,7 @@ TEST_F(Secrets, AreNeverSaidAndEveryAnswerComesToOneOutcomeInBoundedMemory) {
   for (const auto& [outcome, names] : seeds)
     for (const char* name : names) {
       std::ifstream file(corpus / name, std::ios::binary);
+      EXPECT_TRUE(file.is_open()) << name;
       rows.emplace_back(text({std::istreambuf_iterator<char>(file), {}}), outcome, "");
     }
   const auto outcome = [this](const auto& promise) {
@@ -103,21 +104,21 @@ TEST_F(Secrets, AreNeverSaidAndEveryAnswerComesToOneOutcomeInBoundedMemory) {
     answer.push_back(closing);
     ScriptedServer server({answer});
     const auto service = [&] {  // anew, for the server closes its connection
-      return std::make_unique<HttpApiService>(
-          server.url(),
-          URLSessionConfiguration{.httpAdditionalHeaders = {{"Cookie", "CANARY"}, {"X-App", "CANARY"}},
-                                  .timeoutIntervalForRequest = 5s * slack,
-                                  .maximumResponseSize = maxSize},
-          "CANARY");
+      return HttpApiService(server.url(),
+                            {.httpAdditionalHeaders = {{"Cookie", "CANARY"}, {"X-App", "CANARY"}},
+                             .timeoutIntervalForRequest = 5s * slack,
+                             .maximumResponseSize = maxSize},
+                            "CANARY");
     };
-    EXPECT_EQ(outcome(service()->registerDevice("CANARY", "CANARY", "CANARY", "CANARY", "CANARY", "CANARY",
-                                                DeviceOrientation::left, "CANARY")),
+    EXPECT_EQ(outcome(service().registerDevice("CANARY", "CANARY", "CANARY", "CANARY", "CANARY", "CANARY",
+                                               DeviceOrientation::left, "CANARY")),
               ofUnit);
-    EXPECT_EQ(ofRecord.empty() ? "" : outcome(service()->checkIfValidated("CANARY")), ofRecord);
+    EXPECT_EQ(ofRecord.empty() ? "" : outcome(service().checkIfValidated("CANARY")), ofRecord);
     for (const Received& request : server.requests()) EXPECT_THAT(request.raw, HasSubstr("CANARY"));
   }
   getrusage(RUSAGE_SELF, &after);
-  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 * 1024 * slack) << "KiB, from " << before.ru_maxrss;
+  const bool emulated = std::getenv("HALVERNAPI_EMULATED") != nullptr;  // by what takes memory itself
+  EXPECT_TRUE(emulated || after.ru_maxrss - before.ru_maxrss < 32 * 1024 * slack) << "from KiB " << before.ru_maxrss;
   EXPECT_GE(said.size(), 3 * rows.size());  // of each call three lines, at least
   const std::string secret = "CANARY";
   add(AuthenticationResponse(true, true, secret, secret, {}, {}, secret), ConfigurationResponse(secret, secret),

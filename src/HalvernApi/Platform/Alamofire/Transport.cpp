@@ -139,7 +139,7 @@ void Transport::stop() {
 
 void Transport::run() {
   while (takeInbox()) {
-    while (!waiting_.empty() && mayBegin()) {
+    while (mayBegin()) {
       Exchange& exchange = waiting_.front();
       waiting_.pop_front();
       active_.push_back(exchange);
@@ -150,7 +150,7 @@ void Transport::run() {
     reap();
     endOverdue();
     handOver();
-    if (waiting_.empty() || !mayBegin()) wait();
+    if (!mayBegin()) wait();
   }
   for (Exchanges* const exchanges : {&active_, &waiting_})
     while (!exchanges->empty()) finish(exchanges->front(), {{}, {}, cancelled()});
@@ -189,13 +189,14 @@ void Transport::admit(std::shared_ptr<Exchange> exchange) {
 void Transport::begin(Exchange& exchange) {
   if (exchange.transfer) recycle(std::move(exchange.transfer));
   try {
+    auto url = parsed(exchange.current().url);
     if (pool_.empty()) pool_.push_back(Transfer::make(context_));
     exchange.transfer = std::move(pool_.back());
     pool_.pop_back();
     if (exchange.transfer) {
       ++activeCount_;
       exchange.transfer->owner = &exchange;
-      if (exchange.transfer->begin(multi_.get(), exchange.current(), parsed(exchange.current().url))) return;
+      if (exchange.transfer->begin(multi_.get(), exchange.current(), std::move(url))) return;
     }
   } catch (const std::bad_alloc&) {
   }
@@ -262,7 +263,7 @@ void Transport::endOverdue() {
     for (auto at = exchanges->begin(); at != exchanges->end();) {
       Exchange& exchange = *at++;
       const auto heard =
-          std::max(exchange.heard, exchange.transfer ? exchange.transfer->lastActivity() : exchange.heard);
+          exchange.transfer ? std::max(exchange.heard, exchange.transfer->lastActivity()) : exchange.heard;
       const Clock::time_point silent = heard + requestLimit_, whole = exchange.started + resourceLimit_;
       if (context_.now >= whole)
         finish(exchange, {{}, {}, timedOut("The exchange took longer than it may.")});

@@ -40,7 +40,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void run();
   bool takeInbox();
   void admit(std::shared_ptr<Exchange> exchange);
-  bool mayBegin() const { return activeCount_ < maxActive_; }
+  bool mayBegin() const { return !waiting_.empty() && activeCount_ < maxActive_; }
   void begin(Exchange& exchange);
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
