@@ -2,6 +2,8 @@
 // is told of calls meanwhile.
 #include <gmock/gmock.h>
 
+#include <boost/json/serialize.hpp>
+
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
 #include "Support.hpp"
 
@@ -116,13 +118,20 @@ class Kiosk final : public HttpApiService {
 
 TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
   const std::string texts[] = {std::string(100, 'x'), std::string(100, 'y')};
-  ScriptedServer server({json(R"({"result":true})"), json('"' + texts[0] + '"'), json('"' + texts[1] + '"')});
+  std::vector<Answer> answers(4, json(R"({"result":true})"));
+  for (const std::string& text : texts) answers.push_back(json('"' + text + '"'));
+  ScriptedServer server(answers);
   SessionManager session({});
-  const auto sent = session.request(server.url(), HTTPMethod::post, {}, JSONEncoding::default_(), HTTPHeaders());
-  const auto decoded = debugLog(debugLog(sent)->validate())
-                           .responseJsonDecodePromise<ValidatedEmailResponse>(ValidatedEmailResponse::decodeJson)
-                           .get();
+  const auto send = [&](const HTTPHeaders& headers) {
+    const auto sent = session.request(server.url(), HTTPMethod::post, {}, JSONEncoding::default_(), headers);
+    return debugLog(debugLog(sent)->validate())
+        .responseJsonDecodePromise<ValidatedEmailResponse>(ValidatedEmailResponse::decodeJson)
+        .get();
+  };
+  const auto decoded = send({});
   EXPECT_TRUE(decoded && decoded->result == ValidatedEmailResponse(true) && decoded->response.statusCode == 200);
+  EXPECT_TRUE(send({{"Accept", "*/*"}}) && send({{"Accept", "text/html, Application/*; q=0.5"}}));
+  EXPECT_FALSE(send({{"Accept", "text/*, application/xml"}}));
   const auto keep = [&] {
     auto kept = fetch<JsonValue>(session, server.url(), {}, [](const JsonValue& json) { return JsonValue(json); });
     EXPECT_TRUE(kept.waitFor(10s));
@@ -242,12 +251,14 @@ TEST(Error, IsMadeByTheFirstRuleThatApplies) {
 }
 
 TEST(ErrorBody, IsDecodedOnlyFromAnObjectOrAnArrayAndOnlyForItsStatus) {
-  const auto count = [](const JsonValue& json) -> Expected<std::optional<std::size_t>, JsonDecodeError> {
-    return json.is_array() ? json.get_array().size() : throw 1;
+  const auto text = [](const JsonValue& json) -> Expected<std::optional<std::string>, JsonDecodeError> {
+    return boost::json::serialize(json);
   };
-  EXPECT_EQ(decode<std::size_t>(bytes("[1, 2]"), count), 2);
-  for (const char* text : {"{}", "1", "null", "", "[", "[\"\xff\"]"})
-    EXPECT_EQ(decode<std::size_t>(bytes(text), count), std::nullopt) << text;
+  for (const char* structured : {"[1,2]", "{}"}) EXPECT_EQ(decode<std::string>(bytes(structured), text), structured);
+  for (const char* other : {"1", "null", "", "[", "[\"\xff\"]"})
+    EXPECT_EQ(decode<std::string>(bytes(other), text), std::nullopt) << other;
+  const auto throwing = [](const JsonValue&) -> Expected<std::optional<int>, JsonDecodeError> { throw 1; };
+  EXPECT_EQ(decode<int>(bytes("[]"), throwing), std::nullopt);
   const auto conflict = [](std::optional<HTTPURLResponse> response, std::optional<Data> body) {
     return decode<ServerErrorResponse>(ErrorResponse{NSError{}, response, body}, 409, ServerErrorResponse::decodeJson);
   };

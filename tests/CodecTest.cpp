@@ -128,6 +128,7 @@ TEST(Enumerations, TravelAsTheirRawTextsExactly) {
   EXPECT_EQ(DeviceOrientation::decodeJson("Left"), DeviceOrientation::left);
   EXPECT_EQ(DeviceOrientation::decodeJson("Right"), DeviceOrientation::right);
   using Failure = Unexpected<JsonDecodeError>;
+  EXPECT_EQ(DeviceOrientation::decodeJson(""), Failure(JsonDecodeError::wrongEnumRawValue("", "DeviceOrientation")));
   for (const std::string& text : split("male|unknown|NotKnown | NotKnown||LEFT|Left\n"))
     EXPECT_EQ(Sex::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, "Sex"))) << text;
   for (const JsonValue& json : {JsonValue(0), JsonValue()})

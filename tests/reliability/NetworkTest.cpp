@@ -61,17 +61,21 @@ std::size_t inheritableConnections() {
 }
 
 TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {
-  ScriptedServer server({heldAnswer});
-  SessionManager session({.httpMaximumConnectionsPerHost = 3});
-  std::vector<Promise<Unit, Error>> calls;
-  for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
-  const auto last = call(session, server.url());
-  last.cancel();
-  EXPECT_EQ(outcomeOf(last), cancelled);  // and so the others have begun
-  EXPECT_TRUE(server.awaitRequests(3) && inheritableConnections() == 0);
-  server.release();
-  for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
-  EXPECT_EQ(server.connections(), 3);
+  const std::vector<std::pair<URLSessionConfiguration, std::size_t>> rows = {
+      {{.httpMaximumConnectionsPerHost = 0}, 1}, {{.httpMaximumConnectionsPerHost = 3}, 3}, {{}, 6}};
+  for (const auto& [configuration, most] : rows) {
+    ScriptedServer server({heldAnswer});
+    SessionManager session(configuration);
+    std::vector<Promise<Unit, Error>> calls;
+    for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
+    const auto last = call(session, server.url());
+    last.cancel();
+    EXPECT_EQ(outcomeOf(last), cancelled);  // and so the others have begun
+    EXPECT_TRUE(server.awaitRequests(most) && inheritableConnections() == 0);
+    server.release();
+    for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
+    EXPECT_EQ(server.connections(), most);
+  }
 }
 
 TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
@@ -92,6 +96,19 @@ TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
         EXPECT_EQ(server.requests().size(), 30);
         EXPECT_EQ(server.connections(), 30);
       }
+}
+
+TEST(Connections, ThatSpeakAreToldFromOthersToTheSameServer) {
+  const Answer speaking = {{Step::hold}, json("{}")[0], {Step::pause, {}, 5ms}, http(500, "", "")[0], closing};
+  ScriptedServer server({heldAnswer, speaking, json("{}")});
+  SessionManager session({});
+  std::vector<Promise<Unit, Error>> calls = {call(session, server.url()), call(session, server.url())};
+  ASSERT_TRUE(server.awaitRequests(2));
+  server.release();
+  ASSERT_TRUE(server.awaitClosed(1));
+  for (int number = 0; number < 2; ++number) calls.push_back(call(session, server.url()));
+  for (const auto& promise : calls) EXPECT_EQ(outcomeOf(promise), "success");
+  EXPECT_EQ(server.connections(), 3);
 }
 
 TEST(Requests, ThatAServerMayHaveSeenAreNotSentAgain) {
