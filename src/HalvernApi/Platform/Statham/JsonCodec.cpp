@@ -4,8 +4,8 @@
 
 namespace HalvernApi::Statham {
 
-template <Scalar T>
-Decoded<T> JsonCodec<T>::decodeJson(const JsonValue& json) {
+template <class T>
+Decoded<T> ScalarCodec<T>::decodeJson(const JsonValue& json) {
   const char* expected = "Bool";
   if constexpr (std::same_as<T, bool>) {
     if (json.is_bool()) return json.get_bool();
@@ -29,14 +29,14 @@ Decoded<T> JsonCodec<T>::decodeJson(const JsonValue& json) {
   return Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::wrongType(json, expected));
 }
 
-template <Scalar T>
-JsonValue JsonCodec<T>::encodeJson(const T& value) {
+template <class T>
+JsonValue ScalarCodec<T>::encodeJson(const T& value) {
   return JsonValue(value);
 }
 
-template struct JsonCodec<bool>;
-template struct JsonCodec<std::string>;
-template struct JsonCodec<std::int64_t>;
-template struct JsonCodec<double>;
+template struct ScalarCodec<bool>;
+template struct ScalarCodec<std::string>;
+template struct ScalarCodec<std::int64_t>;
+template struct ScalarCodec<double>;
 
 }  // namespace HalvernApi::Statham

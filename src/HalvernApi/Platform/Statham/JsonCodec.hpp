@@ -1,7 +1,6 @@
 #pragma once
 
 #include <boost/json/value.hpp>
-#include <concepts>
 #include <cstdint>
 #include <optional>
 
@@ -35,14 +34,19 @@ struct JsonCodec {
 // \cond
 // What JSON has by itself.
 template <class T>
-concept Scalar =
-    std::same_as<T, bool> || std::same_as<T, std::string> || std::same_as<T, std::int64_t> || std::same_as<T, double>;
-
-template <Scalar T>
-struct HALVERNAPI_EXPORT JsonCodec<T> {
+struct HALVERNAPI_EXPORT ScalarCodec {
   static Decoded<T> decodeJson(const JsonValue& json);
   static JsonValue encodeJson(const T& value);
 };
+
+template <>
+struct JsonCodec<bool> : ScalarCodec<bool> {};
+template <>
+struct JsonCodec<std::string> : ScalarCodec<std::string> {};
+template <>
+struct JsonCodec<std::int64_t> : ScalarCodec<std::int64_t> {};
+template <>
+struct JsonCodec<double> : ScalarCodec<double> {};
 
 // What the decoder `F` reads.
 template <class F>
