@@ -139,7 +139,6 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
   };
   const auto first = keep(), second = keep();  // on the same thread, in the same memory
   EXPECT_TRUE(first.get() == JsonValue(texts[0]) && second.get() == JsonValue(texts[1]));
-  EXPECT_EQ(JsonValue(first.get().value(), second.get()->storage()), JsonValue(texts[0]));
   const auto throwing = [](const JsonValue&) -> Expected<Unit, JsonDecodeError> { throw 1; };
   EXPECT_EQ(outcomeOf(fetch<Unit>(session, server.url(), {}, throwing)), notJson);
   Kiosk kiosk(server.url(), {}, "key");

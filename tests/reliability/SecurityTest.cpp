@@ -200,9 +200,13 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
   EXPECT_EQ(outcomeOf(call(session, "https://" + plain.authority())), failed);
 }
 
-// Before the first session of the process.
+// Before the process uses OpenSSL, where it is the first test of its process.
 TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
-  const Identity identity;
+  const std::string lenient = testing::TempDir() + "lenient.cnf";
+  std::ofstream(lenient) << "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n[c]\nMinProtocol=TLSv1\n"
+                            "CipherString=DEFAULT@SECLEVEL=0\n";
+  setenv("OPENSSL_CONF", lenient.c_str(), 1);
+  const Identity identity, old({.newestProtocol = TLS1_1_VERSION});
   const std::string& home = identity.directory;
   const std::string deaf = "http://127.0.0.1:1";
   for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
@@ -222,6 +226,8 @@ TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
   EXPECT_EQ(outcome({}, plain), "success");
   EXPECT_EQ(outcome({.certificateAuthorityFile = identity.file()}, secure), "success");
   EXPECT_EQ(outcome({}, secure), "network NSURLErrorDomain -1202");
+  ScriptedServer outdated({json("{}")}, old.channels);
+  EXPECT_EQ(outcome({.certificateAuthorityFile = old.file()}, outdated), "network NSURLErrorDomain -1200");
   for (const ScriptedServer* server : {&plain, &secure})
     EXPECT_EQ(server->requests().at(0).header("Authorization"), std::nullopt);
   EXPECT_EQ(std::ifstream(home + "/keys").peek(), std::ifstream::traits_type::eof());  // and no session key
