@@ -201,7 +201,8 @@ TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {
       }
       EXPECT_EQ(outcomeOf(doomed), outcome);
       EXPECT_GE(Clock::now() - start, least);
-      EXPECT_LT(Clock::now() - due, soon());
+      // Newer libcurls send another piece whenever another call wakes them.
+      EXPECT_LT(Clock::now() - due, soon() + (stage == Stage::sending ? 2 * limit : 0ms));
       if (end == cancelling) server.release();
       EXPECT_EQ(outcomeOf(other), end == cancelling ? "success" : outcome);
       EXPECT_GE(Clock::now() - otherStart, least);

@@ -266,7 +266,11 @@ bool Transfer::append(std::string_view bytes) {
 
 int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
   Transfer& self = *static_cast<Transfer*>(transfer);
-  if (std::exchange(self.sentBytes_, sent) != sent) self.lastActivity_ = self.context_.now;
+  if (std::exchange(self.sentBytes_, sent) == sent) return 0;
+  // Newer libcurls send a piece whenever they are called, so also when the limit of a silence has just run out.
+  const auto limit = bounded(self.context_.configuration.timeoutIntervalForRequest);
+  const Clock::time_point now = self.context_.now, last = self.lastActivity_;
+  if (last == Clock::time_point() || now - last < limit) self.lastActivity_ = now;
   return 0;
 }
 
