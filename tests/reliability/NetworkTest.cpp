@@ -20,7 +20,7 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
   answer.insert(answer.end(), {{Step::send, "Content-Type: application/json\r\nContent-Length: 16\r\n\r\n"},
                                {Step::drip, "{              }", 40ms}});
   ScriptedServer server({answer});
-  SessionManager session({.timeoutIntervalForRequest = 600ms}), whole({.timeoutIntervalForResource = 600ms});
+  SessionManager session({.timeoutIntervalForRequest = 600ms}), whole({.timeoutIntervalForResource = 900ms});
   EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // after more than twice that time
   EXPECT_EQ(outcomeOf(call(whole, server.url())), timedOut);
 }
@@ -147,9 +147,10 @@ TEST(Proxies, ThatCannotBeReadFailEveryCallBeforeALookUp) {
 
 TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   const auto isDefault = [] {
-    struct sigaction action {};
-    sigaction(SIGPIPE, nullptr, &action);
-    return action.sa_handler == SIG_DFL;
+    return std::ranges::all_of(std::array{SIGPIPE, SIGALRM, SIGCHLD, SIGINT}, [](int number) {
+      struct sigaction action {};
+      return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL && action.sa_flags == 0;
+    });
   };
   ASSERT_TRUE(isDefault());
   const Identity identity;

@@ -113,7 +113,8 @@ void Transfer::setHeaders(const URLRequest& request) {
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   for (const auto& [name, value] : request.headers)
     if (request.body || !equalIgnoringCase(name, "Content-Type")) add(name.data());
-  for (const char* const own : {"Content-Type:", "Expect:"}) add(own);  // suppresses libcurl's
+  if (!request.body || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
+  add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
   curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.data());
 }
