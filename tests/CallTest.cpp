@@ -302,7 +302,7 @@ class LogLines : public Test {
 TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
   listen();
   const auto cut = [](const std::string& status) {
-    return Answer{{Step::send, "HTTP/1.1 " + status + " ?\r\nContent-Length: 9\r\n\r\n{}"}, closing};
+    return Answer{text("HTTP/1.1 " + status + " ?\r\nContent-Length: 9\r\n\r\n{}")[0], closing};
   };
   ScriptedServer server({json(R"({"a":"ä"})"), http(500, "text/html", "<p>\n"), json("\"\xff\""), json(""), cut("200"),
                          cut("400"), cut("401")});

@@ -202,11 +202,12 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
 
 // Before the process uses OpenSSL, where it is the first test of its process.
 TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
-  const std::string lenient = testing::TempDir() + "lenient.cnf";
+  const std::string lenient = testing::TempDir() + "lenient-" + std::to_string(::getpid());
   std::ofstream(lenient) << "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n[c]\nMinProtocol=TLSv1\n"
                             "CipherString=DEFAULT@SECLEVEL=0\n";
   setenv("OPENSSL_CONF", lenient.c_str(), 1);
   const Identity identity, old({.newestProtocol = TLS1_1_VERSION});
+  std::filesystem::remove(lenient);  // it has been read
   const std::string& home = identity.directory;
   const std::string deaf = "http://127.0.0.1:1";
   for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
