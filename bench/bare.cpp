@@ -46,11 +46,9 @@ int main(int argc, char** argv) {
     curl_easy_setopt(call.easy, CURLOPT_POSTFIELDS, arguments.operation().body);
     curl_easy_setopt(call.easy, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(call.easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(call.easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    if (!arguments.certificateAuthority.empty()) {
-      curl_easy_setopt(call.easy, CURLOPT_PIPEWAIT, 1L);
+    curl_easy_setopt(call.easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    if (!arguments.certificateAuthority.empty())
       curl_easy_setopt(call.easy, CURLOPT_CAINFO, arguments.certificateAuthority.c_str());
-    }
     curl_easy_setopt(call.easy, CURLOPT_WRITEFUNCTION, collect);
     curl_easy_setopt(call.easy, CURLOPT_WRITEDATA, &call);
     curl_easy_setopt(call.easy, CURLOPT_PRIVATE, &call);

@@ -12,10 +12,7 @@ int main(int argc, char** argv) {
   Bench::Meter meter(arguments.calls);
   URLSessionConfiguration configuration;
   if (arguments.calls > 0) configuration.httpMaximumConnectionsPerHost = std::max(arguments.inFlight, 1);
-  if (!arguments.certificateAuthority.empty()) {
-    configuration.certificateAuthorityFile = arguments.certificateAuthority;
-    configuration.httpMaximumConnectionsPerHost = 1;
-  }
+  if (!arguments.certificateAuthority.empty()) configuration.certificateAuthorityFile = arguments.certificateAuthority;
   HttpApiService service(arguments.baseUrl, configuration, "sandbox-key");
   std::promise<void> done;
   const auto login = [&] { return service.login("somebody@example.com", "correct horse", "instance-1", "Phone"); };

@@ -72,9 +72,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_PARTIAL_FILE:
     case CURLE_GOT_NOTHING:
     case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM: return Foundation::NSURLErrorNetworkConnectionLost;
+    case CURLE_RECV_ERROR: return Foundation::NSURLErrorNetworkConnectionLost;
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP/1 or later: schemes were looked at before
 #if LIBCURL_VERSION_NUM >= 0x080600
     case CURLE_TOO_LARGE:  // headers

@@ -56,7 +56,7 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
   };
   auto found = std::find_if(sockets_.begin(), sockets_.end(), hasTheseEnds);
   if (found != sockets_.end()) {
-    if ((*found)->users == 0 && hasSomethingToRead((*found)->handle)) {
+    if (!(*found)->inUse && hasSomethingToRead((*found)->handle)) {
       shutDownAndEmpty((*found)->handle);
       return nullptr;
     }
@@ -68,7 +68,7 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
     if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of these
     **found = {(*found)->handle, localPort, peerPort, peer};
   }
-  ++(*found)->users;
+  (*found)->inUse = true;
   return *found;
 }
 

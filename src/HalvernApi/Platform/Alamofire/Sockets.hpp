@@ -18,15 +18,15 @@ class Sockets {
     int localPort = 0;
     int peerPort = 0;
     std::string peer{};
-    int users = 0;  // requests whose answers are to come over it
+    bool inUse = false;  // a request was sent, or is about to be, whose answer has not been read
   };
 
   // CURL_SOCKET_BAD when the system has none to give.
   curl_socket_t open(const curl_sockaddr& address);
   void close(curl_socket_t handle);
 
-  // Adds a user to the connection with these ends, over which a request is about to go out. Null, and the connection is
-  // of no use any more, when something has arrived on it while it had no user.
+  // The connection with these ends, over which a request is about to be sent; the caller ends `inUse`. Null if
+  // something has arrived on the connection while it was idle: it is shut down then.
   std::shared_ptr<Socket> use(const char* peer, int peerPort, int localPort);
 
  private:

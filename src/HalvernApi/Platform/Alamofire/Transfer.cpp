@@ -11,15 +11,14 @@ namespace HalvernApi::Alamofire {
 namespace {
 
 constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
+constexpr std::string_view connectionLost =
+    "The connection was lost before an answer came; the server may have seen the request.";
 constexpr std::size_t maxHeaderBytes = std::size_t{256} * 1024;
 constexpr curl_off_t maxFirstGuess = curl_off_t{1024} * 1024;
 constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcurl sends in several pieces
 
 // Up to 7.88 libcurl remembers the last header that a handle received after it has freed it.
 bool remembersFreedHeaders() { return curlVersion() < 0x080000; }
-
-// Some versions lose the connection when HTTP/2 goes through a proxy's tunnel.
-bool mayTunnelHttp2() { return curlVersion() >= 0x080200; }
 
 // Never write session keys where SSLKEYLOGFILE says.
 CURLcode withoutKeyLog(CURL*, void* context, void*) {
@@ -39,10 +38,6 @@ void setProxy(CURL* handle, const std::string& proxyUrl) {
   curl_easy_setopt(handle, CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
 }
 
-curl_socket_t openSocket(void* sockets, curlsocktype, curl_sockaddr* address) {
-  return static_cast<Sockets*>(sockets)->open(*address);
-}
-
 int closeSocket(void* sockets, curl_socket_t handle) {
   static_cast<Sockets*>(sockets)->close(handle);
   return 0;
@@ -50,7 +45,7 @@ int closeSocket(void* sockets, curl_socket_t handle) {
 
 }  // namespace
 
-ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), secure(isHttps(text)), parts(parseUrl(text)) {
+ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
   if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
 }
 
@@ -70,11 +65,10 @@ bool Transfer::setSharedOptions() {
   easy_.reset(curl_easy_init());
   CURL* const easy = easy_.get();
   if (easy == nullptr) return false;
-  for (const CURLoption data :
-       {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_PREREQDATA})
+  for (const CURLoption data : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA,
+                                CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA})
     curl_easy_setopt(easy, data, static_cast<void*>(this));
-  for (const CURLoption data : {CURLOPT_OPENSOCKETDATA, CURLOPT_CLOSESOCKETDATA})
-    curl_easy_setopt(easy, data, static_cast<void*>(&context_.sockets));
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&context_.sockets));
   // The third: do not wait for a name that is being looked up.
   for (const CURLoption flag :
        {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
@@ -85,12 +79,11 @@ bool Transfer::setSharedOptions() {
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
   curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onRequest);
-  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, onConnection);
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");  // decode all that this libcurl can
-  const bool http2 = !configuration.proxyUrl || mayTunnelHttp2();
-  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, http2 ? long{CURL_HTTP_VERSION_2TLS} : long{CURL_HTTP_VERSION_1_1});
+  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");                        // decode all that this libcurl can
+  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});  // see docs/decisions/0003-http-1.1.md
   // Names with several addresses: libcurl leaves each a share of this.
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                    static_cast<long>(std::max(bounded(configuration.timeoutIntervalForRequest).count(),
@@ -127,7 +120,7 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
   headerBytes_ = 0;
   headerLines_ = 0;
   sentBytes_ = 0;
-  sent_ = foundStaleConnection_ = false;
+  sent_ = foundStaleConnection_ = succeeded_ = false;
   lastActivity_ = {};
   errorText_[0] = '\0';
   setHeaders(request);
@@ -135,8 +128,6 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
     url_ = std::move(url);
     curl_easy_setopt(easy, CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
     if (!url_->parts) curl_easy_setopt(easy, CURLOPT_URL, url_->text.c_str());
-    // Waiting for a connection to show whether it takes several requests pays only where it may: over TLS.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, url_->secure ? 1L : 0L);
   }
   const bool isPost = request.method == HTTPMethod::post;
   const bool sendsBody = isPost || request.body;
@@ -155,10 +146,11 @@ bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<co
   return curl_multi_add_handle(multi, easy) == CURLM_OK;
 }
 
-void Transfer::end(CURLM* multi) {
+bool Transfer::end(CURLM* multi) {
   curl_multi_remove_handle(multi, easy_.get());
   if (!sent_) --context_.unsent;
-  if (const auto socket = std::move(socket_)) --socket->users;
+  if (const auto socket = std::move(socket_)) socket->inUse = false;
+  return foundStaleConnection_ || succeeded_;
 }
 
 DefaultDataResponse Transfer::outcome(CURLcode result) try {
@@ -170,12 +162,15 @@ DefaultDataResponse Transfer::outcome(CURLcode result) try {
   }
   if (!refusal_ && result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
     refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);  // libcurl's word for too long a header line
+  else if (!refusal_ && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
+    refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl wanted to send the request again
   else if (!refusal_ && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
   if (refusal_)
     answer_.error = refusal_->words.empty() ? posixError(ENOMEM) : urlError(refusal_->code, refusal_->words);
   else if (result != CURLE_OK)
     answer_.error = errorOf(easy, result, errorText_.data());
+  succeeded_ = !answer_.error;
   return std::move(answer_);
 } catch (const std::bad_alloc&) {
   return {{}, {}, posixError(ENOMEM)};
@@ -187,12 +182,19 @@ std::string Transfer::redirectTarget() const {
   return target != nullptr ? target : "";
 }
 
-// Called when a request is about to go out over a connection, anew for each one that libcurl tries.
+// Called for each connection that libcurl opens. It opens another one for a request that it wants to send again.
+curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr* address) {
+  Transfer& self = *static_cast<Transfer*>(transfer);
+  if (!self.sent_) return self.context_.sockets.open(*address);
+  self.refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);
+  return CURL_SOCKET_BAD;
+}
+
+// Called when a request is about to be sent over a connection, again for each one that libcurl tries.
 int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int localPort) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (self.sent_) {
-    self.refuse(Foundation::NSURLErrorNetworkConnectionLost,
-                "The connection was lost before an answer came; the server may have seen the request.");
+    self.refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);
     return CURL_PREREQFUNC_ABORT;
   }
   self.sent_ = true;

@@ -24,7 +24,6 @@ struct ParsedUrl {
   explicit ParsedUrl(std::string url);
 
   const std::string text;
-  const bool secure;
   CurlUrl parts;  // null where libcurl is left with the text
 };
 
@@ -47,8 +46,9 @@ class Transfer {
 
   // Sets what depends on the request, which has to stay until `end`. False when there is no memory.
   bool begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
-  // Takes the handle out of libcurl, at any time.
-  void end(CURLM* multi);
+  // Takes the handle out of libcurl, at any time. False if it must not carry another exchange: after a failure, because
+  // libcurl counts the connections that a handle has lost, and gives up with a wrong reason after the fifth.
+  bool end(CURLM* multi);
 
   // Once libcurl says that the transfer is done: the answer, and the error that stands for `result` or for what a
   // callback refused.
@@ -75,6 +75,7 @@ class Transfer {
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
   static int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
+  static curl_socket_t onConnection(void* transfer, curlsocktype, curl_sockaddr* address);
   static int onRequest(void* transfer, char* peer, char* local, int peerPort, int localPort);
 
   TransferContext& context_;
@@ -90,6 +91,7 @@ class Transfer {
   curl_off_t sentBytes_ = 0;
   bool sent_ = false;  // the request went out, or at least began to
   bool foundStaleConnection_ = false;
+  bool succeeded_ = false;
   Clock::time_point lastActivity_;
   std::shared_ptr<Sockets::Socket> socket_;
   // Options that stay set from one exchange to the next.

@@ -212,8 +212,7 @@ std::shared_ptr<const ParsedUrl> Transport::parsed(const std::string& url) {
 
 void Transport::recycle(std::unique_ptr<Transfer> transfer) {
   --activeCount_;
-  transfer->end(multi_.get());
-  if (pool_.size() < pool_.capacity()) pool_.push_back(std::move(transfer));
+  if (transfer->end(multi_.get()) && pool_.size() < pool_.capacity()) pool_.push_back(std::move(transfer));
 }
 
 void Transport::reap() {

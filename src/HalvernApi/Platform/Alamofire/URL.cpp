@@ -23,8 +23,6 @@ std::string_view schemeOf(std::string_view url) {
   return scheme.size() < url.size() && consistsOf(scheme, "+-.") ? scheme : std::string_view();
 }
 
-bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
-
 std::optional<Foundation::NSError> loadingFault(std::string_view url) {
   const std::string_view scheme = schemeOf(url);
   const bool secure = equalIgnoringCase(scheme, "https");

@@ -16,7 +16,6 @@ HALVERNAPI_EXPORT std::string printableUrl(std::string_view url);
 
 // The scheme in front of the first colon; empty when there is none.
 std::string_view schemeOf(std::string_view url);
-bool isHttps(std::string_view url);
 
 // Refuses other schemes than http and https, a missing host, and https by a libcurl without OpenSSL; libcurl checks the
 // rest.
