@@ -40,10 +40,17 @@ Listener::Listener(bool full, const char* address, int port) {
   acceptor.open(boost::asio::ip::tcp::v4());
   acceptor.bind({boost::asio::ip::make_address(address), static_cast<in_port_t>(port)});
   acceptor.listen(full ? 0 : 8);
-  if (full) filler.connect(acceptor.local_endpoint());
+  if (full) peer.connect(acceptor.local_endpoint());
 }
 
-Trap::Trap(Stage stage, std::size_t calls)
+bool Listener::receives() {
+  boost::system::error_code error;
+  acceptor.non_blocking(true);
+  if (!peer.is_open()) acceptor.accept(peer, error);
+  return peer.is_open() && peer.available() > 0;
+}
+
+StallingServer::StallingServer(Stage stage, std::size_t calls)
     : stage_(stage),
       server_([&] {
         const Answer whole = json("{\"text\":\"whole\"}");
@@ -59,14 +66,15 @@ Trap::Trap(Stage stage, std::size_t calls)
   nameIsBlocked = true;
 }
 
-Trap::~Trap() {
+StallingServer::~StallingServer() {
   nameIsBlocked = false;
   nameIsBlocked.notify_all();
   (void)eventually([] { return lookupsUnderWay == 0; });
 }
 
-bool Trap::holds(std::size_t calls) {
+bool StallingServer::awaitCalls(std::size_t calls) {
   if (stage_ == Stage::lookingUp) return eventually([] { return lookupsUnderWay > 0; });
+  if (stage_ == Stage::sending) return eventually([this] { return deaf_.receives(); });
   return stage_ < Stage::waiting || server_.awaitRequests(calls);
 }
 

@@ -2,7 +2,7 @@
 // what the process holds of the system. Every member may be called from any thread.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,13 +57,13 @@ inline std::set<std::string> entries(const char* directory) {
   return names;
 }
 
-// Which descriptors and threads the process holds: by name, for a thread that has been joined may be listed a moment
-// longer, and must not make up for one that is left behind.
-struct Holdings {
+// The descriptors and threads of the process, by name: a thread that was joined may be listed a little longer, and must
+// not make up for one that is left behind.
+struct ProcessResources {
   std::set<std::string> descriptors = entries("/proc/self/fd");
   std::set<std::string> threads = entries("/proc/self/task");
 
-  bool nothingNewSince(const Holdings& before) const {
+  bool isSubsetOf(const ProcessResources& before) const {
     return std::ranges::includes(before.descriptors, descriptors) && std::ranges::includes(before.threads, threads);
   }
 };
@@ -147,15 +147,16 @@ class ScriptedServer {
   Testing::Server server_;  // ends before what its handler uses
 };
 
-// Nobody accepts its connections: the system makes them, as long as there is room.
+// Reads nothing from its connections. The system makes them, as long as there is room.
 struct Listener {
-  // One that is full has no room; port 0 takes a free one.
+  // One that is full has no room. Port 0 takes a free one.
   explicit Listener(bool full, const char* address = "127.0.0.1", int port = 0);
   std::string url() const { return "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port()); }
+  bool receives();  // whether the first connection has sent anything
 
   boost::asio::io_context context;
   boost::asio::ip::tcp::acceptor acceptor{context};
-  boost::asio::ip::tcp::socket filler{context};
+  boost::asio::ip::tcp::socket peer{context};  // takes the only place of one that is full
 };
 
 // "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests but
@@ -165,19 +166,20 @@ inline std::atomic<int> lookupsUnderWay = 0;
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
 
-// Holds calls at one stage. A server that has got that many answers all later ones.
-class Trap {
+// Stalls calls at one stage: at waiting and receiving, that many; it answers all later ones.
+class StallingServer {
  public:
-  Trap(Stage stage, std::size_t calls);
-  ~Trap();
+  StallingServer(Stage stage, std::size_t calls);
+  ~StallingServer();
   const std::string& url() const { return url_; }
-  // While they look up, for one; while they connect or send, without looking.
-  [[nodiscard]] bool holds(std::size_t calls);
+  // Waits until so many calls are at the stage: one, if they look up or send. Does not wait for those that connect.
+  [[nodiscard]] bool awaitCalls(std::size_t calls);
 
  private:
   const Stage stage_;
   ScriptedServer server_;
-  const Listener full_{true}, deaf_{false};
+  const Listener full_{true};
+  Listener deaf_{false};
   const std::string url_;
 };
 
