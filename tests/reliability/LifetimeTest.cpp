@@ -179,6 +179,19 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   server.release();
   EXPECT_EQ(outcomeOf(pending), "success");
   EXPECT_EQ(outcomeOf(service->resendValidationEmail("token")), "success");
+  // What waits in an application's queue belongs to the parent, also when the child exits.
+  struct IdleQueue final : DispatchQueue {
+    void async(std::function<void()>) override { asked = true; }
+    std::atomic<bool> asked = false;
+  };
+  const auto idle = std::make_shared<IdleQueue>();
+  HttpApiService other(server.url(), {.completionQueue = idle}, "key");
+  const auto waiting = other.resendValidationEmail("token").map([parent = ::getpid()](Unit unit) {
+    if (::getpid() != parent) std::_Exit(9);
+    return unit;
+  });
+  ASSERT_TRUE(eventually([&] { return idle->asked.load(); }));
+  EXPECT_EQ(statusOfChild([]() -> int { std::exit(7); }), 7);
 }
 
 TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {

@@ -174,7 +174,10 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   pending = nullptr;
 }
 
-void CompletionQueue::stop() { runWithoutHandlers(state_->take()); }
+void CompletionQueue::stop() {
+  // In the child of a fork the mutex may be locked for good, and the tasks belong to the parent.
+  if (forkCount() == forkCount_) runWithoutHandlers(state_->take());
+}
 
 bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {
   State& state = *state_;
