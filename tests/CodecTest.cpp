@@ -149,6 +149,27 @@ TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
   EXPECT_FALSE(Statham::parseJson("[0", 1000).error().isTooLarge);
 }
 
+TEST(JsonText, IsRefusedWhereComparingItsKeysMightTakeTooLong) {
+  const auto object = [](int members, const std::string& keyEnd = "") {
+    std::string text = "{";
+    for (int number = 0; number < members; ++number) text += '"' + std::to_string(10'000 + number) + keyEnd + "\":0,";
+    text.back() = '}';
+    return text;
+  };
+  const std::string medium = object(9'000) + ',', keyEnd(3'000, 'x');
+  const std::vector<std::tuple<std::string, bool>> rows = {{object(18'500), true},
+                                                           {object(19'000), false},
+                                                           {object(2'000, keyEnd), true},
+                                                           {object(2'100, keyEnd), false},
+                                                           {'[' + repeat(medium, 4) + "0]", true},
+                                                           {'[' + repeat(medium, 5) + "0]", false}};
+  for (const auto& [text, fits] : rows) {
+    const auto json = Statham::parseJson(text);
+    EXPECT_EQ(json.has_value(), fits) << text.size();
+    EXPECT_TRUE(json || json.error().isTooLarge) << text.size();
+  }
+}
+
 TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
   const auto left = [](const std::string& text) { return ConfigurationResponse(text, {}).leftData(); };
   for (std::string data, text(200, '\0'); data.size() < 100; data += static_cast<char>(157 * data.size())) {

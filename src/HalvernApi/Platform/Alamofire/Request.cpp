@@ -108,7 +108,7 @@ std::optional<ErrorResponse> DataRequest::decode(const DefaultDataResponse& answ
     const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data), maxJsonBytes_);
     if (!json && json.error().isTooLarge)
       return fail(NSError{std::string(Foundation::NSURLErrorDomain), Foundation::NSURLErrorDataLengthExceedsMaximum,
-                          "The values in the answer take too much memory"});
+                          "The values in the answer take too much memory or time"});
     if (!json) return notJson(json.error().description);
     if (auto error = decode(*json)) return fail(*std::move(error));
     return std::nullopt;

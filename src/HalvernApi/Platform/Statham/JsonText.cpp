@@ -76,7 +76,8 @@ class Memory final : public boost::json::memory_resource {
 
 thread_local Memory* Memory::own = nullptr;
 
-// Makes a value of what the parser finds. Bounds the memory that this takes, by an estimate that is never too low.
+// Makes a value of what the parser finds. Bounds the memory and the time that this takes, by estimates that are never
+// too low.
 class Builder {
  public:
   static constexpr std::size_t max_object_size = JsonObject::max_size();
@@ -98,6 +99,8 @@ class Builder {
   bool on_number_part(Text, Code&) { return true; }
   bool on_object_end(std::size_t count, Code& code) {
     held_ -= 2 * count;
+    const auto members = static_cast<double>(count);
+    cost_ += members * members * (bytesOfAComparison + static_cast<double>(longestKey_));
     return take(code, count * (sizeof(boost::json::key_value_pair) + indexBytes)) && (stack_.push_object(count), true);
   }
   bool on_array_end(std::size_t count, Code& code) {
@@ -108,7 +111,10 @@ class Builder {
   bool on_string_part(Text part, std::size_t size, Code& code) {
     return fits(code, size) && (stack_.push_chars(part), true);
   }
-  bool on_key(Text text, std::size_t size, Code& code) { return take(code, size) && (stack_.push_key(text), true); }
+  bool on_key(Text text, std::size_t size, Code& code) {
+    longestKey_ = std::max(longestKey_, size);
+    return take(code, size) && (stack_.push_key(text), true);
+  }
   bool on_string(Text text, std::size_t size, Code& code) {
     return take(code, size) && (stack_.push_string(text), true);
   }
@@ -134,6 +140,10 @@ class Builder {
  private:
   static constexpr std::size_t blockBytes = 40;  // what a block on the heap costs besides what it holds
   static constexpr std::size_t indexBytes = 8;   // what a large object costs besides its members, for each
+  // Whoever sends an object can choose keys with the same hash. Then each key is compared with those before it, which
+  // takes as long as to compare so many bytes, and the bytes of the keys.
+  static constexpr double bytesOfAComparison = 32;
+  static constexpr double maxCost = 400'000'000 * bytesOfAComparison;  // less than a second
 
   // One more value on the stack, which holds `bytes` on the heap.
   bool take(Code& code, std::size_t bytes = 0) {
@@ -144,7 +154,7 @@ class Builder {
   // Three times: while the stack doubles, the old one and the new one are there. A text being read stands on it, too.
   bool fits(Code& code, std::size_t textBytes) {
     stackBytes_ = std::max(stackBytes_, (held_ + 1) * sizeof(JsonValue) + textBytes);
-    if (keptBytes_ + 3 * stackBytes_ <= maxBytes_) return true;
+    if (keptBytes_ + 3 * stackBytes_ <= maxBytes_ && cost_ <= maxCost) return true;
     code = make_error_code(boost::system::errc::not_enough_memory);
     return false;
   }
@@ -153,6 +163,8 @@ class Builder {
   std::size_t held_ = 0;  // values on the stack
   std::size_t stackBytes_ = 0;
   std::size_t keptBytes_ = 0;
+  double cost_ = 0;  // of comparing keys
+  std::size_t longestKey_ = 0;
   std::array<unsigned char, 1024> scratch_;
   boost::json::value_stack stack_{{}, scratch_.data(), scratch_.size()};
 };
