@@ -3,6 +3,7 @@
 #include <boost/json/serialize.hpp>
 
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
+#include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 #include "Support.hpp"
 
 namespace HalvernApi::Tests {
@@ -194,6 +195,16 @@ TEST(Promises, OfAnyLengthOfChainCostNoStack) {
   boost::intrusive_ptr<Number::State> state(new Number::State(nullptr));
   Number unsettled(state);
   for (int level = 0; level < depth; ++level) unsettled = unsettled.map(same);
+  // The same for handlers that add tasks to a queue which runs them inside `async`.
+  const auto queue = Foundation::CompletionQueue::on(std::make_shared<InlineQueue>());
+  int level = 0;
+  std::function<void()> addNext = [&] {
+    boost::intrusive_ptr<Number::State> next(new Number::State(queue));
+    next->settle(level);
+    if (++level < depth) Number(next).finally(addNext);
+  };
+  addNext();
+  EXPECT_EQ(level, depth);
 }
 
 struct Coroutine {

@@ -145,16 +145,18 @@ void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move
 
 // Asks the application's queue to run the tasks that wait. Asks again after each batch, for it has other work, too.
 void CompletionQueue::schedule() {
+  thread_local CompletionQueue* asking = nullptr;  // the queue whose executor this thread is asking
+  CompletionQueue* const before = std::exchange(asking, this);
   executor_->async([self = shared_from_this()] {
-    State& state = *self->state_;
-    state.runAll(self.get());
-    {
-      const std::lock_guard lock(state.mutex);
-      state.scheduled = !state.incoming.empty();
-      if (!state.scheduled) return;
-    }
+    do {
+      self->state_->runAll(self.get());
+      const std::lock_guard lock(self->state_->mutex);
+      self->state_->scheduled = !self->state_->incoming.empty();
+      if (!self->state_->scheduled) return;
+    } while (asking == self.get());  // inside `async`: to ask again would be a recursion without end
     self->schedule();
   });
+  asking = before;
 }
 
 // On the calling thread, without handlers. Tasks that come of these are settled by the outermost call.
