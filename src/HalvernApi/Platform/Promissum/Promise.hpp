@@ -2,6 +2,7 @@
 
 #include <coroutine>
 #include <functional>
+#include <optional>
 #include <type_traits>
 
 #include "HalvernApi/Platform/Foundation/Expected.hpp"
@@ -162,14 +163,12 @@ class [[nodiscard]] Promise {
   // Blocks until settled. Inside a handler it runs that queue's other tasks while it waits; elsewhere on the thread of
   // an application's queue it would keep the answer from arriving.
   [[nodiscard]] Result get() const {
-    state_->wait(std::nullopt);
+    state_->wait(std::chrono::milliseconds::max());
     return state_->result();
   }
 
   // As `get`, but gives up after `timeout` with false.
-  bool waitFor(std::chrono::milliseconds timeout) const {
-    return state_->wait(std::chrono::steady_clock::now() + timeout);
-  }
+  bool waitFor(std::chrono::milliseconds timeout) const { return state_->wait(timeout); }
 
   // Asks the exchange beneath, through any chain of promises derived from one another, to end: it fails with
   // `network` -999 soon. Nothing happens once settled, or where there is no exchange beneath.

@@ -1,5 +1,6 @@
 #include "HalvernApi/Platform/Promissum/PromiseCore.hpp"
 
+#include <algorithm>
 #include <cassert>
 
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
@@ -48,12 +49,15 @@ PromiseCore::~PromiseCore() {
 
 bool PromiseCore::publish() {
   bool due = false;
+  std::vector<Queue> waiting;
   {
     const std::lock_guard lock(mutex_);
     settled_ = true;
     due = posted_ = !callbacks_.empty();
+    waiting.swap(waiting_);
   }
   settledChanged_.notify_all();
+  for (const Queue& queue : waiting) queue->wake();
   return due;
 }
 
@@ -99,19 +103,21 @@ bool PromiseCore::isDue() {
   return !callbacks_.empty() && !std::exchange(posted_, true);
 }
 
-bool PromiseCore::wait(Deadline deadline) const {
-  if (settled_) return true;
+bool PromiseCore::wait(std::chrono::milliseconds timeout) const {
+  constexpr std::chrono::milliseconds zero{0}, century = std::chrono::hours(24 * 365 * 100);
+  CompletionQueue::Deadline deadline;
+  if (timeout < century) deadline = std::chrono::steady_clock::now() + std::max(timeout, zero);
   const auto done = [this] { return settled(); };
-  if (CompletionQueue* const queue = CompletionQueue::current()) {
-    struct Wake final : Callback {
-      explicit Wake(Queue waiting) : Callback(Kind::continuation), waiting_(std::move(waiting)) {}
-      void run(PromiseCore&) noexcept override { waiting_->wake(); }
-      const Queue waiting_;
-    };
-    const_cast<PromiseCore*>(this)->attach(std::make_unique<Wake>(queue->shared_from_this()));
-    return queue->runUntil(done, deadline);
-  }
   std::unique_lock lock(mutex_);
+  if (settled_) return true;
+  if (CompletionQueue* const current = CompletionQueue::current()) {
+    const Queue queue = waiting_.emplace_back(current->shared_from_this());
+    lock.unlock();
+    queue->runUntil(done, deadline);
+    lock.lock();
+    if (!settled_) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
+    return settled_;
+  }
   if (deadline) return settledChanged_.wait_until(lock, *deadline, done);
   settledChanged_.wait(lock, done);
   return true;

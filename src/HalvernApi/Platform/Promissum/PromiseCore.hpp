@@ -7,7 +7,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <vector>
 
 #include "HalvernApi/Platform/Foundation/Task.hpp"
 
@@ -43,7 +43,6 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
-  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
   // A handler is the application's and does not begin once the process exits; a continuation settles another promise.
   enum class Kind { handler, continuation };
@@ -77,8 +76,9 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   bool run(bool handlers) noexcept override;
   bool isDue() override;
 
-  // Until settled; false at the deadline. Inside a handler it runs the other tasks of that handler's queue meanwhile.
-  bool wait(Deadline deadline) const;
+  // Until settled; false when that takes longer than `timeout`, which is no limit from a century on. Inside a handler
+  // it runs the other tasks of that handler's queue meanwhile.
+  bool wait(std::chrono::milliseconds timeout) const;
 
   void cancel() const;
   const std::weak_ptr<Cancellable>& cancellable() const { return cancellable_; }
@@ -94,8 +94,9 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   const std::weak_ptr<Cancellable> cancellable_;
   mutable std::mutex mutex_;
   mutable std::condition_variable settledChanged_;  // with mutex_
-  Callbacks callbacks_;                             // under mutex_
-  bool posted_ = false;  // under mutex_; this stands in a queue, or its callbacks are being run
+  mutable std::vector<Queue> waiting_;  // under mutex_; one entry for each `wait` inside a task of the queue
+  Callbacks callbacks_;                 // under mutex_
+  bool posted_ = false;                 // under mutex_; this stands in a queue, or its callbacks are being run
   std::atomic<int> sources_ = 0;
   std::atomic<bool> claimed_ = false;
   std::atomic<bool> settled_ = false;  // written under mutex_
