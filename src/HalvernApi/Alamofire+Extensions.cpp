@@ -23,6 +23,7 @@ void log(Line line) try {
 
 // In one piece, whatever other threads print.
 void printLine(std::string_view text) {
+  [[maybe_unused]] const SigpipeBlock block;
   flockfile(stdout);
   [[maybe_unused]] const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
   [[maybe_unused]] const int ended = std::fputc('\n', stdout);

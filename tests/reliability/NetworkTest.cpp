@@ -182,6 +182,21 @@ TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   for (int number = 0; number < 30; ++number)
     EXPECT_EQ(outcomeOf(call(session, server.url(), std::string(1 << 20, 'x'))), lost);
   EXPECT_TRUE(isDefault());
+  // Nor from bodies that are printed on a thread of the application when nobody reads its standard output.
+  ScriptedServer plain({json("{}")});
+  EXPECT_EQ(statusOfChild([&] {
+              std::array<int, 2> pipe{};
+              if (::pipe(pipe.data()) != 0 || ::dup2(pipe[1], STDOUT_FILENO) < 0 || ::close(pipe[0]) != 0) return 1;
+              std::setvbuf(stdout, nullptr, _IONBF, 0);
+              SessionManager inChild({.completionQueue = std::make_shared<PoolQueue>(1)});
+              const auto signalsAreLeft = [](Unit) {
+                sigset_t blocked{}, pending{};
+                return pthread_sigmask(SIG_BLOCK, nullptr, &blocked) == 0 && ::sigpending(&pending) == 0 &&
+                       sigismember(&blocked, SIGPIPE) == 0 && sigismember(&pending, SIGPIPE) == 0;
+              };
+              return call(inChild, plain.url()).map(signalsAreLeft).get() == true ? 0 : 2;
+            }),
+            0);
 }
 
 TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {

@@ -30,6 +30,8 @@ inline void localtime_r(const std::time_t* time, LocalTime* local) {
       static_cast<std::time_t>(shownTime) / ticks - epoch - *time};
 }
 
+struct SigpipeBlock {};
+
 inline void flockfile(std::FILE* file) { ::_lock_file(file); }
 inline void funlockfile(std::FILE* file) { ::_unlock_file(file); }
 
@@ -49,6 +51,7 @@ inline void closeOnExec(SOCKET handle) {
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -63,6 +66,29 @@ constexpr int SOCK_CLOEXEC = 0;
 #endif
 inline void closeOnExec(int handle) { ::fcntl(handle, F_SETFD, FD_CLOEXEC); }
 inline void closesocket(int handle) { ::close(handle); }
+
+// While it exists, writes of this thread to a pipe that nobody reads raise no SIGPIPE. Where the thread blocks that
+// signal already, as the library's own threads do, it may stay pending.
+class SigpipeBlock {
+ public:
+  SigpipeBlock() {
+    sigemptyset(&sigpipe_);
+    sigaddset(&sigpipe_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &sigpipe_, &before_);
+  }
+  ~SigpipeBlock() {
+    if (sigismember(&before_, SIGPIPE) == 1) return;
+    sigset_t pending{};
+    int taken = 0;
+    if (sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) sigwait(&sigpipe_, &taken);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
+
+ private:
+  sigset_t sigpipe_{}, before_{};
+};
 
 }  // namespace HalvernApi
 #endif
