@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <boost/json/basic_parser_impl.hpp>
-#include <boost/json/memory_resource.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value_stack.hpp>
 #include <boost/version.hpp>
@@ -22,60 +20,6 @@ namespace {
 
 constexpr int maxDepth = 512;  // arrays and objects inside one another
 
-// Memory for the values of one text: a block, and the heap once that is full. The thread that parses takes the same
-// block for its next text, unless values of the last one are left; then the block goes with the last of them. So values
-// may be kept, copied and dropped as on the heap, by any thread.
-class Memory final : public boost::json::memory_resource {
- public:
-  // For the next text of the calling thread.
-  static Memory& forNextText() {
-    thread_local struct AtThreadEnd {
-      ~AtThreadEnd() { leave(); }
-    } atThreadEnd;
-    if (own != nullptr && own->piecesHere_ + own->piecesElsewhere_ != owned) leave();
-    if (own == nullptr) own = new Memory;
-    own->used_ = 0;
-    return *own;  // NOLINT(clang-analyzer-cplusplus.NewDelete): `leave` is for the thread's end, not the function's
-  }
-
- private:
-  // While a thread owns it, stands on top of the pieces that others took and gave back.
-  static constexpr std::int64_t owned = std::int64_t{1} << 62;
-
-  static void leave() {
-    if (Memory* const left = std::exchange(own, nullptr)) left->count(left->piecesHere_ - owned);
-  }
-  // The atomic count costs more than the memory: the thread that owns it does without.
-  void count(std::int64_t pieces) {
-    if (own == this)
-      piecesHere_ += pieces;
-    else if ((piecesElsewhere_ += pieces) == 0)
-      delete this;
-  }
-  void* do_allocate(std::size_t bytes, std::size_t) override {
-    constexpr std::size_t alignment = alignof(std::max_align_t);
-    const bool fits = own == this && bytes <= block_.size() - used_;
-    void* const piece = fits ? block_.data() + used_ : ::operator new(bytes);
-    if (fits) used_ += (bytes + alignment - 1) / alignment * alignment;
-    count(1);
-    return piece;
-  }
-  void do_deallocate(void* piece, std::size_t, std::size_t) override {
-    if (piece < block_.data() || piece >= block_.data() + block_.size()) ::operator delete(piece);
-    count(-1);
-  }
-  bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
-
-  static thread_local Memory* own;
-
-  std::atomic<std::int64_t> piecesElsewhere_ = owned;
-  std::int64_t piecesHere_ = 0;  // the thread that owns it
-  std::size_t used_ = 0;         // of the block; the thread that owns it
-  alignas(std::max_align_t) std::array<unsigned char, 4096> block_;
-};
-
-thread_local Memory* Memory::own = nullptr;
-
 // Makes a value of what the parser finds. Bounds the memory and the time that this takes, by estimates that are never
 // too low.
 class Builder {
@@ -87,7 +31,7 @@ class Builder {
   using Code = boost::json::error_code;
   using Text = boost::json::string_view;
 
-  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(&Memory::forNextText()); }
+  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(); }
   JsonValue release() { return stack_.release(); }
 
   bool on_document_begin(Code&) { return true; }
