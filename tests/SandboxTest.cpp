@@ -1,4 +1,6 @@
 // That the sandbox refuses, by a reading of its own, what the library must not send.
+#include <sys/resource.h>
+
 #include "HalvernApi/Testing/Sandbox.hpp"
 #include "Support.hpp"
 
@@ -19,6 +21,58 @@ struct Exactly final : ParameterEncoding {
   }
   const std::string body, contentType, accept;
 };
+
+// Sends bytes over a connection of its own and returns all that the server sends until it closes the connection.
+std::string exchange(int port, const std::string& sent) {
+  boost::asio::ip::tcp::iostream stream("127.0.0.1", std::to_string(port));
+  stream.expires_after(10s);
+  stream << sent << std::flush;
+  std::ostringstream received;
+  received << stream.rdbuf();
+  return received.str();
+}
+
+const std::string post = "POST /api/v1/account/login HTTP/1.1\r\nConnection: close\r\n";
+
+TEST(Sandbox, RefusesBodiesOfAnyLength) {
+  const Testing::Sandbox sandbox;
+  const std::string chunk = "FFFFFF\r\n" + std::string(0xffffff, 'x') + "\r\n";
+  const std::string bodies[] = {"Content-Length: 1000000000000\r\n\r\nx", "Transfer-Encoding: chunked\r\n\r\n" + chunk};
+  for (const std::string& body : bodies)
+    EXPECT_TRUE(exchange(sandbox.port(), post + body).starts_with("HTTP/1.1 413 ")) << body.substr(0, 40);
+  EXPECT_TRUE(exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 "));
+}
+
+TEST(Sandbox, AnswersAtExitUntilItIsDestroyed) {
+  expectCleanExit([] {
+    static const Testing::Sandbox sandbox;
+    struct Caller {
+      ~Caller() {
+        if (!exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 ")) std::_Exit(1);
+      }
+    };
+    static const Caller caller;  // destroyed after all that the first call makes
+    (void)exchange(sandbox.port(), post + "\r\n");
+    std::exit(0);
+  });
+}
+
+TEST(Sandbox, WaitsForDescriptorsWithoutSpinning) {
+  const Testing::Sandbox sandbox;
+  boost::asio::io_context context;
+  boost::asio::ip::tcp::socket client(context, boost::asio::ip::tcp::v4());
+  rlimit usual{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit none{0, usual.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  client.connect({boost::asio::ip::address_v4::loopback(), static_cast<in_port_t>(sandbox.port())});
+  const std::clock_t before = std::clock();
+  EXPECT_FALSE(sandbox.waitUntilSeen(Operation::login, 1, 500ms));
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+  boost::asio::write(client, boost::asio::buffer(post + "\r\n"));
+  EXPECT_TRUE(sandbox.waitUntilSeen(Operation::login, 1, 10s));
+}
 
 TEST(Sandbox, RefusesWhatIsMoreLessOrOtherThanTheServiceExpects) {
   Testing::Sandbox sandbox;

@@ -15,6 +15,8 @@ namespace asio = boost::asio;
 namespace http = boost::beast::http;
 using asio::awaitable, asio::use_awaitable, asio::ip::tcp;
 
+constexpr std::size_t maxBody = 8 << 20;  // of a request
+
 std::string serialize(const Answer& answer) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ' +
                      std::string(http::obsolete_reason(http::status(answer.status))) + "\r\n";
@@ -40,14 +42,13 @@ struct Server::Impl {
     for (;;) {
       co_await acceptor.async_wait(tcp::acceptor::wait_read, use_awaitable);
       const int descriptor = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
-      if (descriptor < 0) continue;  // the client has gone already
-      ++connections;
-      tcp::socket socket(io, tcp::v4(), descriptor);
-      socket.set_option(tcp::no_delay(true));  // pieces go out as they are scripted
-      if (tls)
-        spawn(serve(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get()))));
-      else
-        spawn(serve(std::move(socket)));
+      if (descriptor >= 0) {
+        ++connections;
+        spawn(serve(descriptor));
+      } else if (errno != EAGAIN && errno != ECONNABORTED) {
+        // No descriptor or memory is free. The connection keeps waiting, so the acceptor stays readable.
+        co_await pause(std::chrono::milliseconds(20));
+      }
     }
   }
 
@@ -57,20 +58,29 @@ struct Server::Impl {
     });
   }
 
-  template <class Stream>
-  awaitable<void> serve(Stream stream) {
+  // Nothing that a client sends ends more than its own connection.
+  awaitable<void> serve(int descriptor) {
     try {
-      if constexpr (!std::is_same_v<Stream, tcp::socket>)
-        co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
-      std::string unread;
-      for (bool open = co_await play(stream, greeting); open;) open = co_await answerOne(stream, unread);
-    } catch (const boost::system::system_error&) {  // the client has gone, or speaks something else
+      tcp::socket socket(io, tcp::v4(), descriptor);
+      socket.set_option(tcp::no_delay(true));  // pieces are sent as they are scripted
+      if (tls)
+        co_await serve(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get())));
+      else
+        co_await serve(std::move(socket));
+    } catch (const boost::system::system_error&) {  // the client is gone, or does not speak the protocol
+    } catch (const std::bad_alloc&) {
     }
-    boost::system::error_code ignored;
-    stream.lowest_layer().close(ignored);
     const std::lock_guard lock(mutex);
     ++closed;
     changed.notify_all();
+  }
+
+  template <class Stream>
+  awaitable<void> serve(Stream stream) {
+    if constexpr (!std::is_same_v<Stream, tcp::socket>)
+      co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
+    std::string unread;
+    for (bool open = co_await play(stream, greeting); open;) open = co_await answerOne(stream, unread);
   }
 
   // False when the connection is to end, as in `play`.
@@ -79,12 +89,16 @@ struct Server::Impl {
     http::request_parser<http::string_body> parser;
     parser.eager(true);
     parser.header_limit(1 << 20);
-    parser.body_limit(boost::none);
+    parser.body_limit(maxBody);
     std::string raw;
     for (boost::system::error_code error; true;) {
       const std::size_t used = parser.put(asio::buffer(unread), error);
       raw.append(unread, 0, used);
       unread.erase(0, used);
+      if (error == http::error::body_limit) {
+        const std::string refusal = serialize({.status = 413, .contentType = ""});
+        co_await asio::async_write(stream, asio::buffer(refusal), use_awaitable);
+      }
       if (error && error != http::error::need_more) co_return false;
       if (parser.is_done()) break;
       co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
@@ -100,7 +114,10 @@ struct Server::Impl {
   template <class Stream>
   awaitable<bool> play(Stream& stream, const std::vector<Step>& steps) {
     for (const Step& step : steps) {
-      if (step.kind == Step::reset) stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
+      if (step.kind == Step::reset) {
+        stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
+        stream.lowest_layer().close();  // the destructor would take the option back
+      }
       if (step.kind == Step::reset || step.kind == Step::close) co_return false;
       boost::system::error_code released;
       if (step.kind == Step::hold) co_await hold.async_wait(asio::redirect_error(use_awaitable, released));

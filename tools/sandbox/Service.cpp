@@ -3,12 +3,12 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <random>
 #include <regex>
+#include <span>
 
 namespace HalvernApi::Testing {
 namespace {
@@ -71,7 +71,7 @@ struct Field {
 };
 
 // What is wrong with an object that must have exactly these members, in sentences.
-std::vector<std::string> faults(const json::object& object, const std::vector<Field>& fields) {
+std::vector<std::string> faults(const json::object& object, std::span<const Field> fields) {
   std::vector<std::string> found;
   for (const auto& [key, kind] : fields)
     if (const json::value* const value = object.if_contains(key); value == nullptr || !kind.holds(*value))
@@ -82,7 +82,7 @@ std::vector<std::string> faults(const json::object& object, const std::vector<Fi
   return found;
 }
 
-bool isArrayOf(const std::vector<Field>& fields, Value value) {
+bool isArrayOf(std::span<const Field> fields, Value value) {
   return value.is_array() && std::all_of(value.get_array().begin(), value.get_array().end(), [&](Value element) {
            return element.is_object() && faults(element.get_object(), fields).empty();
          });
@@ -114,13 +114,10 @@ constexpr Kind sex{"Male, Female or NotKnown", [](Value value) { return matches(
 constexpr Kind orientation{"Left or Right", [](Value value) { return matches(value, "Left|Right"); }};
 constexpr Kind integer{"an integer", [](Value value) { return value.is_int64(); }};
 constexpr Kind number{"a number", [](Value value) { return value.is_number(); }};
-constexpr Kind points{"an array of frequencies and volumes", [](Value value) {
-                        return isArrayOf({{"frequency", integer}, {"volume", number}}, value);
-                      }};
-constexpr Kind audiograms{
-    "an array of audiograms", [](Value value) {
-      return isArrayOf({{"orientation", orientation}, {"serialNumber"}, {"tube"}, {"values", points}}, value);
-    }};
+constexpr Field pointFields[] = {{"frequency", integer}, {"volume", number}};
+constexpr Kind points{"an array of frequencies and volumes", [](Value value) { return isArrayOf(pointFields, value); }};
+constexpr Field audiogramFields[] = {{"orientation", orientation}, {"serialNumber"}, {"tube"}, {"values", points}};
+constexpr Kind audiograms{"an array of audiograms", [](Value value) { return isArrayOf(audiogramFields, value); }};
 
 // The gain in decibels for each frequency, by the half-gain rule, in a form that shows in a hex dump. Of several
 // audiograms for an ear the last counts.
@@ -138,15 +135,6 @@ json::value configuration(const json::array& all, std::string_view ear) {
   return json::value_from(base64(bytes));
 }
 
-// `handle` is called with a body that has the fields, and with the account where an access token is needed; null
-// otherwise.
-struct Endpoint {
-  std::string path;
-  bool needsAccessToken;
-  std::vector<Field> fields;  // none: there must be no body
-  Answer (*handle)(Service&, const json::object& body, Account*);
-};
-
 // The first sign-in for which `holds` is true, and its account; null where there is none.
 template <class Condition>
 std::pair<Account*, SignIn*> findSignIn(Service& service, Condition holds) {
@@ -156,85 +144,107 @@ std::pair<Account*, SignIn*> findSignIn(Service& service, Condition holds) {
   return {};
 }
 
-const Endpoint& endpoint(Operation operation) {
-  const auto row = [](const std::string& name, bool needsAccessToken, const std::vector<Field>& fields, auto handle) {
-    return Endpoint{"/api/v1/account/" + name, needsAccessToken, fields, handle};
-  };
-  static const std::array<Endpoint, 10> endpoints{
-      row("login", false, {{"email"}, {"password"}, {"appInstanceId"}, {"appInstanceName"}},
-          [](auto& service, auto& body, auto*) {
-            Account* const account = service.find(get(body, "email"));
-            return account != nullptr && account->password == get(body, "password")
-                       ? service.signIn(*account, body)
-                       : wrongSignIn("The e-mail address or the password is wrong.");
-          }),
-      row("re-login", false, {{"refreshToken"}, {"appInstanceId"}},
-          [](auto& service, auto& body, auto*) {
-            const auto [account, last] = findSignIn(service, [&](const SignIn& one) {
-              return one.refreshToken == get(body, "refreshToken") && one.appInstanceId == get(body, "appInstanceId");
-            });
-            if (account == nullptr) return wrongSignIn("The refresh token is not valid.");
-            last->refreshToken.reset();  // it is good for one sign-in, which hands out the next
-            return service.signIn(*account, body);
-          }),
-      row("register", false,
-          {{"email", email}, {"password", newPassword}, {"confirmPassword"}, {"appInstanceId"}, {"appInstanceName"}},
-          [](auto& service, auto& body, auto*) {
-            if (body.at("password") != body.at("confirmPassword")) return invalid({"The two passwords differ."});
-            if (service.find(get(body, "email")) != nullptr)
-              return refusal(400, taken, "There is an account for this e-mail address already.");
-            Account& account = service.make(get(body, "email"), get(body, "password"), false);
-            service.mailConfirmation(account);
-            return service.signIn(account, body);
-          }),
-      row("authenticate-with-facebook", false, {{"facebookToken"}, {"appInstanceId"}, {"appInstanceName"}},
-          [](auto& service, auto& body, auto*) {
-            const auto token = service.facebookTokens.find(get(body, "facebookToken"));
-            if (token == service.facebookTokens.end()) return wrongSignIn("Facebook does not know this token.");
-            Account* const account = service.find(token->second);
-            return service.signIn(account ? *account : service.make(token->second, {}, true), body);
-          }),
-      row("resend-confirmation-email", true, {},
-          [](auto& service, auto&, auto* account) {
-            service.mailConfirmation(*account);
-            return ok({{"sent", true}});
-          }),
-      row("forgot-password", false, {{"email", email}},
-          [](auto& service, auto& body, auto*) {
-            const Account* const account = service.find(get(body, "email"));
-            if (account != nullptr) service.outbox.emplace_back(account->email, "You have asked for a new password.");
-            return ok({{"result", account != nullptr}});
-          }),
-      row("confirmed-email", true, {},
-          [](auto&, auto&, auto* account) {
-            return ok({{"result", account->confirmed}});
-          }),
-      row("register-hearing-aid", true,
-          {{"appInstanceId"},
-           {"hardwareVersion"},
-           {"firmwareVersion"},
-           {"productName"},
-           {"orientation", orientation},
-           {"tube"},
-           {"serialNumber", optionalText}},
-          [](auto&, auto&, auto* account) {
-            return ok({{"hearingAids", ++account->hearingAids}});
-          }),
-      row("personalize-hearing-aids", true, {{"aids", audiograms}},
-          [](auto&, auto& body, auto*) {
-            const json::array& aids = body.at("aids").get_array();
-            return ok({{"leftConfiguration", configuration(aids, "Left")},
-                       {"rightConfiguration", configuration(aids, "Right")}});
-          }),
-      row("age-and-sex", true, {{"dateOfBirth", date}, {"sex", sex}},
-          [](auto&, auto& body, auto* account) {
-            account->dateOfBirth = body.at("dateOfBirth");
-            account->sex = body.at("sex");
-            return ok({{"stored", true}});
-          }),
-  };
-  return endpoints.at(static_cast<std::size_t>(operation));
+constexpr Field loginFields[] = {{"email"}, {"password"}, {"appInstanceId"}, {"appInstanceName"}};
+Answer login(Service& service, const json::object& body, Account*) {
+  Account* const account = service.find(get(body, "email"));
+  return account != nullptr && account->password == get(body, "password")
+             ? service.signIn(*account, body)
+             : wrongSignIn("The e-mail address or the password is wrong.");
 }
+
+constexpr Field reloginFields[] = {{"refreshToken"}, {"appInstanceId"}};
+Answer relogin(Service& service, const json::object& body, Account*) {
+  const auto [account, last] = findSignIn(service, [&](const SignIn& one) {
+    return one.refreshToken == get(body, "refreshToken") && one.appInstanceId == get(body, "appInstanceId");
+  });
+  if (account == nullptr) return wrongSignIn("The refresh token is not valid.");
+  last->refreshToken.reset();  // valid for one sign-in, which returns the next
+  return service.signIn(*account, body);
+}
+
+constexpr Field registerFields[] = {
+    {"email", email}, {"password", newPassword}, {"confirmPassword"}, {"appInstanceId"}, {"appInstanceName"}};
+Answer register_(Service& service, const json::object& body, Account*) {
+  if (body.at("password") != body.at("confirmPassword")) return invalid({"The two passwords differ."});
+  if (service.find(get(body, "email")) != nullptr)
+    return refusal(400, taken, "There is an account for this e-mail address already.");
+  Account& account = service.make(get(body, "email"), get(body, "password"), false);
+  service.mailConfirmation(account);
+  return service.signIn(account, body);
+}
+
+constexpr Field facebookFields[] = {{"facebookToken"}, {"appInstanceId"}, {"appInstanceName"}};
+Answer authenticate(Service& service, const json::object& body, Account*) {
+  const auto token = service.facebookTokens.find(get(body, "facebookToken"));
+  if (token == service.facebookTokens.end()) return wrongSignIn("Facebook does not know this token.");
+  Account* const account = service.find(token->second);
+  return service.signIn(account ? *account : service.make(token->second, {}, true), body);
+}
+
+Answer resendValidationEmail(Service& service, const json::object&, Account* account) {
+  service.mailConfirmation(*account);
+  return ok({{"sent", true}});
+}
+
+constexpr Field resetFields[] = {{"email", email}};
+Answer sendPasswordReset(Service& service, const json::object& body, Account*) {
+  const Account* const account = service.find(get(body, "email"));
+  if (account != nullptr) service.outbox.emplace_back(account->email, "You have asked for a new password.");
+  return ok({{"result", account != nullptr}});
+}
+
+Answer checkIfValidated(Service&, const json::object&, Account* account) {
+  return ok({{"result", account->confirmed}});
+}
+
+constexpr Field deviceFields[] = {{"appInstanceId"},
+                                  {"hardwareVersion"},
+                                  {"firmwareVersion"},
+                                  {"productName"},
+                                  {"orientation", orientation},
+                                  {"tube"},
+                                  {"serialNumber", optionalText}};
+Answer registerDevice(Service&, const json::object&, Account* account) {
+  return ok({{"hearingAids", ++account->hearingAids}});
+}
+
+constexpr Field profileFields[] = {{"aids", audiograms}};
+Answer profile(Service&, const json::object& body, Account*) {
+  const json::array& aids = body.at("aids").get_array();
+  return ok({{"leftConfiguration", configuration(aids, "Left")}, {"rightConfiguration", configuration(aids, "Right")}});
+}
+
+constexpr Field updateFields[] = {{"dateOfBirth", date}, {"sex", sex}};
+Answer update(Service&, const json::object& body, Account* account) {
+  account->dateOfBirth = body.at("dateOfBirth");
+  account->sex = body.at("sex");
+  return ok({{"stored", true}});
+}
+
+// `handle` is called with a body that has the fields, and with the account where an access token is needed; null
+// otherwise.
+struct Endpoint {
+  std::string_view path;
+  bool needsAccessToken;
+  std::span<const Field> fields;  // none: there must be no body
+  Answer (*handle)(Service&, const json::object& body, Account*);
+};
+
+// In the order of Operation. Constant data: it must be usable until the last static object is destroyed.
+constexpr Endpoint endpoints[] = {
+    {"/api/v1/account/login", false, loginFields, login},
+    {"/api/v1/account/re-login", false, reloginFields, relogin},
+    {"/api/v1/account/register", false, registerFields, register_},
+    {"/api/v1/account/authenticate-with-facebook", false, facebookFields, authenticate},
+    {"/api/v1/account/resend-confirmation-email", true, {}, resendValidationEmail},
+    {"/api/v1/account/forgot-password", false, resetFields, sendPasswordReset},
+    {"/api/v1/account/confirmed-email", true, {}, checkIfValidated},
+    {"/api/v1/account/register-hearing-aid", true, deviceFields, registerDevice},
+    {"/api/v1/account/personalize-hearing-aids", true, profileFields, profile},
+    {"/api/v1/account/age-and-sex", true, updateFields, update},
+};
+
+const Endpoint& endpoint(Operation operation) { return endpoints[static_cast<std::size_t>(operation)]; }
 
 }  // namespace
 
