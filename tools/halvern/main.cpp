@@ -3,38 +3,16 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <HalvernApi/Testing/Sandbox.hpp>
 #include <iostream>
 #include <numeric>
 
 #include "Calls.hpp"
 #include "Demo.hpp"
 #include "Generate.hpp"
+#include "SandboxCommand.hpp"
 #include "Terminal.hpp"
 
-using HalvernApi::Testing::Sandbox;
-
 namespace {
-
-void serve(Sandbox::Options options) {
-  // Blocked before the sandbox makes its threads, so that they all leave the signals to sigwait.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-
-  options.mail = [](const std::string& email, const std::string& text) {
-    std::cout << "E-mail to " + email + ": " + text + '\n' << std::flush;
-  };
-  const Sandbox sandbox(options);
-  std::cout << "Base URL:  " << sandbox.baseUrl() << "\nAPI key:   " << sandbox.apiKey()
-            << "\nE-mails to users are shown here. Open the link in one (curl will do) to confirm the address.\n"
-            << "The Facebook token sandbox-facebook-token signs in. Ctrl-C ends.\n"
-            << std::flush;
-  int signal = 0;
-  sigwait(&signals, &signal);
-}
 
 // The subcommand nearest to `word`: the one for which the fewest letters have to be added, dropped or changed.
 std::string nearest(const std::string& word, const CLI::App& app) {
@@ -65,15 +43,7 @@ int run(int argc, char** argv) try {
   demoCommand->footer("Example:\n  halvern demo");
   demoCommand->callback([&] { status = demo(argv[0]) ? status::done : status::failed; });
 
-  Sandbox::Options options;
-  CLI::App* const sandboxCommand = app.add_subcommand("sandbox", "Plays the service on this machine until interrupted");
-  sandboxCommand->add_option("--port", options.port, "Where to listen; 0 takes a free port")
-      ->check(CLI::Range(0, 65535))
-      ->capture_default_str();
-  sandboxCommand->add_option("--api-key", options.apiKey, "The key that calls must bring")->capture_default_str();
-  sandboxCommand->footer("Example:\n  halvern sandbox --port 8080");
-  sandboxCommand->callback([&] { serve(options); });
-
+  addSandbox(app);
   addCalls(app, status);
 
   CLI::App* const generator = app.add_subcommand("generate", "Prints a completion file, or the manual page")->group("");

@@ -1,14 +1,11 @@
 #include "HalvernApi/Testing/Sandbox.hpp"
 
-#include <algorithm>
 #include <boost/algorithm/string/predicate.hpp>
 #include <condition_variable>
-#include <deque>
-#include <map>
 #include <mutex>
 
+#include "Page.hpp"
 #include "Server.hpp"
-#include "Service.hpp"
 
 namespace HalvernApi::Testing {
 
@@ -19,59 +16,91 @@ std::optional<std::string> SeenRequest::header(std::string_view name) const {
 }
 
 struct Sandbox::Impl {
-  explicit Impl(const Options& options)
-      : mail(options.mail), service{options.apiKey, options.accessTokenLifetime}, server(options.port) {
-    service.baseUrl = "http://127.0.0.1:" + std::to_string(server.port());
-    service.facebookTokens["sandbox-facebook-token"] = "facebook.user@example.com";
+  // The state, locked. Unlocking wakes all who wait for a change if there was one.
+  class Locked {
+   public:
+    explicit Locked(Impl& impl) : impl_(impl), lock_(impl.mutex), version_(impl.state.version) {}
+    ~Locked() {
+      if (impl_.state.version == version_) return;
+      impl_.changed.notify_all();
+      if (impl_.options.page) impl_.server.notify();
+    }
+    State* operator->() const { return &impl_.state; }
+    State& operator*() const { return impl_.state; }
+
+   private:
+    Impl& impl_;
+    const std::lock_guard<std::mutex> lock_;
+    const std::size_t version_;
+  };
+  Locked locked() { return Locked(*this); }
+
+  explicit Impl(const Options& given)
+      : options(given), state{{options.apiKey, options.accessTokenLifetime}, options.page}, server(options.port) {
+    state.service.baseUrl = "http://127.0.0.1:" + std::to_string(server.port());
     server.start([this](SeenRequest request, const std::string&) { return handle(std::move(request)); });
   }
 
   std::vector<Step> handle(SeenRequest request) {
+    if (options.page && isForPage(request.target)) return answerPage(request);
     request.operation = operationAt(request.target);
-    const std::lock_guard lock(mutex);
-    requests.push_back(request);
-    changed.notify_all();
-    const Script script = request.operation ? next(*request.operation) : Script();
-    const Step delay{Step::pause, {}, script.delay};
-    if (script.drop) return {delay, {Step::close}};
-    return {delay, {Step::send, {}, {}, [this, request = std::move(request), answer = script.answer] {
-                      std::string text = serialize(answer ? *answer : judge(request));
-                      if (request.method == "HEAD") text.resize(text.find("\r\n\r\n") + 4);
-                      return text;
-                    }}};
+    std::size_t number = 0;
+    const Script script = locked()->add(request, number);
+    std::vector<Step> steps;
+    steps.reserve(4);
+    if (options.page) steps.push_back({Step::count});
+    if (script.delay.count() > 0) steps.push_back({Step::pause, {}, script.delay});
+    if (script.never) steps.push_back({Step::follow});
+    if (script.never || script.drop) {
+      const auto outcome = script.never ? Call::abandoned : Call::closed;
+      steps.push_back({Step::send, {}, {}, [this, number, outcome] {
+                         end(number, outcome);
+                         return std::string();
+                       }});
+      steps.push_back({Step::close});
+    } else {
+      steps.push_back({Step::send, {}, {}, [this, number, request = std::move(request), scripted = script.answer] {
+                         const Answer answer = scripted ? *scripted : judge(request);
+                         end(number, Call::answered, answer);
+                         return bytesOf(answer, request);
+                       }});
+    }
+    return steps;
+  }
+
+  void end(std::size_t number, Call::Outcome outcome, const Answer& answer = {}) {
+    if (options.page) locked()->end(number, outcome, answer);
+  }
+
+  static std::string bytesOf(const Answer& answer, const SeenRequest& request) {
+    std::string bytes = serialize(answer);
+    if (request.method == "HEAD") bytes.resize(bytes.find("\r\n\r\n") + 4);
+    return bytes;
   }
 
   Answer judge(const SeenRequest& request) {
-    std::unique_lock lock(mutex);
-    Answer answer = service.answer(request);
-    const auto mails = std::exchange(service.outbox, {});
-    lock.unlock();
-    for (const auto& [address, words] : mails)
-      if (mail) mail(address, words);
+    std::vector<Mail> sent;
+    Answer answer = locked()->answer(request, sent);
+    for (const auto& [email, text] : sent)
+      if (options.mail) options.mail(email, text);
     return answer;
   }
 
-  Script next(Operation operation) {
-    std::deque<Script>& queue = scripts[operation];
-    while (!queue.empty() && queue.front().calls == 0) queue.pop_front();
-    if (queue.empty()) return {};
-    if (queue.front().calls != Script::always) --queue.front().calls;
-    return queue.front();
+  std::vector<Step> answerPage(const SeenRequest& request) {
+    const Answer answer = Testing::answerPage(*locked(), request, options.chart);
+    if (answer.contentType != eventStream) return {{Step::send, bytesOf(answer, request)}};
+    const std::string head =
+        "HTTP/1.1 200 OK\r\nContent-Type: " + answer.contentType + "\r\nCache-Control: no-store\r\n\r\n";
+    return {{Step::send, head},
+            {Step::follow, {}, std::chrono::milliseconds(50), [this, version = std::size_t{0}]() mutable {
+               return eventSince(*locked(), version);
+             }}};
   }
 
-  std::vector<SeenRequest> of(Operation operation) const {
-    std::vector<SeenRequest> found;
-    std::copy_if(requests.begin(), requests.end(), std::back_inserter(found),
-                 [&](const SeenRequest& request) { return request.operation == operation; });
-    return found;
-  }
-
-  const decltype(Options::mail) mail;
-  std::mutex mutex;  // for the members from here to `server`
+  const Options options;
+  std::mutex mutex;  // for `state`
   std::condition_variable changed;
-  Service service;
-  std::vector<SeenRequest> requests;
-  std::map<Operation, std::deque<Script>> scripts;
+  State state;
   Server server;  // ends before what its handler uses
 };
 
@@ -80,62 +109,50 @@ Sandbox::Sandbox(Options options) : impl_(std::make_unique<Impl>(options)) {}
 Sandbox::~Sandbox() = default;
 
 int Sandbox::port() const { return impl_->server.port(); }
-std::string Sandbox::baseUrl() const { return impl_->service.baseUrl; }
-const std::string& Sandbox::apiKey() const { return impl_->service.apiKey; }
-std::size_t Sandbox::connections() const { return impl_->server.connections(); }
+std::string Sandbox::baseUrl() const { return impl_->state.service.baseUrl; }
+const std::string& Sandbox::apiKey() const { return impl_->options.apiKey; }
+
+std::size_t Sandbox::connections() const {
+  return impl_->options.page ? impl_->server.counted() : impl_->server.connections();
+}
 
 void Sandbox::addAccount(const std::string& email, const std::string& password) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->service.make(email, password, true);
+  impl_->locked()->addAccount(email, password);
 }
 
 void Sandbox::allowFacebookToken(const std::string& token, const std::string& email) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->service.facebookTokens[token] = email;
+  impl_->locked()->service.facebookTokens[token] = email;
 }
 
-bool Sandbox::confirmEmail(const std::string& email) {
-  const std::lock_guard lock(impl_->mutex);
-  Account* const account = impl_->service.find(email);
-  return account != nullptr && (account->confirmed = true);
-}
+bool Sandbox::confirmEmail(const std::string& email) { return impl_->locked()->confirm(email); }
 
 std::optional<std::string> Sandbox::confirmationLink(const std::string& email) const {
-  const std::lock_guard lock(impl_->mutex);
-  const Account* const account = impl_->service.find(email);
-  return account != nullptr ? std::optional(impl_->service.link(*account)) : std::nullopt;
+  const auto state = impl_->locked();
+  const Account* const account = state->service.find(email);
+  return account != nullptr ? std::optional(state->service.link(*account)) : std::nullopt;
 }
 
-void Sandbox::expireAccessTokens() {
-  const std::lock_guard lock(impl_->mutex);
-  for (auto& [email, account] : impl_->service.accounts)
-    for (SignIn& one : account.signIns) one.expiry = {};
-}
+void Sandbox::expireAccessTokens() { impl_->locked()->expireAccessTokens(); }
 
-void Sandbox::script(Operation operation, Script script) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->scripts[operation].push_back(std::move(script));
-}
+void Sandbox::script(Operation operation, Script script) { impl_->locked()->addScript(operation, std::move(script)); }
 
-void Sandbox::reset() {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->scripts.clear();
-  impl_->requests.clear();
-}
+void Sandbox::arm(Operation operation, Script script) { impl_->locked()->arm(operation, std::move(script)); }
+
+void Sandbox::reset() { impl_->locked()->reset(); }
+
+void Sandbox::resetAll() { impl_->locked()->resetAll(); }
 
 std::vector<SeenRequest> Sandbox::seen() const {
-  const std::lock_guard lock(impl_->mutex);
-  return impl_->requests;
+  return impl_->locked()->requests([](const SeenRequest&) { return true; });
 }
 
 std::vector<SeenRequest> Sandbox::seen(Operation operation) const {
-  const std::lock_guard lock(impl_->mutex);
-  return impl_->of(operation);
+  return impl_->locked()->requests([&](const SeenRequest& request) { return request.operation == operation; });
 }
 
 bool Sandbox::waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const {
   std::unique_lock lock(impl_->mutex);
-  return impl_->changed.wait_for(lock, timeout, [&] { return impl_->of(operation).size() >= count; });
+  return impl_->changed.wait_for(lock, timeout, [&] { return impl_->state.seen[operation] >= count; });
 }
 
 }  // namespace HalvernApi::Testing

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/asio.hpp>
+#include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/ssl.hpp>
 #include <boost/beast/http.hpp>
 #include <condition_variable>
@@ -76,16 +77,24 @@ struct Server::Impl {
   }
 
   template <class Stream>
+  struct Connection {
+    Stream stream;
+    std::string unread{};
+    bool isCounted = false;
+  };
+
+  template <class Stream>
   awaitable<void> serve(Stream stream) {
     if constexpr (!std::is_same_v<Stream, tcp::socket>)
       co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
-    std::string unread;
-    for (bool open = co_await play(stream, greeting); open;) open = co_await answerOne(stream, unread);
+    Connection<Stream> connection{std::move(stream)};
+    for (bool open = co_await play(connection, greeting); open;) open = co_await answerOne(connection);
   }
 
   // False when the connection is to end, as in `play`.
   template <class Stream>
-  awaitable<bool> answerOne(Stream& stream, std::string& unread) {
+  awaitable<bool> answerOne(Connection<Stream>& connection) {
+    auto& [stream, unread, isCounted] = connection;
     http::request_parser<http::string_body> parser;
     parser.eager(true);
     parser.header_limit(1 << 20);
@@ -107,13 +116,19 @@ struct Server::Impl {
     SeenRequest seen{{}, request.method_string(), request.target(), {}, request.body()};
     for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
     const std::vector<Step> steps = handler(std::move(seen), raw);
-    co_return co_await play(stream, steps) && parser.keep_alive();
+    co_return co_await play(connection, steps) && parser.keep_alive();
   }
 
   // False when the connection is to end.
   template <class Stream>
-  awaitable<bool> play(Stream& stream, const std::vector<Step>& steps) {
+  awaitable<bool> play(Connection<Stream>& connection, const std::vector<Step>& steps) {
+    Stream& stream = connection.stream;
     for (const Step& step : steps) {
+      if (step.kind == Step::count && !std::exchange(connection.isCounted, true)) ++counted;
+      if (step.kind == Step::follow) {
+        co_await follow(stream, step);
+        continue;
+      }
       if (step.kind == Step::reset) {
         stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
         stream.lowest_layer().close();  // the destructor would take the option back
@@ -132,6 +147,24 @@ struct Server::Impl {
     co_return true;
   }
 
+  template <class Stream>
+  awaitable<void> follow(Stream& stream, const Step& step) {
+    using namespace asio::experimental::awaitable_operators;
+    constexpr auto withError = asio::as_tuple(use_awaitable);
+    for (;;) {
+      const std::string bytes = step.make ? step.make() : "";
+      if (!bytes.empty()) {
+        co_await asio::async_write(stream, asio::buffer(bytes), use_awaitable);
+        co_await pause(step.time);
+        continue;
+      }
+      // Nothing runs between `make` and the wait, so that no notification is missed.
+      const auto first = co_await (notified.async_wait(withError) ||
+                                   stream.lowest_layer().async_wait(tcp::socket::wait_read, withError));
+      if (first.index() == 1) co_return;
+    }
+  }
+
   awaitable<void> pause(std::chrono::milliseconds time) {
     asio::steady_timer timer(io, time);
     co_await timer.async_wait(use_awaitable);
@@ -143,7 +176,8 @@ struct Server::Impl {
   asio::io_context io{1};
   tcp::acceptor acceptor{io};
   asio::steady_timer hold{io, asio::steady_timer::time_point::max()};
-  std::atomic<std::size_t> connections = 0;
+  asio::steady_timer notified{io, asio::steady_timer::time_point::max()};
+  std::atomic<std::size_t> connections = 0, counted = 0;
   std::mutex mutex;  // for `closed`
   std::condition_variable changed;
   std::size_t closed = 0;
@@ -172,9 +206,15 @@ void Server::release() {
   asio::post(impl_->io, [this] { impl_->hold.expires_at(asio::steady_timer::time_point::min()); });
 }
 
+void Server::notify() {
+  asio::post(impl_->io, [this] { impl_->notified.cancel(); });
+}
+
 int Server::port() const { return impl_->bound; }
 
 std::size_t Server::connections() const { return impl_->connections; }
+
+std::size_t Server::counted() const { return impl_->counted; }
 
 bool Server::awaitClosed(std::size_t count) const {
   std::unique_lock lock(impl_->mutex);

@@ -11,16 +11,19 @@ namespace HalvernApi::Testing {
 
 struct Step {
   enum Kind {
-    send,   // the bytes in one piece
-    drip,   // the bytes one by one, with `time` after each
-    pause,  // for `time`
-    hold,   // until `release` is called; without it, for good
-    close,  // the connection
-    reset,  // the connection, so that the client's next read fails
+    send,    // the bytes in one piece
+    drip,    // the bytes one by one, with `time` after each
+    pause,   // for `time`
+    hold,    // until `release` is called; without it, for good
+    follow,  // what `make` returns, now and after each `notify`, at least `time` apart, until the client leaves
+    count,   // sends nothing; `counted` counts connections on which this happened
+    close,   // the connection
+    reset,   // the connection, so that the client's next read fails
   } kind;
   std::string bytes{};
   std::chrono::milliseconds time{};
-  std::function<std::string()> make{};  // for `send`: called when it is due, for what goes out after the bytes
+  // For `send` and `follow`: called when it is due, for what is sent after the bytes.
+  std::function<std::string()> make{};
 };
 
 // The bytes of an HTTP answer.
@@ -42,9 +45,12 @@ class Server {
   void start(Handler handler, std::vector<Step> greeting = {});
   // Ends every `hold`, those to come as well.
   void release();
+  // Makes every `follow` send what is new.
+  void notify();
 
   int port() const;
   std::size_t connections() const;  // accepted since the start
+  std::size_t counted() const;      // of these, how many had a `count`
   // Whether the server has closed that many connections; waits for it, at most ten seconds.
   bool awaitClosed(std::size_t count) const;
 

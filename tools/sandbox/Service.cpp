@@ -8,7 +8,8 @@
 #include <ctime>
 #include <random>
 #include <regex>
-#include <span>
+
+#include "Judging.hpp"
 
 namespace HalvernApi::Testing {
 namespace {
@@ -20,31 +21,7 @@ constexpr std::size_t maxSignIns = 32;
 
 constexpr const char* mediaType = "application/json";
 
-// The service's own numbers for the reasons of a refusal.
-enum ErrorCode { notAuthorized = 1, notFound, methodNotAllowed, notJson, invalidFields, wrongCredentials, taken };
-
-Answer ok(const json::value& body) { return {.body = json::serialize(body)}; }
-
-Answer refusal(int status, ErrorCode code, std::string_view message, const std::vector<std::string>& errors = {}) {
-  json::value list;
-  if (!errors.empty()) list = json::array(errors.begin(), errors.end());
-  return {.status = status,
-          .body = json::serialize(
-              json::object{{"errorCode", code}, {"message", message}, {"validationErrors", std::move(list)}})};
-}
-
-Answer invalid(const std::vector<std::string>& errors) {
-  return refusal(400, invalidFields, "The request is not valid.", errors);
-}
-
 Answer wrongSignIn(std::string_view message) { return refusal(400, wrongCredentials, message); }
-
-std::string randomToken() {
-  std::random_device random;
-  char token[33];
-  (void)std::snprintf(token, sizeof token, "%08x%08x%08x%08x", random(), random(), random(), random());
-  return token;
-}
 
 std::string base64(const std::string& bytes) {
   std::vector<unsigned char> text(bytes.size() * 2 + 5);  // with a NUL behind
@@ -53,40 +30,7 @@ std::string base64(const std::string& bytes) {
   return {text.begin(), text.begin() + size};
 }
 
-std::string get(const json::object& body, std::string_view key) { return std::string(body.at(key).get_string()); }
-
 using Value = const json::value&;
-
-// A check of the value of a member, and what it expects in words that complete "must be".
-struct Kind {
-  std::string_view expectation;
-  bool (*holds)(Value);
-};
-
-constexpr Kind text{"a text", [](Value value) { return value.is_string(); }};
-
-struct Field {
-  std::string_view key;
-  Kind kind = text;
-};
-
-// What is wrong with an object that must have exactly these members, in sentences.
-std::vector<std::string> faults(const json::object& object, std::span<const Field> fields) {
-  std::vector<std::string> found;
-  for (const auto& [key, kind] : fields)
-    if (const json::value* const value = object.if_contains(key); value == nullptr || !kind.holds(*value))
-      found.push_back("The field " + std::string(key) + " must be " + std::string(kind.expectation) + '.');
-  for (const auto& member : object)
-    if (std::none_of(fields.begin(), fields.end(), [&](const Field& field) { return field.key == member.key(); }))
-      found.push_back("There must be no field " + std::string(member.key()) + '.');
-  return found;
-}
-
-bool isArrayOf(std::span<const Field> fields, Value value) {
-  return value.is_array() && std::all_of(value.get_array().begin(), value.get_array().end(), [&](Value element) {
-           return element.is_object() && faults(element.get_object(), fields).empty();
-         });
-}
 
 bool matches(Value value, const char* form) {
   return value.is_string() && value.get_string().size() < 256 &&
@@ -204,7 +148,8 @@ constexpr Field deviceFields[] = {{"appInstanceId"},
                                   {"orientation", orientation},
                                   {"tube"},
                                   {"serialNumber", optionalText}};
-Answer registerDevice(Service&, const json::object&, Account* account) {
+Answer registerDevice(Service&, const json::object& body, Account* account) {
+  account->lastDevices[body.at("orientation").get_string()] = body.at("productName");
   return ok({{"hearingAids", ++account->hearingAids}});
 }
 
@@ -224,7 +169,7 @@ Answer update(Service&, const json::object& body, Account* account) {
 // `handle` is called with a body that has the fields, and with the account where an access token is needed; null
 // otherwise.
 struct Endpoint {
-  std::string_view path;
+  std::string_view name, path;
   bool needsAccessToken;
   std::span<const Field> fields;  // none: there must be no body
   Answer (*handle)(Service&, const json::object& body, Account*);
@@ -232,29 +177,43 @@ struct Endpoint {
 
 // In the order of Operation. Constant data: it must be usable until the last static object is destroyed.
 constexpr Endpoint endpoints[] = {
-    {"/api/v1/account/login", false, loginFields, login},
-    {"/api/v1/account/re-login", false, reloginFields, relogin},
-    {"/api/v1/account/register", false, registerFields, register_},
-    {"/api/v1/account/authenticate-with-facebook", false, facebookFields, authenticate},
-    {"/api/v1/account/resend-confirmation-email", true, {}, resendValidationEmail},
-    {"/api/v1/account/forgot-password", false, resetFields, sendPasswordReset},
-    {"/api/v1/account/confirmed-email", true, {}, checkIfValidated},
-    {"/api/v1/account/register-hearing-aid", true, deviceFields, registerDevice},
-    {"/api/v1/account/personalize-hearing-aids", true, profileFields, profile},
-    {"/api/v1/account/age-and-sex", true, updateFields, update},
+    {"login", "/api/v1/account/login", false, loginFields, login},
+    {"relogin", "/api/v1/account/re-login", false, reloginFields, relogin},
+    {"register", "/api/v1/account/register", false, registerFields, register_},
+    {"authenticate", "/api/v1/account/authenticate-with-facebook", false, facebookFields, authenticate},
+    {"resendValidationEmail", "/api/v1/account/resend-confirmation-email", true, {}, resendValidationEmail},
+    {"sendPasswordReset", "/api/v1/account/forgot-password", false, resetFields, sendPasswordReset},
+    {"checkIfValidated", "/api/v1/account/confirmed-email", true, {}, checkIfValidated},
+    {"registerDevice", "/api/v1/account/register-hearing-aid", true, deviceFields, registerDevice},
+    {"profile", "/api/v1/account/personalize-hearing-aids", true, profileFields, profile},
+    {"update", "/api/v1/account/age-and-sex", true, updateFields, update},
 };
 
 const Endpoint& endpoint(Operation operation) { return endpoints[static_cast<std::size_t>(operation)]; }
+
+std::optional<Operation> operationWhere(std::string_view Endpoint::*column, std::string_view wanted) {
+  const auto* const found = std::ranges::find(endpoints, wanted, column);
+  if (found == std::end(endpoints)) return std::nullopt;
+  return static_cast<Operation>(found - endpoints);
+}
 
 }  // namespace
 
 std::string_view path(Operation operation) { return endpoint(operation).path; }
 
+std::string_view name(Operation operation) { return endpoint(operation).name; }
+
 std::optional<Operation> operationAt(std::string_view target) {
-  const std::string_view wanted = target.substr(0, target.find('?'));
-  for (int i = 0; i <= static_cast<int>(Operation::update); ++i)
-    if (path(static_cast<Operation>(i)) == wanted) return static_cast<Operation>(i);
-  return std::nullopt;
+  return operationWhere(&Endpoint::path, target.substr(0, target.find('?')));
+}
+
+std::optional<Operation> operationNamed(std::string_view name) { return operationWhere(&Endpoint::name, name); }
+
+std::string randomToken() {
+  std::random_device random;
+  char token[33];
+  (void)std::snprintf(token, sizeof token, "%08x%08x%08x%08x", random(), random(), random(), random());
+  return token;
 }
 
 Answer Service::answer(const SeenRequest& request) {
@@ -266,13 +225,9 @@ Answer Service::answer(const SeenRequest& request) {
       }
     return refusal(404, notFound, "There is nothing here.");
   }
-  if (request.method != "POST") {
-    Answer answer = refusal(405, methodNotAllowed, "Only POST is allowed here.");
-    answer.headers.emplace_back("Allow", "POST");
-    return answer;
-  }
+  if (request.method != "POST") return wrongMethod("POST");
   if (request.header("Api-Key") != apiKey) return refusal(401, notAuthorized, "The API key is missing or wrong.");
-  const auto& [path, needsAccessToken, fields, handle] = endpoint(*request.operation);
+  const auto& [name, path, needsAccessToken, fields, handle] = endpoint(*request.operation);
   const auto [account, last] = findSignIn(*this, [&](const SignIn& one) {
     return one.accessToken == request.header("Access-Token") && one.expiry > std::chrono::steady_clock::now();
   });
@@ -285,11 +240,7 @@ Answer Service::answer(const SeenRequest& request) {
   }
   if (request.header("Content-Type") != mediaType)
     return invalid({"The header Content-Type must be application/json."});
-  boost::system::error_code error;
-  const json::value body = json::parse(request.body, error);
-  if (error || !body.is_object()) return refusal(400, notJson, "The body is not a JSON object.");
-  const auto errors = faults(body.get_object(), fields);
-  return errors.empty() ? handle(*this, body.get_object(), account) : invalid(errors);
+  return judge(request.body, fields, [&](const json::object& body) { return handle(*this, body, account); });
 }
 
 Account* Service::find(const std::string& address) {

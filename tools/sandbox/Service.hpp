@@ -13,6 +13,13 @@ namespace HalvernApi::Testing {
 // Which endpoint the path of a request target is, if any.
 std::optional<Operation> operationAt(std::string_view target);
 
+// The names of the operations, as those of ApiService: "login", "register" and so on.
+std::string_view name(Operation operation);
+std::optional<Operation> operationNamed(std::string_view name);
+
+// 32 hexadecimal digits that nobody can guess.
+std::string randomToken();
+
 struct SignIn {
   std::string appInstanceId;
   std::string accessToken;
@@ -27,7 +34,12 @@ struct Account {
   std::string confirmationToken{};
   boost::json::value dateOfBirth{}, sex{};
   std::size_t hearingAids = 0;
-  std::deque<SignIn> signIns{};  // the latest
+  boost::json::object lastDevices{};  // for each ear, the product that was registered last
+  std::deque<SignIn> signIns{};       // the latest
+};
+
+struct Mail {
+  std::string email, text;
 };
 
 struct Service {
@@ -38,12 +50,13 @@ struct Service {
   void mailConfirmation(const Account& account);
   std::string link(const Account& account) const;
 
-  std::string apiKey;
-  std::chrono::milliseconds accessTokenLifetime;
+  std::string apiKey{};
+  std::chrono::milliseconds accessTokenLifetime{};
   std::string baseUrl{};
-  std::map<std::string, Account> accounts{};            // by e-mail address; never removed
-  std::map<std::string, std::string> facebookTokens{};  // to e-mail addresses
-  std::vector<std::pair<std::string, std::string>> outbox{};
+  std::map<std::string, Account> accounts{};  // by e-mail address; never removed
+  std::map<std::string, std::string> facebookTokens{
+      {"sandbox-facebook-token", "facebook.user@example.com"}};  // to e-mail addresses
+  std::vector<Mail> outbox{};
 };
 
 }  // namespace HalvernApi::Testing

@@ -10,6 +10,10 @@
 #include <utility>
 #include <vector>
 
+namespace HalvernApi {
+class Audiogram;
+}
+
 // For the tests of applications: the service in miniature, and a mock of its interface.
 namespace HalvernApi::Testing {
 
@@ -44,6 +48,7 @@ struct Script {
   bool drop = false;                   // closes the connection without an answer
   std::optional<Answer> answer{};      // sent whatever the request holds, which then has no effect
   std::size_t calls = 1;               // how many calls it is for
+  bool never = false;                  // keeps the connection open without an answer, until the client closes it
 };
 
 // A request as it arrived.
@@ -80,6 +85,11 @@ class Sandbox {
     // What the service mails to its users. Called on the sandbox's thread, before the answer goes out: it must not wait
     // for a call of the sandbox.
     std::function<void(const std::string& email, const std::string& text)> mail{};
+    // Whether there is a page for people at `baseUrl()`, with requests below /sandbox/ for scripts: see
+    // docs/sandbox.md. Then only the last 1,000 requests are kept, and 64 KiB of each body.
+    bool page = false;
+    // Draws audiograms for the page, as SVG. Called on the sandbox's thread: it must not call the sandbox.
+    std::function<std::string(const std::vector<Audiogram>& audiograms)> chart{};
   };
 
   // Serves 127.0.0.1 as soon as it is made. Throws std::runtime_error when the port is taken.
@@ -111,8 +121,12 @@ class Sandbox {
 
   // Scripts of one operation are used in the order in which they were given, each for its number of calls.
   void script(Operation operation, Script script);
+  // Replaces all scripts of one operation by this one; one with `calls` 0 only removes them.
+  void arm(Operation operation, Script script);
   // Forgets all scripts and all requests seen. Accounts and tokens stay.
   void reset();
+  // Forgets accounts, tokens and e-mails, too: the sandbox is as it was made.
+  void resetAll();
 
   // All requests, in the order of arrival. A request is here before it is answered.
   std::vector<SeenRequest> seen() const;
@@ -120,7 +134,8 @@ class Sandbox {
   std::vector<SeenRequest> seen(Operation operation) const;
   // Blocks until at least `count` requests of that operation have been seen; false on time-out.
   bool waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const;
-  // How many connections were opened since the start.
+  // How many connections were opened since the start. With a page, those on which a call or another request arrived
+  // that is not the page's.
   std::size_t connections() const;
 
  private:

@@ -1,0 +1,82 @@
+#include "SandboxCommand.hpp"
+
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <HalvernApi/Testing/Sandbox.hpp>
+#include <iostream>
+#include <memory>
+
+#include "Chart.hpp"
+#include "Terminal.hpp"
+
+using HalvernApi::Testing::Sandbox;
+
+namespace {
+
+#ifdef __APPLE__
+constexpr char opener[] = "open";
+#else
+constexpr char opener[] = "xdg-open";
+#endif
+
+// The program that opens it starts without the signal settings of this one.
+void openInBrowser(std::string url) {
+  sigset_t none, ignored;
+  sigemptyset(&none);
+  sigemptyset(&ignored);
+  sigaddset(&ignored, SIGPIPE);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &ignored);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  std::string name = opener;
+  char* const arguments[] = {name.data(), url.data(), nullptr};
+  pid_t child = 0;
+  const int failure = posix_spawnp(&child, opener, nullptr, &attributes, arguments, environ);
+  posix_spawnattr_destroy(&attributes);
+  if (failure != 0) say("the page cannot be opened: " + name + ": " + std::generic_category().message(failure));
+}
+
+void serve(Sandbox::Options options, bool opensPage) {
+  // Blocked before the sandbox makes its threads, so that they all leave the signals to sigwait.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  options.page = true;
+  options.chart = svgChart;
+  options.mail = [](const std::string& email, const std::string& text) {
+    std::cout << "E-mail to " + email + ": " + text + '\n' << std::flush;
+  };
+  const Sandbox sandbox(options);
+  const std::string page = sandbox.baseUrl() + '/';
+  std::cout << "Base URL:  " << sandbox.baseUrl() << "\nAPI key:   " << sandbox.apiKey() << "\nPage:      " << page
+            << "\nThe page shows calls and e-mails as they arrive, and makes calls fail. E-mails are also shown here:\n"
+            << "open the link in one (curl will do) to confirm the address.\n"
+            << "The Facebook token sandbox-facebook-token signs in. Ctrl-C ends.\n"
+            << std::flush;
+  if (opensPage) openInBrowser(page);
+  int signal = 0;
+  sigwait(&signals, &signal);
+}
+
+}  // namespace
+
+void addSandbox(CLI::App& app) {
+  const auto options = std::make_shared<Sandbox::Options>();
+  const auto opensPage = std::make_shared<bool>(false);
+  CLI::App* const command = app.add_subcommand("sandbox", "Plays the service on this machine until interrupted");
+  command->add_option("--port", options->port, "Where to listen; 0 takes a free port")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  command->add_option("--api-key", options->apiKey, "The key that calls must bring")->capture_default_str();
+  command->add_flag("--open", *opensPage, "Opens the sandbox's page in the browser");
+  command->footer("Example:\n  halvern sandbox --port 8080 --open");
+  command->callback([options, opensPage] { serve(*options, *opensPage); });
+}

@@ -1,0 +1,52 @@
+// What requests are judged with: tables of the fields that a JSON body must have, and the answers that refuse a
+// request. Free of state: any thread.
+#pragma once
+
+#include <boost/json.hpp>
+#include <span>
+
+#include "HalvernApi/Testing/Sandbox.hpp"
+
+namespace HalvernApi::Testing {
+
+// A check of the value of a member, and what it expects in words that complete "must be".
+struct Kind {
+  std::string_view expectation;
+  bool (*holds)(const boost::json::value&);
+};
+
+constexpr Kind text{"a text", [](const boost::json::value& value) { return value.is_string(); }};
+
+struct Field {
+  std::string_view key;
+  Kind kind = text;
+  bool isRequired = true;
+};
+
+// What is wrong with an object that must have these members and no others, in sentences.
+std::vector<std::string> faults(const boost::json::object& object, std::span<const Field> fields);
+
+bool isArrayOf(std::span<const Field> fields, const boost::json::value& value);
+
+// The text of a member that is known to be one.
+std::string get(const boost::json::object& body, std::string_view key);
+
+// The service's own numbers for the reasons of a refusal.
+enum ErrorCode { notAuthorized = 1, notFound, methodNotAllowed, notJson, invalidFields, wrongCredentials, taken };
+
+Answer ok(const boost::json::value& body);
+Answer refusal(int status, ErrorCode code, std::string_view message, const std::vector<std::string>& errors = {});
+Answer invalid(const std::vector<std::string>& errors);
+Answer wrongMethod(const std::string& allowed);
+
+// Calls `handle` with the body if it is a JSON object that has the fields; refuses it otherwise.
+template <class Handle>
+Answer judge(const std::string& body, std::span<const Field> fields, Handle handle) {
+  boost::system::error_code error;
+  const boost::json::value parsed = boost::json::parse(body, error);
+  if (error || !parsed.is_object()) return refusal(400, notJson, "The body is not a JSON object.");
+  const auto errors = faults(parsed.get_object(), fields);
+  return errors.empty() ? handle(parsed.get_object()) : invalid(errors);
+}
+
+}  // namespace HalvernApi::Testing

@@ -1,0 +1,275 @@
+#include "Page.hpp"
+
+#include <utf8.h>
+
+#include <HalvernApi/Audiogram.hpp>
+#include <HalvernApi/Platform/Statham/JsonCodec.hpp>
+#include <boost/algorithm/string.hpp>
+
+#include "Judging.hpp"
+
+namespace HalvernApi::Testing {
+
+extern const std::string_view pageHtml;  // the file Page.html
+
+namespace {
+
+namespace json = boost::json;
+
+constexpr std::size_t maxAccountsShown = 200;
+
+// What is not UTF-8 is replaced, because JSON cannot carry it.
+json::string utf8Of(const std::string& bytes) {
+  json::string valid;
+  utf8::replace_invalid(bytes.begin(), bytes.end(), std::back_inserter(valid));
+  return valid;
+}
+
+json::object jsonOf(const Answer& answer) {
+  json::array headers{{"Content-Type", utf8Of(answer.contentType)}};
+  for (const auto& [name, value] : answer.headers) headers.push_back({utf8Of(name), utf8Of(value)});
+  return {{"status", answer.status}, {"headers", headers}, {"body", utf8Of(answer.body)}};
+}
+
+json::object jsonOf(Operation operation, const Script& script) {
+  return {{"operation", name(operation)},
+          {"calls", script.calls == Script::always ? json::value("all") : json::value(script.calls)},
+          {"delay", script.delay.count()},
+          {"drop", script.drop},
+          {"never", script.never},
+          {"answer", script.answer ? json::value(jsonOf(*script.answer)) : nullptr}};
+}
+
+json::object jsonOf(const Account& account) {
+  return {{"email", account.email}, {"isEmailConfirmed", account.confirmed}, {"dateOfBirth", account.dateOfBirth},
+          {"sex", account.sex},     {"hearingAids", account.hearingAids},    {"lastHearingAids", account.lastDevices}};
+}
+
+json::object summaryOf(const Call& call) {
+  constexpr const char* outcomes[] = {"waiting", "answered", "closed", "abandoned"};
+  const auto time = call.time.time_since_epoch();
+  const auto& operation = call.request.operation;
+  return {{"number", call.number},
+          {"time", std::chrono::duration_cast<std::chrono::milliseconds>(time).count()},
+          {"operation", operation ? json::value(name(*operation)) : nullptr},
+          {"method", utf8Of(call.request.method)},
+          {"target", utf8Of(call.request.target)},
+          {"outcome", outcomes[call.outcome]},
+          {"status", call.outcome == Call::answered ? json::value(call.answer.status) : nullptr},
+          {"milliseconds", call.outcome == Call::waiting ? nullptr : json::value(call.duration.count())}};
+}
+
+json::value chartOf(const std::string& body, const Chart& chart) {
+  boost::system::error_code error;
+  const json::value parsed = json::parse(body, error);
+  const json::value* const aids = parsed.is_object() ? parsed.get_object().if_contains("aids") : nullptr;
+  if (!chart || aids == nullptr) return nullptr;
+  const auto audiograms = Statham::JsonCodec<std::vector<Audiogram>>::decodeJson(*aids);
+  return audiograms ? json::value(utf8Of(chart(*audiograms))) : nullptr;
+}
+
+json::object detailsOf(const Call& call, const Chart& chart) {
+  json::object details = summaryOf(call);
+  json::array& headers = details["headers"].emplace_array();
+  for (const auto& [name, value] : call.request.headers) headers.push_back({utf8Of(name), utf8Of(value)});
+  details["body"] = utf8Of(call.request.body);
+  details["bodySize"] = call.bodySize;
+  if (call.outcome == Call::answered) {
+    details["answer"] = jsonOf(call.answer);
+    details["answerSize"] = call.answerSize;
+  }
+  if (call.request.operation == Operation::profile) details["chart"] = chartOf(call.request.body, chart);
+  return details;
+}
+
+json::object changesSince(const State& state, std::size_t version) {
+  json::array calls, scripts, accounts, mails;
+  for (const Call& call : state.calls)
+    if (call.version > version) calls.push_back(summaryOf(call));
+  for (const auto& [operation, queue] : state.scripts)
+    for (const Script& script : queue)
+      if (script.calls > 0) scripts.push_back(jsonOf(operation, script));
+  for (const auto& [email, account] : state.service.accounts)
+    if (accounts.size() < maxAccountsShown) accounts.push_back(jsonOf(account));
+  for (const Mail& mail : state.mails) mails.push_back({{"email", mail.email}, {"text", mail.text}});
+  return {{"oldestCall", state.calls.empty() ? state.nextNumber : state.calls.front().number},
+          {"calls", std::move(calls)},
+          {"scripts", std::move(scripts)},
+          {"accounts", std::move(accounts)},
+          {"accountCount", state.service.accounts.size()},
+          {"mails", std::move(mails)}};
+}
+
+using Value = const json::value&;
+
+bool isFrom(std::int64_t least, std::int64_t most, Value value) {
+  return value.is_int64() && value.get_int64() >= least && value.get_int64() <= most;
+}
+
+constexpr Kind flag{"true or false", [](Value value) { return value.is_bool(); }};
+constexpr Kind operationName{"the name of an operation",
+                             [](Value value) { return value.is_string() && operationNamed(value.get_string()); }};
+constexpr Kind callCount{"an integer from 0 to 1000000, or \"all\"",
+                         [](Value value) { return value == json::value("all") || isFrom(0, 1'000'000, value); }};
+constexpr Kind milliseconds{"an integer from 0 to 86400000", [](Value value) { return isFrom(0, 86'400'000, value); }};
+constexpr Kind statusCode{"an integer from 200 to 599", [](Value value) { return isFrom(200, 599, value); }};
+constexpr Kind texts{"an array of texts", [](Value value) {
+                       return value.is_array() &&
+                              std::ranges::all_of(value.get_array(), [](Value one) { return one.is_string(); });
+                     }};
+constexpr Kind headerValue{"a text without control characters", [](Value value) {
+                             return value.is_string() && std::ranges::none_of(value.get_string(), [](char one) {
+                                      return static_cast<unsigned char>(one) < ' ';
+                                    });
+                           }};
+
+constexpr Field scriptFields[] = {{"operation", operationName},   {"calls", callCount, false},
+                                  {"delay", milliseconds, false}, {"never", flag, false},
+                                  {"drop", flag, false},          {"status", statusCode, false},
+                                  {"message", text, false},       {"validationErrors", texts, false},
+                                  {"body", text, false},          {"contentType", headerValue, false}};
+
+std::optional<Answer> scriptedAnswer(const json::object& body) {
+  const auto given = [&](const char* key) { return body.if_contains(key); };
+  const auto* const errors = given("validationErrors");
+  const auto* const message = given("message");
+  if (!given("status") && !message && !errors && !given("body") && !given("contentType")) return std::nullopt;
+  Answer answer{.status = errors != nullptr ? 400 : 200};
+  if (const auto* const status = given("status")) answer.status = static_cast<int>(status->get_int64());
+  if (given("contentType")) answer.contentType = get(body, "contentType");
+  if (given("body")) {
+    answer.body = get(body, "body");
+  } else if (message != nullptr || errors != nullptr || answer.status >= 400) {
+    std::vector<std::string> list;
+    if (errors != nullptr) list = json::value_to<std::vector<std::string>>(*errors);
+    const ErrorCode code = answer.status == 401 ? notAuthorized : invalidFields;
+    answer.body =
+        refusal(answer.status, code, message ? get(body, "message") : "This is a scripted failure.", list).body;
+  }
+  return answer;
+}
+
+// What is wrong, in words for the user; empty if nothing is.
+std::string arm(State& state, const json::object& body) {
+  Script script;
+  if (const auto* const calls = body.if_contains("calls"))
+    script.calls = calls->is_string() ? Script::always : static_cast<std::size_t>(calls->get_int64());
+  if (const auto* const delay = body.if_contains("delay")) script.delay = std::chrono::milliseconds(delay->get_int64());
+  const auto isSet = [&](const char* key) { return body.contains(key) && body.at(key).get_bool(); };
+  script.never = isSet("never");
+  script.drop = isSet("drop");
+  script.answer = scriptedAnswer(body);
+  state.arm(*operationNamed(get(body, "operation")), std::move(script));
+  return {};
+}
+
+constexpr Field accountFields[] = {{"email"}, {"password"}};
+std::string addAccount(State& state, const json::object& body) {
+  state.addAccount(get(body, "email"), get(body, "password"));
+  return {};
+}
+
+constexpr Field confirmFields[] = {{"email"}};
+std::string confirm(State& state, const json::object& body) {
+  return state.confirm(get(body, "email")) ? "" : "There is no account for this e-mail address.";
+}
+
+std::string expire(State& state, const json::object&) {
+  state.expireAccessTokens();
+  return {};
+}
+
+std::string reset(State& state, const json::object&) {
+  state.resetAll();
+  return {};
+}
+
+// The changes: each is a POST with a JSON body that has the fields.
+constexpr struct Change {
+  std::string_view path;
+  std::span<const Field> fields;
+  std::string (*apply)(State&, const json::object& body);
+} changes[] = {
+    {"/sandbox/script", scriptFields, arm},
+    {"/sandbox/account", accountFields, addAccount},
+    {"/sandbox/confirm", confirmFields, confirm},
+    {"/sandbox/expire-access-tokens", {}, expire},
+    {"/sandbox/reset", {}, reset},
+};
+
+Answer html() {
+  const std::string nonce = randomToken();
+  return {.body = boost::replace_all_copy(std::string(pageHtml), "NONCE", nonce),
+          .contentType = "text/html; charset=utf-8",
+          .headers = {{"Content-Security-Policy",
+                       "default-src 'none'; script-src 'nonce-" + nonce + "'; style-src 'nonce-" + nonce +
+                           "'; connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; "
+                           "frame-ancestors 'none'; require-trusted-types-for 'script'"}}};
+}
+
+// The calls of an operation, newest first, or the call of that number.
+Answer callsAt(const State& state, const std::string& which, const Chart& chart) {
+  const auto operation = operationNamed(which);
+  if (which.empty() || operation) {
+    json::array found;
+    for (auto call = state.calls.rbegin(); call != state.calls.rend(); ++call)
+      if (which.empty() || call->request.operation == operation) found.push_back(detailsOf(*call, chart));
+    return ok(found);
+  }
+  const Call* const call = state.find(std::strtoul(which.c_str(), nullptr, 10));
+  return call != nullptr ? ok(detailsOf(*call, chart))
+                         : refusal(404, notFound, "This call is not known, or no longer.");
+}
+
+Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
+  const std::string path = request.target.substr(0, request.target.find('?'));
+  for (const auto& [changePath, fields, apply] : changes) {
+    if (path != changePath) continue;
+    if (request.method != "POST") return wrongMethod("POST");
+    return judge(request.body.empty() ? "{}" : request.body, fields, [&, apply = apply](const json::object& body) {
+      const std::string fault = apply(state, body);
+      return fault.empty() ? ok(changesSince(state, state.version)) : invalid({fault});
+    });
+  }
+  if (request.method != "GET") return wrongMethod("GET");
+  if (path == "/") return html();
+  if (path == "/sandbox/state") return ok(changesSince(state, 0));
+  if (path == "/sandbox/events") return {.contentType = eventStream};
+  if (path == "/sandbox/calls") return callsAt(state, "", chart);
+  if (constexpr std::string_view prefix = "/sandbox/calls/"; path.starts_with(prefix) && path != prefix)
+    return callsAt(state, path.substr(prefix.size()), chart);
+  return refusal(404, notFound, "There is nothing here.");
+}
+
+// Against other sites in the same browser: they send their own Origin, or their own name as the Host.
+bool isFromHere(const SeenRequest& request) {
+  const std::string host = request.header("Host").value_or("");
+  const std::string name = host.substr(0, host.find(':'));
+  const auto origin = request.header("Origin");
+  return (name == "127.0.0.1" || boost::iequals(name, "localhost")) && (!origin || *origin == "http://" + host);
+}
+
+}  // namespace
+
+bool isForPage(std::string_view target) {
+  return target.substr(0, target.find('?')) == "/" || target.starts_with("/sandbox/");
+}
+
+Answer answerPage(State& state, const SeenRequest& request, const Chart& chart) {
+  Answer answer = isFromHere(request) ? answerOwn(state, request, chart)
+                                      : refusal(403, notAuthorized, "This page is for this machine only.");
+  for (const auto& [name, value] : {std::pair("Cache-Control", "no-store"),
+                                    {"X-Content-Type-Options", "nosniff"},
+                                    {"Cross-Origin-Resource-Policy", "same-origin"}})
+    answer.headers.emplace_back(name, value);
+  return answer;
+}
+
+std::string eventSince(const State& state, std::size_t& version) {
+  if (version == state.version) return {};
+  std::string event = "data: " + json::serialize(changesSince(state, version)) + "\n\n";
+  version = state.version;
+  return event;
+}
+
+}  // namespace HalvernApi::Testing

@@ -1,0 +1,120 @@
+#include "State.hpp"
+
+namespace HalvernApi::Testing {
+namespace {
+
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+
+// Shortens names and values from the point where they come to more than `State::maxText` bytes.
+void shorten(std::vector<std::pair<std::string, std::string>>& headers) {
+  std::size_t left = State::maxText;
+  for (auto& [name, value] : headers)
+    for (std::string* const part : {&name, &value}) {
+      part->resize(std::min(part->size(), left));
+      left -= part->size();
+    }
+}
+
+Script take(std::deque<Script>& queue) {
+  while (!queue.empty() && queue.front().calls == 0) queue.pop_front();
+  if (queue.empty()) return {};
+  const Script script = queue.front();
+  if (script.calls != Script::always && --queue.front().calls == 0) queue.pop_front();
+  return script;
+}
+
+}  // namespace
+
+Script State::add(const SeenRequest& request, std::size_t& number) {
+  number = nextNumber++;
+  calls.push_back({number, system_clock::now(), steady_clock::now(), request, request.body.size(), ++version});
+  if (hasPage) {
+    SeenRequest& kept = calls.back().request;
+    kept.body.resize(std::min(kept.body.size(), maxText));
+    kept.target.resize(std::min(kept.target.size(), maxText));
+    shorten(kept.headers);
+    if (calls.size() > maxCalls) calls.pop_front();
+  }
+  if (!request.operation) return {};
+  ++seen[*request.operation];
+  const auto found = scripts.find(*request.operation);
+  return found != scripts.end() ? take(found->second) : Script();
+}
+
+Answer State::answer(const SeenRequest& request, std::vector<Mail>& sent) {
+  ++version;
+  Answer answer = service.answer(request);
+  sent = std::exchange(service.outbox, {});
+  if (!hasPage) return answer;
+  mails.insert(mails.end(), sent.begin(), sent.end());
+  while (mails.size() > maxMails) mails.pop_front();
+  return answer;
+}
+
+void State::end(std::size_t number, Call::Outcome outcome, const Answer& answer) {
+  if (!hasPage || find(number) == nullptr) return;
+  Call& call = calls[number - calls.front().number];
+  call.version = ++version;
+  call.outcome = outcome;
+  call.duration = steady_clock::now() - call.start;
+  call.answer = answer;
+  call.answerSize = answer.body.size();
+  call.answer.body.resize(std::min(call.answerSize, maxText));
+}
+
+const Call* State::find(std::size_t number) const {
+  if (calls.empty() || number < calls.front().number || number >= nextNumber) return nullptr;
+  return &calls[number - calls.front().number];
+}
+
+std::vector<SeenRequest> State::requests(const std::function<bool(const SeenRequest&)>& isWanted) const {
+  std::vector<SeenRequest> found;
+  for (const Call& call : calls)
+    if (isWanted(call.request)) found.push_back(call.request);
+  return found;
+}
+
+void State::addAccount(const std::string& email, const std::string& password) {
+  ++version;
+  service.make(email, password, true);
+}
+
+void State::addScript(Operation operation, Script script) {
+  ++version;
+  scripts[operation].push_back(std::move(script));
+}
+
+void State::arm(Operation operation, Script script) {
+  ++version;
+  scripts.erase(operation);
+  if (script.calls > 0) scripts[operation].push_back(std::move(script));
+}
+
+bool State::confirm(const std::string& email) {
+  ++version;
+  Account* const account = service.find(email);
+  return account != nullptr && (account->confirmed = true);
+}
+
+void State::expireAccessTokens() {
+  ++version;
+  for (auto& [email, account] : service.accounts)
+    for (SignIn& one : account.signIns) one.expiry = {};
+}
+
+void State::reset() {
+  ++version;
+  scripts.clear();
+  calls.clear();
+  seen.clear();
+}
+
+void State::resetAll() {
+  reset();
+  mails.clear();
+  service.accounts.clear();
+  service.facebookTokens = Service().facebookTokens;
+}
+
+}  // namespace HalvernApi::Testing
