@@ -81,8 +81,7 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
   if (!error) error = loadingFault(exchange->request()->url);
   if (!error) error = proxyFault_;
   if (!error) error = send({Command::Kind::start, exchange});
-  // Nobody can have attached anything yet.
-  if (error) exchange->answer_->settleQuietly(DefaultDataResponse{{}, {}, std::move(error)});
+  if (error) exchange->answer_->settle(DefaultDataResponse{{}, {}, std::move(error)});
   return exchange;
 }
 
@@ -246,7 +245,7 @@ void Transport::finish(Exchange& exchange, DefaultDataResponse answer) {
   const std::shared_ptr<Exchange> finished = std::move(exchange.self);
   exchange.unlink();
   if (exchange.transfer) recycle(std::move(exchange.transfer));
-  if (exchange.answer_->settleQuietly(std::move(answer))) finished_.push(exchange.answer_);
+  if (exchange.answer_->settleWithoutPosting(std::move(answer))) finished_.push(exchange.answer_);
 }
 
 void Transport::handOver() {

@@ -43,7 +43,7 @@ struct CompletionQueue::State {
     Task::Pointer task = next.pop();
     if (!task) task = running.pop();
     if (!task) return false;
-    if (!task->run(true)) keepUntilTheEnd(std::move(task));
+    if (!task->run()) keepUntilTheEnd(std::move(task));
     return true;
   }
 
@@ -129,7 +129,7 @@ void CompletionQueue::post(TaskList tasks) {
     if (hasThread()) {
       unhandled.swap(state_->unhandled);
       for (const Task::Pointer& task : unhandled)
-        if (task->isDue()) state_->incoming.push(task);
+        if (task->claimPosting()) state_->incoming.push(task);
       state_->incoming.append(std::move(tasks));
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
@@ -165,7 +165,7 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   if (pending != nullptr) return pending->append(std::move(tasks));
   pending = &tasks;
   while (Task::Pointer task = tasks.pop()) {
-    if (task->run(false)) continue;
+    if (task->runWithoutHandlers()) continue;
     if (ProcessExit::begun()) {
       keepUntilTheEnd(std::move(task));
     } else {

@@ -14,11 +14,14 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   using Pointer = boost::intrusive_ptr<Task>;
 
   virtual ~Task();
-  // Without `handlers` it does only what settles promises, and none of the application's handlers runs. False when
-  // handlers are left to be run by a later call.
-  virtual bool run(bool handlers) noexcept = 0;
-  // Whether it has something to run and does not stand in a queue; it is to be put into one then.
-  virtual bool isDue() = 0;
+  // Runs everything. False if handlers are left because the process began to exit.
+  [[nodiscard]] virtual bool run() noexcept = 0;
+  // Runs only what settles promises, and none of the application's handlers. False if handlers are left, which a later
+  // `run` calls.
+  [[nodiscard]] virtual bool runWithoutHandlers() noexcept = 0;
+  // True if there is something to run and the task is in no queue. The caller must then put it into one; until it has
+  // run, the function returns false.
+  [[nodiscard]] virtual bool claimPosting() = 0;
 
   Pointer next;  // for the list that the task stands in
 };

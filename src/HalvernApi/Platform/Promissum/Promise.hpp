@@ -27,10 +27,10 @@ class PromiseState final : public PromiseCore {
 
   // Nothing happens when it was settled before. The caller holds a reference.
   void settle(Result result) {
-    if (settleQuietly(std::move(result))) postCallbacks();
+    if (settleWithoutPosting(std::move(result))) post();
   }
-  // Leaves it to the caller to run the callbacks, by posting this as a task; true when there are any.
-  bool settleQuietly(Result result) {
+  // True if there are callbacks: the caller must then put this into its queue, as a task.
+  [[nodiscard]] bool settleWithoutPosting(Result result) {
     if (!claim()) return false;
     result_.emplace(std::move(result));
     return publish();

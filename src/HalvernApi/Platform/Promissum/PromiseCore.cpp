@@ -34,34 +34,40 @@ void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
     : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
 
-// A callback may own the next promise of a long chain, whose callbacks then go here rather than in deeper recursion.
+// A callback may own the next promise of a long chain, whose callbacks are then destroyed here and not in a deeper
+// recursion.
 PromiseCore::~PromiseCore() {
-  thread_local Callbacks* going = nullptr;
-  if (going != nullptr) {
-    going->append(std::move(callbacks_));
+  thread_local Callbacks* destroying = nullptr;
+  if (destroying != nullptr) {
+    destroying->append(std::move(callbacks_));
     return;
   }
-  going = &callbacks_;
+  destroying = &callbacks_;
   while (callbacks_.pop()) {
   }
-  going = nullptr;
+  destroying = nullptr;
+}
+
+bool PromiseCore::claim() {
+  State expected = State::pending;
+  return state_.compare_exchange_strong(expected, State::claimed);
 }
 
 bool PromiseCore::publish() {
-  bool due = false;
+  bool posted = false;
   std::vector<Queue> waiting;
   {
     const std::lock_guard lock(mutex_);
-    settled_ = true;
-    due = posted_ = !callbacks_.empty();
+    posted = !callbacks_.empty();
+    state_ = posted ? State::posted : State::settled;
     waiting.swap(waiting_);
   }
   settledChanged_.notify_all();
   for (const Queue& queue : waiting) queue->wake();
-  return due;
+  return posted;
 }
 
-void PromiseCore::postCallbacks() {
+void PromiseCore::post() {
   if (CompletionQueue::current() == queue_.get())
     queue_->postNext(this);
   else
@@ -72,25 +78,41 @@ void PromiseCore::attach(std::unique_ptr<Callback> callback) {
   {
     const std::lock_guard lock(mutex_);
     callbacks_.push(std::move(callback));
-    if (!settled_) return;
+    if (state_ != State::settled) return;
+    state_ = State::posted;
   }
-  if (isDue()) queue_->post(Foundation::TaskList(this));
+  queue_->post(Foundation::TaskList(this));
 }
 
-// No lock is held while a callback runs or goes: what it holds may be the application's.
-bool PromiseCore::run(bool handlers) noexcept {
+bool PromiseCore::claimPosting() {
+  const std::lock_guard lock(mutex_);
+  if (callbacks_.empty() || state_ != State::settled) return false;
+  state_ = State::posted;
+  return true;
+}
+
+bool PromiseCore::run() noexcept {
+  return runCallbacks([](Kind kind) { return kind == Kind::continuation || !ProcessExit::begun(); });
+}
+
+bool PromiseCore::runWithoutHandlers() noexcept {
+  return runCallbacks([](Kind kind) { return kind == Kind::continuation; });
+}
+
+// No lock is held while a callback runs or is destroyed: what it holds may be the application's.
+bool PromiseCore::runCallbacks(bool (*mayRun)(Kind)) noexcept {
   Callbacks left;
   for (;;) {
     std::unique_lock lock(mutex_);
     if (callbacks_.empty()) {
-      posted_ = false;
+      state_ = State::settled;
       callbacks_.append(std::move(left));
       return callbacks_.empty();
     }
     Callbacks callbacks(std::move(callbacks_));
     lock.unlock();
     while (auto callback = callbacks.pop()) {
-      if (callback->kind == Kind::continuation || (handlers && !ProcessExit::begun()))
+      if (mayRun(callback->kind))
         callback->run(*this);
       else
         left.push(std::move(callback));
@@ -98,25 +120,20 @@ bool PromiseCore::run(bool handlers) noexcept {
   }
 }
 
-bool PromiseCore::isDue() {
-  const std::lock_guard lock(mutex_);
-  return !callbacks_.empty() && !std::exchange(posted_, true);
-}
-
-bool PromiseCore::wait(std::chrono::milliseconds timeout) const {
+bool PromiseCore::wait(std::chrono::milliseconds timeout) {
   constexpr std::chrono::milliseconds zero{0}, century = std::chrono::hours(24 * 365 * 100);
   CompletionQueue::Deadline deadline;
   if (timeout < century) deadline = std::chrono::steady_clock::now() + std::max(timeout, zero);
   const auto done = [this] { return settled(); };
   std::unique_lock lock(mutex_);
-  if (settled_) return true;
+  if (settled()) return true;
   if (CompletionQueue* const current = CompletionQueue::current()) {
     const Queue queue = waiting_.emplace_back(current->shared_from_this());
     lock.unlock();
     queue->runUntil(done, deadline);
     lock.lock();
-    if (!settled_) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
-    return settled_;
+    if (!settled()) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
+    return settled();
   }
   if (deadline) return settledChanged_.wait_until(lock, *deadline, done);
   settledChanged_.wait(lock, done);
@@ -129,7 +146,7 @@ void PromiseCore::cancel() const {
 
 void PromiseCore::removeSource() {
   [[maybe_unused]] const int left = --sources_;
-  assert((left > 0 || claimed_) && "a PromiseSource was dropped before it settled its promise");
+  assert((left > 0 || state_ != State::pending) && "a PromiseSource was dropped before it settled its promise");
 }
 
 }  // namespace HalvernApi::Promissum

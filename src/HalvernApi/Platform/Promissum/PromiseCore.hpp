@@ -40,6 +40,19 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
   bool cancelled_ = false;           // under mutex_
 };
 
+// The states of a promise:
+//
+//               claim           publish
+//     pending ---------> claimed ---------> settled <-----------.
+//                           |                  |                |
+//                           |                  | claimPosting   | run: no callback is left,
+//                           |                  v                | or only handlers that may not run
+//                           '--------------> posted ------------'
+//                 publish, with callbacks
+//
+// A promise is posted from the moment at which somebody has to put it into its queue until the queue has run it. Only
+// the task of a posted promise runs callbacks, so they run one at a time and in order. Callbacks that are attached
+// before the promise settles, or while it is posted, are run by that task.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
@@ -62,23 +75,19 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   ~PromiseCore() override;
 
   const Queue& queue() const { return queue_; }
-  bool settled() const { return settled_; }
-
-  // Settling takes two steps: the first caller of `claim` stores the result, then publishes it, which wakes those who
-  // wait. True when there are callbacks, which the caller then has to run, by posting this as a task.
-  bool claim() { return !claimed_.exchange(true); }
-  bool publish();
-  // Has the callbacks run, as the next task when called inside a task of the promise's own queue.
-  void postCallbacks();
+  bool settled() const { return state_ >= State::settled; }
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);
-  bool run(bool handlers) noexcept override;
-  bool isDue() override;
+  // Has a posted promise run: as the next task when called inside a task of its own queue.
+  void post();
+  bool run() noexcept override;
+  bool runWithoutHandlers() noexcept override;
+  bool claimPosting() override;
 
   // Until settled; false when that takes longer than `timeout`, which is no limit from a century on. Inside a handler
   // it runs the other tasks of that handler's queue meanwhile.
-  bool wait(std::chrono::milliseconds timeout) const;
+  bool wait(std::chrono::milliseconds timeout);
 
   void cancel() const;
   const std::weak_ptr<Cancellable>& cancellable() const { return cancellable_; }
@@ -87,19 +96,26 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   void addSource() { ++sources_; }
   void removeSource();
 
+ protected:
+  // Settling takes two steps: the first caller of `claim` gets true and stores the result, then it calls `publish`,
+  // which wakes those who wait. `publish` returns whether the promise is posted now.
+  [[nodiscard]] bool claim();
+  [[nodiscard]] bool publish();
+
  private:
   using Callbacks = Foundation::Fifo<std::unique_ptr<Callback>>;
+  enum class State { pending, claimed, settled, posted };
+
+  bool runCallbacks(bool (*mayRun)(Kind)) noexcept;
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
-  mutable std::mutex mutex_;
-  mutable std::condition_variable settledChanged_;  // with mutex_
-  mutable std::vector<Queue> waiting_;  // under mutex_; one entry for each `wait` inside a task of the queue
-  Callbacks callbacks_;                 // under mutex_
-  bool posted_ = false;                 // under mutex_; this stands in a queue, or its callbacks are being run
+  std::mutex mutex_;
+  std::condition_variable settledChanged_;     // with mutex_
+  std::vector<Queue> waiting_;                 // under mutex_; one entry for each `wait` inside a task of the queue
+  Callbacks callbacks_;                        // under mutex_
+  std::atomic<State> state_ = State::pending;  // beyond `claimed` written under mutex_
   std::atomic<int> sources_ = 0;
-  std::atomic<bool> claimed_ = false;
-  std::atomic<bool> settled_ = false;  // written under mutex_
 };
 
 }  // namespace HalvernApi::Promissum
