@@ -9,19 +9,21 @@ namespace {
 
 using Statham::field;
 
-constexpr Statham::RecordCodec codec("AuthenticationResponse",  //
-                                     field("isSuccessful", &AuthenticationResponse::isSuccessful),
-                                     field("isEmailConfirmed", &AuthenticationResponse::isEmailConfirmed),
-                                     field("accessToken", &AuthenticationResponse::accessToken),
-                                     field("refreshToken", &AuthenticationResponse::refreshToken),
-                                     field("dateOfBirth", &AuthenticationResponse::dateOfBirth),
-                                     field("sex", &AuthenticationResponse::sex),
-                                     field("email", &AuthenticationResponse::email));
+constexpr Statham::RecordCodec authenticationCodec("AuthenticationResponse",  //
+                                                   field("isSuccessful", &AuthenticationResponse::isSuccessful),
+                                                   field("isEmailConfirmed", &AuthenticationResponse::isEmailConfirmed),
+                                                   field("accessToken", &AuthenticationResponse::accessToken),
+                                                   field("refreshToken", &AuthenticationResponse::refreshToken),
+                                                   field("dateOfBirth", &AuthenticationResponse::dateOfBirth),
+                                                   field("sex", &AuthenticationResponse::sex),
+                                                   field("email", &AuthenticationResponse::email));
 
 }  // namespace
 
-Decoded<AuthenticationResponse> AuthenticationResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
-JsonObject AuthenticationResponse::encodeJson() const { return codec.encode(*this); }
+Decoded<AuthenticationResponse> AuthenticationResponse::decodeJson(const JsonValue& json) {
+  return authenticationCodec.decode(json);
+}
+JsonObject AuthenticationResponse::encodeJson() const { return authenticationCodec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const AuthenticationResponse& response) {
   const auto word = [](bool flag) { return flag ? "true" : "false"; };

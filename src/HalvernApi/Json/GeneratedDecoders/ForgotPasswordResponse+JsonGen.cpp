@@ -6,13 +6,15 @@
 namespace HalvernApi {
 namespace {
 
-constexpr Statham::RecordCodec codec("ForgotPasswordResponse",
-                                     Statham::field("result", &ForgotPasswordResponse::result));
+constexpr Statham::RecordCodec forgotPasswordCodec("ForgotPasswordResponse",
+                                                   Statham::field("result", &ForgotPasswordResponse::result));
 
 }  // namespace
 
-Decoded<ForgotPasswordResponse> ForgotPasswordResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
-JsonObject ForgotPasswordResponse::encodeJson() const { return codec.encode(*this); }
+Decoded<ForgotPasswordResponse> ForgotPasswordResponse::decodeJson(const JsonValue& json) {
+  return forgotPasswordCodec.decode(json);
+}
+JsonObject ForgotPasswordResponse::encodeJson() const { return forgotPasswordCodec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ForgotPasswordResponse& response) {
   return out << "ForgotPasswordResponse(result: " << (response.result() ? "true)" : "false)");

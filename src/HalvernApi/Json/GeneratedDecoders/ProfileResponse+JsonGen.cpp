@@ -8,9 +8,9 @@ namespace {
 
 using Statham::field;
 
-constexpr Statham::RecordCodec codec("ConfigurationResponse",  //
-                                     field("leftConfiguration", &ConfigurationResponse::leftConfiguration),
-                                     field("rightConfiguration", &ConfigurationResponse::rightConfiguration));
+constexpr Statham::RecordCodec configCodec("ConfigurationResponse",  //
+                                           field("leftConfiguration", &ConfigurationResponse::leftConfiguration),
+                                           field("rightConfiguration", &ConfigurationResponse::rightConfiguration));
 
 void print(std::ostream& out, const std::optional<std::string>& text) {
   if (text)
@@ -21,8 +21,10 @@ void print(std::ostream& out, const std::optional<std::string>& text) {
 
 }  // namespace
 
-Decoded<ConfigurationResponse> ConfigurationResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
-JsonObject ConfigurationResponse::encodeJson() const { return codec.encode(*this); }
+Decoded<ConfigurationResponse> ConfigurationResponse::decodeJson(const JsonValue& json) {
+  return configCodec.decode(json);
+}
+JsonObject ConfigurationResponse::encodeJson() const { return configCodec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ConfigurationResponse& response) {
   print(out << "ConfigurationResponse(left: ", response.leftConfiguration());

@@ -6,13 +6,15 @@
 namespace HalvernApi {
 namespace {
 
-constexpr Statham::RecordCodec codec("ValidatedEmailResponse",
-                                     Statham::field("result", &ValidatedEmailResponse::result));
+constexpr Statham::RecordCodec validatedEmailCodec("ValidatedEmailResponse",
+                                                   Statham::field("result", &ValidatedEmailResponse::result));
 
 }  // namespace
 
-Decoded<ValidatedEmailResponse> ValidatedEmailResponse::decodeJson(const JsonValue& json) { return codec.decode(json); }
-JsonObject ValidatedEmailResponse::encodeJson() const { return codec.encode(*this); }
+Decoded<ValidatedEmailResponse> ValidatedEmailResponse::decodeJson(const JsonValue& json) {
+  return validatedEmailCodec.decode(json);
+}
+JsonObject ValidatedEmailResponse::encodeJson() const { return validatedEmailCodec.encode(*this); }
 
 std::ostream& operator<<(std::ostream& out, const ValidatedEmailResponse& response) {
   return out << "ValidatedEmailResponse(result: " << (response.result() ? "true)" : "false)");
