@@ -7,10 +7,11 @@
 #include <HalvernApi/HalvernApi.hpp>
 #include <boost/algorithm/string.hpp>
 #include <boost/json.hpp>
-#include <fstream>
 #include <iostream>
 
+#include "AudiogramFile.hpp"
 #include "Chart.hpp"
+#include "Files.hpp"
 #include "Terminal.hpp"
 
 using namespace HalvernApi;
@@ -19,8 +20,8 @@ namespace {
 
 // The values of all options, with the defaults of those that are not given.
 struct Values {
-  std::string baseUrl, apiKey, caFile;
-  double timeout = 60;
+  std::string baseUrl, apiKey, caFile, proxy;
+  double timeout = 60, maxTime = 7 * 24 * 60 * 60;
   bool json = false, verbose = false, noColor = false, check = false;
   std::string email, password, confirmPassword, refreshToken, facebookToken, accessToken;
   std::string appInstanceId = "halvern", appInstanceName = "halvern on the command line";
@@ -29,8 +30,12 @@ struct Values {
   DeviceOrientation orientation = DeviceOrientation::left;
   Date birthdate{std::chrono::sys_seconds()};
   Sex sex = Sex::unknown;
+  std::string audiogramFile;
   std::vector<Audiogram> audiograms;
   std::string chart, leftOut, rightOut;
+  OutputFiles configurations;
+
+  bool printsAnswer() const { return chart != "-" && leftOut != "-" && rightOut != "-"; }
 };
 
 template <class... T>
@@ -39,48 +44,53 @@ using Variable = MemberOf<std::string, std::optional<std::string>, double, bool,
                           std::vector<Audiogram>>;
 
 struct Option {
-  enum class Kind { required, optional, secret };
+  enum class Kind { required, optional, secret, output };
   using enum Kind;
   Variable variable;
   Kind kind;
   std::string name;
+  std::string value;  // what to write after the name: a form, texts to choose from, or FILE
   std::string help;
-  std::string sample{};    // for the example in the help
-  CLI::Validator check{};  // accepts everything where none is named
+  std::string sample{};          // for the example in the help
+  bool isInEnvironment = false;  // as every secret is
 };
 using enum Option::Kind;
 
-CLI::Validator oneOf(const std::vector<std::string>& texts) { return CLI::IsMember(texts, CLI::ignore_case); }
-
 const std::vector<Option> allOptions{
-    {&Values::baseUrl, required, "base-url", "Where the service is; no slash at the end", "https://service.example"},
-    {&Values::apiKey, secret, "api-key", "The application's key", "api-key.txt"},
-    {&Values::caFile, optional, "ca-file", "PEM file of authorities to trust, not the system's", "", CLI::ExistingFile},
-    {&Values::timeout, optional, "timeout", "Seconds of silence at most", "", CLI::Range(0.001, 1e6, "SECONDS")},
-    {&Values::json, optional, "json", "Prints one JSON value and nothing else: the record, or an object \"error\""},
-    {&Values::verbose, optional, "verbose", "Shows the library's log lines on standard error"},
-    {&Values::email, required, "email", "The account's e-mail address", "anna@example.com"},
-    {&Values::password, secret, "password", "The account's password", "password.txt"},
-    {&Values::confirmPassword, optional, "confirm-password", "The password once more; without it, the password"},
-    {&Values::refreshToken, secret, "refresh-token", "The refresh token of an earlier sign-in", "refresh-token.txt"},
-    {&Values::facebookToken, secret, "facebook-token", "The access token of Facebook's sign-in", "facebook-token.txt"},
-    {&Values::accessToken, secret, "access-token", "The access token of a sign-in", "access-token.txt"},
-    {&Values::appInstanceId, optional, "app-instance-id", "Identifies this installation"},
-    {&Values::appInstanceName, optional, "app-instance-name", "Names this installation"},
-    {&Values::productName, required, "product-name", "The hearing aid's model", "'Clarity 3'"},
-    {&Values::serialNumber, optional, "serial-number", "Its serial number", "12345678"},
-    {&Values::hardwareVersion, required, "hardware-version", "Its hardware version", "2.1"},
-    {&Values::firmwareVersion, required, "firmware-version", "Its firmware version", "4.0.7"},
-    {&Values::tube, required, "tube", "Its tube", "'Slim 0.9'"},
-    {&Values::orientation, required, "orientation", "The ear it sits on", "Left", oneOf({"Left", "Right"})},
-    {&Values::birthdate, required, "birthdate", "The user's date of birth", "1980-05-17"},
-    {&Values::sex, required, "sex", "The user's sex", "Female", oneOf({"Male", "Female", "NotKnown"})},
-    {&Values::audiograms, required, "audiogram", "JSON file of audiograms", "audiograms.json", CLI::ExistingFile},
-    {&Values::check, optional, "check", "Draws nothing: says every fault of the file, by its path"},
-    {&Values::chart, optional, "chart", "Draws the audiograms here, and as a picture in this file", "chart.svg"},
-    {&Values::noColor, optional, "no-color", "Draws without colour, as with the variable NO_COLOR"},
-    {&Values::leftOut, optional, "left-out", "Writes the left ear's configuration to this file", "left.bin"},
-    {&Values::rightOut, optional, "right-out", "Writes the right ear's configuration to this file", "right.bin"},
+    {&Values::baseUrl, required, "base-url", "URL", "Where the service is; no slash at the end",
+     "https://service.example", true},
+    {&Values::apiKey, secret, "api-key", "TEXT", "The application's key", "api-key.txt"},
+    {&Values::caFile, optional, "ca-file", "FILE", "Certificate authorities (PEM) to trust instead of the system's"},
+    {&Values::proxy, optional, "proxy", "URL", "The proxy to use. The variable http_proxy is not read", "", true},
+    {&Values::timeout, optional, "timeout", "SECONDS", "The longest silence"},
+    {&Values::maxTime, optional, "max-time", "SECONDS", "The longest time that the whole call may take"},
+    {&Values::json, optional, "json", "", "Prints one JSON value and nothing else: the record, or an object \"error\""},
+    {&Values::verbose, optional, "verbose", "", "Shows the library's log lines on standard error"},
+    {&Values::email, required, "email", "ADDRESS", "The account's e-mail address", "anna@example.com"},
+    {&Values::password, secret, "password", "TEXT", "The account's password", "password.txt"},
+    {&Values::confirmPassword, optional, "confirm-password", "TEXT",
+     "The password a second time; without it, the password"},
+    {&Values::refreshToken, secret, "refresh-token", "TEXT", "The refresh token of an earlier sign-in",
+     "refresh-token.txt"},
+    {&Values::facebookToken, secret, "facebook-token", "TEXT", "The access token of Facebook's sign-in",
+     "facebook-token.txt"},
+    {&Values::accessToken, secret, "access-token", "TEXT", "The access token of a sign-in", "access-token.txt"},
+    {&Values::appInstanceId, optional, "app-instance-id", "TEXT", "Identifies this installation"},
+    {&Values::appInstanceName, optional, "app-instance-name", "TEXT", "Names this installation"},
+    {&Values::productName, required, "product-name", "TEXT", "The hearing aid's model", "'Clarity 3'"},
+    {&Values::serialNumber, optional, "serial-number", "TEXT", "Its serial number", "12345678"},
+    {&Values::hardwareVersion, required, "hardware-version", "TEXT", "Its hardware version", "2.1"},
+    {&Values::firmwareVersion, required, "firmware-version", "TEXT", "Its firmware version", "4.0.7"},
+    {&Values::tube, required, "tube", "TEXT", "Its tube", "'Slim 0.9'"},
+    {&Values::orientation, required, "orientation", "Left|Right", "The ear that it is for", "Left"},
+    {&Values::birthdate, required, "birthdate", "YYYY-MM-DD", "The user's date of birth", "1980-05-17"},
+    {&Values::sex, required, "sex", "Male|Female|NotKnown", "The user's sex", "Female"},
+    {&Values::audiograms, required, "audiogram", "FILE", "JSON file of audiograms", "audiograms.json"},
+    {&Values::check, optional, "check", "", "Draws nothing: prints every fault of the file, by its path"},
+    {&Values::chart, output, "chart", "FILE", "Writes a picture of the audiograms (SVG) to this file", "chart.svg"},
+    {&Values::noColor, optional, "no-color", "", "Draws without colour, as with the variable NO_COLOR"},
+    {&Values::leftOut, output, "left-out", "FILE", "Writes the left ear's configuration to this file", "left.bin"},
+    {&Values::rightOut, output, "right-out", "FILE", "Writes the right ear's configuration to this file", "right.bin"},
 };
 
 const Option& optionOf(Variable variable) {
@@ -88,41 +98,14 @@ const Option& optionOf(Variable variable) {
                        [&](const Option& option) { return option.variable == variable; });
 }
 
-// What was given for an option, as JSON: the content of a file, midnight of a day, or the text itself.
-template <class T>
-JsonValue givenJson(const std::string& option, const std::string& given) {
-  if constexpr (std::is_same_v<T, Date>) return JsonValue(given + "T00:00:00");
-  if constexpr (!std::is_same_v<T, std::vector<Audiogram>>) return JsonValue(given);
-  std::ifstream stream(given);
-  const std::string text(std::istreambuf_iterator<char>(stream), {});
-  boost::json::parser parser;
-  boost::system::error_code error;
-  const auto parsed = static_cast<std::ptrdiff_t>(parser.write_some(text, error));
-  const auto rest = text.begin() + parsed;
-  if (!error && std::any_of(rest, text.end(), [](char letter) { return !std::isspace(letter); }))
-    error = boost::json::error::extra_data;
-  if (!error) return parser.release();
-  const auto line = 1 + std::count(text.begin(), rest, '\n');
-  throw CLI::ValidationError(option, "line " + std::to_string(line) + ": not JSON: " + error.message());
-}
-
-// Reads what was given for an option. Throws with a line for each fault in it.
+// Reads a day or a text of an enumeration.
 template <class T>
 bool read(const std::string& option, const std::string& given, T& value) {
-  const auto decoded = JsonCodec<T>::decodeJson(givenJson<T>(option, given));
-  if (!decoded) {
-    const std::string faults =
-        std::is_same_v<T, Date> ? "not a date such as 1980-05-17" : decoded.error().description();
-    throw CLI::ValidationError(option, boost::replace_all_copy(faults, "; ", "\n"));
-  }
+  constexpr bool isDay = std::is_same_v<T, Date>;
+  const auto decoded = JsonCodec<T>::decodeJson(JsonValue(isDay ? given + "T00:00:00" : given));
+  if (!decoded) throw Failure(status::wrongUsage, option + ": not a date such as 1980-05-17");
   value = *decoded;
   return true;
-}
-
-void write(const std::string& file, std::string_view bytes) {
-  std::ofstream stream(file, std::ios::binary);
-  stream << bytes << std::flush;
-  if (!stream) throw NotWritten("cannot write " + file + ": " + std::generic_category().message(errno));
 }
 
 void draw(const Values& values, int stream) {
@@ -130,9 +113,10 @@ void draw(const Values& values, int stream) {
   if (ioctl(stream, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size.ws_col = 80;
   const char* const noColor = std::getenv("NO_COLOR");
   const bool coloured = isatty(stream) != 0 && !values.noColor && (noColor == nullptr || *noColor == '\0');
-  (stream == STDOUT_FILENO ? std::cout : std::cerr)
-      << textChart(values.audiograms, size.ws_col, coloured) << std::flush;
-  if (!values.chart.empty()) write(values.chart, svgChart(values.audiograms));
+  if (stream == STDERR_FILENO || values.printsAnswer())
+    (stream == STDOUT_FILENO ? std::cout : std::cerr)
+        << textChart(values.audiograms, size.ws_col, coloured) << std::flush;
+  if (!values.chart.empty()) writeFile(values.chart, svgChart(values.audiograms));
 }
 
 // The names of failures in JSON output and their exit statuses, in the order of Error::Case.
@@ -176,27 +160,38 @@ bool isRefusal([[maybe_unused]] const T& answer) {
   return false;
 }
 
-void store(const char* ear, const std::optional<Data>& data, const std::string& file) {
-  say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration"));
-  if (data && !file.empty()) write(file, Foundation::textOf(*data));
+// Writes the configurations for which there is a file. False if the service has none for an ear that has a file.
+bool store(const ConfigurationResponse& answer, Values& values) {
+  const struct {
+    const char* ear;
+    std::optional<Data> data;
+    const std::string& file;
+  } ears[] = {{"left", answer.leftData(), values.leftOut}, {"right", answer.rightData(), values.rightOut}};
+  bool isComplete = true;
+  for (const auto& [ear, data, file] : ears) {
+    const std::string missing = file.empty() ? "" : "; " + file + " is not written";
+    say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration" + missing));
+    if (data && !file.empty()) values.configurations.write(file, Foundation::textOf(*data));
+    isComplete = isComplete && (data || file.empty());
+  }
+  values.configurations.replace();
+  return isComplete;
 }
 
 // Waits for the result of a call that was made while standard output was held.
 template <class T>
-int finish(const Promise<T, Error>& promise, const Values& values) {
+int finish(const Promise<T, Error>& promise, Values& values) {
   wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
   const auto result = promise.get();
   std::string body = releaseOutput();
   if (values.json) body = boost::json::serialize(result ? jsonOf(*result) : jsonOf(result.error())) + '\n';
-  std::cout << (isatty(STDOUT_FILENO) != 0 ? printable(body) : body) << std::flush;
+  if (values.printsAnswer()) std::cout << (isatty(STDOUT_FILENO) != 0 ? printable(body) : body) << std::flush;
   if (!result) {
     say(wordsOf(result.error()));
     return cases[result.error().code()].status;
   }
-  if constexpr (std::is_same_v<T, ConfigurationResponse>) {
-    store("left", result->leftData(), values.leftOut);
-    store("right", result->rightData(), values.rightOut);
-  }
+  if constexpr (std::is_same_v<T, ConfigurationResponse>)
+    if (!store(*result, values)) return status::noConfiguration;
   if (!isRefusal(*result)) return status::done;
   say("the service refused");
   return status::refused;
@@ -206,13 +201,13 @@ struct Call {
   const char* name;
   const char* help;
   std::vector<Variable> options;
-  std::function<int(ApiService&, const Values&)> run;
+  std::function<int(ApiService&, Values&)> run;
 };
 
 // An operation and the options that are its arguments.
 template <class Operation, class... T>
 Call call(const char* name, const char* help, Operation operation, T Values::*... arguments) {
-  return {name, help, {arguments...}, [=](ApiService& service, const Values& values) {
+  return {name, help, {arguments...}, [=](ApiService& service, Values& values) {
             return finish((service.*operation)(values.*arguments...), values);
           }};
 }
@@ -241,44 +236,91 @@ const std::vector<Call> calls{
          &Values::accessToken),
 };
 
+std::vector<std::string> choicesOf(const Option& option) {
+  std::vector<std::string> choices;
+  boost::split(choices, option.value, boost::is_any_of("|"));
+  return choices;
+}
+
+// The file of audiograms is an argument without a name, or an option. CLI11 can require one of the two only in a way
+// that its help does not show well, so `readAudiogramFile` does.
+CLI::Option* addFile(CLI::App& command, const Option& option, std::string& file) {
+  const std::string name = "--" + option.name;
+  command.add_option(name, file)->type_name(option.value)->group("");
+  return command.add_option("FILE", file, option.help + ", - for standard input; or " + name + " FILE");
+}
+
 void addOption(CLI::App& command, const Option& option, Values& values) {
   const std::string name = "--" + option.name;
   const auto add = [&]<class T>(T Values::*variable) -> CLI::Option* {
     T& value = values.*variable;
     if constexpr (std::is_same_v<T, bool>) {
       return command.add_flag(name, value, option.help);
-    } else if constexpr (std::is_same_v<T, double> || std::is_convertible_v<std::string, T>) {
+    } else if constexpr (std::is_same_v<T, std::vector<Audiogram>>) {
+      return addFile(command, option, values.audiogramFile);
+    } else if constexpr (std::is_same_v<T, double>) {
+      return command.add_option(name, value, option.help)
+          ->capture_default_str()
+          ->check(CLI::Range(0.001, 1e6).description(""));
+    } else if constexpr (std::is_convertible_v<std::string, T>) {
       return command.add_option(name, value, option.help)->capture_default_str();
     } else {
       const auto take = [name, &value](const CLI::results_t& texts) { return read(name, texts[0], value); };
-      return command.add_option(std::is_same_v<T, std::vector<Audiogram>> ? "FILE," + name : name, take, option.help);
+      return command.add_option(name, take, option.help);
     }
   };
-  CLI::Option* const added = std::visit(add, option.variable)->required(option.kind == required);
-  added->transform(option.check);
-  if (option.kind != secret) return;
-  added->envname(boost::to_upper_copy("HALVERN_" + boost::replace_all_copy(option.name, "-", "_")));
-  command.add_option(name + "-file", "The same, from the first line of a file, which goes before")
-      ->check(CLI::ExistingFile);
+  CLI::Option* const added = std::visit(add, option.variable);
+  added->required(option.kind == required && !added->get_positional());
+  if (!option.value.empty()) added->type_name(option.value);
+  if (const auto choices = choicesOf(option); choices.size() > 1)
+    added->transform(CLI::IsMember(choices, CLI::ignore_case).description(""));
+  if (option.kind == optional && option.value == "FILE") added->check(CLI::ExistingFile.description(""));
+  if (option.kind == secret || option.isInEnvironment)
+    added->envname(boost::to_upper_copy("HALVERN_" + boost::replace_all_copy(option.name, "-", "_")));
+  if (option.kind == secret)
+    command.add_option(name + "-file", "The same, from the first line of a file; - for standard input")
+        ->type_name("FILE");
 }
 
-// Reads a secret from its file, or asks for it at the terminal, where neither option nor environment has it.
+// Asks for a secret at the terminal; for a new password twice.
+std::string ask(const Option& option, const CLI::App& command) {
+  const auto typed = askSecret(option.name);
+  if (!typed) throw Failure(status::wrongUsage, "--" + option.name + ": the input ended");
+  const CLI::Option* const confirmation = command.get_option_no_throw("--confirm-" + option.name);
+  if (confirmation != nullptr && confirmation->count() == 0 && askSecret(option.name + " again") != typed)
+    throw Failure(status::wrongUsage, "the two passwords differ");
+  return *typed;
+}
+
+// Reads a secret from its file, or asks for it at the terminal if neither option nor environment has it.
 void complete(const Option& option, const CLI::App& command, Values& values) {
-  std::string& secretText = values.*std::get<std::string Values::*>(option.variable);
+  std::string& text = values.*std::get<std::string Values::*>(option.variable);
   const std::string name = "--" + option.name;
   if (const auto* const file = command.get_option(name + "-file"); file->count() > 0)
-    secretText = readSecret(file->as<std::string>());
-  else if (command.count(name) > 0)
-    return;
-  else if (isatty(STDIN_FILENO) == 0)
-    throw CLI::ValidationError(name, "is needed, or " + name + "-file, when standard input is not a terminal");
-  else if (const auto typed = askSecret(option.name))
-    secretText = *typed;
-  else
-    throw CLI::ValidationError(name, "is needed, and the input ended before it");
+    text = firstLine(readFile(file->as<std::string>()));
+  else if (command.count(name) == 0 && isatty(STDIN_FILENO) == 0)
+    throw Failure(status::wrongUsage,
+                  name + " or " + name + "-file is required, because standard input is not a terminal");
+  else if (command.count(name) == 0)
+    text = ask(option, command);
+  if (text.ends_with('\n')) text = firstLine(text);  // from the environment
+  if (text.empty()) throw Failure(status::wrongUsage, name + " is empty");
 }
 
-// Adds options, and an example of their use, to a subcommand, and has it call `run` with their values.
+// The files that the command line names, of which the values have one each.
+std::vector<FileUse> filesOf(const CLI::App& command) {
+  std::vector<FileUse> files;
+  for (const CLI::Option* const option : command.get_options()) {
+    if (option->get_type_name() != "FILE" || option->count() == 0) continue;
+    const std::string name = option->get_name();
+    const bool isOutput = std::any_of(allOptions.begin(), allOptions.end(),
+                                      [&](const Option& one) { return one.kind == output && "--" + one.name == name; });
+    files.push_back({name, option->as<std::string>(), isOutput});
+  }
+  return files;
+}
+
+// Adds options, and an example of their use, to a subcommand, which calls `run` with their values.
 template <class Run>
 void complement(CLI::App& command, const std::vector<Variable>& variables, Run run) {
   const auto values = std::make_shared<Values>();
@@ -286,35 +328,72 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
   for (const Variable variable : variables) {
     const Option& option = optionOf(variable);
     addOption(command, option, *values);
-    if (!option.sample.empty())
+    if (option.variable == Variable(&Values::audiograms))
+      example += ' ' + option.sample;
+    else if (!option.sample.empty())
       example += " --" + option.name + (option.kind == secret ? "-file " : " ") + option.sample;
   }
   command.footer(example + "\n\n" + status::help);
   command.final_callback([&command, variables, values, run] {
+    checkFiles(filesOf(command));
+    for (const std::string& file : {values->leftOut, values->rightOut}) values->configurations.expect(file);
+    const std::string extension = std::filesystem::path(values->chart).extension();
+    if (!extension.empty() && !boost::iequals(extension, ".svg"))
+      throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file's name has to end in .svg");
     for (const Variable variable : variables)
       if (optionOf(variable).kind == secret) complete(optionOf(variable), command, *values);
     run(*values);
   });
 }
 
+// Reads the file of audiograms. Returns its faults, one a line, or nothing.
+std::string readAudiogramFile(Values& values) {
+  if (values.audiogramFile.empty()) throw Failure(status::wrongUsage, "a FILE of audiograms is required");
+  auto audiograms = readAudiograms(readFile(values.audiogramFile));
+  if (!audiograms) return audiograms.error();
+  values.audiograms = *std::move(audiograms);
+  return {};
+}
+
+// As above, for subcommands that cannot go on with faults.
+void requireAudiograms(Values& values) {
+  const std::string faults = readAudiogramFile(values), file = values.audiogramFile + ": ";
+  if (!faults.empty()) throw Failure(status::wrongUsage, file + boost::replace_all_copy(faults, "\n", '\n' + file));
+}
+
 int run(const Call& call, Values& values) {
   if (values.verbose) Environment::log = [](const std::string& line) { say(line); };
   if (values.confirmPassword.empty()) values.confirmPassword = values.password;
+  if (call.options[0] == Variable(&Values::audiograms)) requireAudiograms(values);
   if (!values.chart.empty()) draw(values, STDERR_FILENO);
+  const auto milliseconds = [](double seconds) { return std::chrono::milliseconds(std::llround(seconds * 1000)); };
   URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(std::lround(values.timeout * 1000));
+  configuration.timeoutIntervalForRequest = milliseconds(values.timeout);
+  configuration.timeoutIntervalForResource = milliseconds(values.maxTime);
   if (!values.caFile.empty()) configuration.certificateAuthorityFile = values.caFile;
+  if (!values.proxy.empty()) configuration.proxyUrl = values.proxy;
   HttpApiService service(values.baseUrl, configuration, values.apiKey);
   holdOutput();
   return call.run(service, values);
+}
+
+int chart(Values& values) {
+  if (!values.check) {
+    requireAudiograms(values);
+    draw(values, STDOUT_FILENO);
+  } else if (const std::string faults = readAudiogramFile(values); !faults.empty()) {
+    std::cerr << printable(faults) << '\n';
+    return status::wrongUsage;
+  }
+  return status::done;
 }
 
 }  // namespace
 
 void addCalls(CLI::App& app, int& status) {
   for (const Call& call : calls) {
-    std::vector<Variable> options{&Values::baseUrl, &Values::apiKey,  &Values::caFile,
-                                  &Values::timeout, &Values::verbose, &Values::json};
+    std::vector<Variable> options{&Values::baseUrl, &Values::apiKey,  &Values::caFile,  &Values::proxy,
+                                  &Values::timeout, &Values::maxTime, &Values::verbose, &Values::json};
     options.insert(options.end(), call.options.begin(), call.options.end());
     if (call.options[0] == Variable(&Values::audiograms))
       options.insert(options.end(), {&Values::chart, &Values::noColor, &Values::leftOut, &Values::rightOut});
@@ -322,7 +401,6 @@ void addCalls(CLI::App& app, int& status) {
                [&call, &status](Values& values) { status = run(call, values); });
   }
   complement(*app.add_subcommand("chart", "Draws audiograms without sending them"),
-             {&Values::audiograms, &Values::check, &Values::chart, &Values::noColor}, [](const Values& values) {
-               if (!values.check) draw(values, STDOUT_FILENO);
-             });
+             {&Values::audiograms, &Values::check, &Values::chart, &Values::noColor},
+             [&status](Values& values) { status = chart(values); });
 }

@@ -47,7 +47,7 @@ constexpr struct Step {
     {"register-device --product-name 'Clarity 3' --hardware-version 2.1 --firmware-version 4.0.7 --tube 'Slim 0.9' "
      "--orientation Right",
      ""},
-    {"profile --audiogram /dev/stdin --chart /dev/null", "right ear: "},
+    {"profile - --chart /dev/null", "right ear: "},
     {"update --birthdate 1980-05-17 --sex female", ""},
     {"login --email anna@example.com", R"("dateOfBirth":"1980-05-17T00:00:00","sex":"Female")"},
     {"send-password-reset --email anna@example.com", "true"},

@@ -7,14 +7,16 @@
 
 namespace {
 
-// The parts of a file: {c} is a subcommand, {o} an option, {v} how a value is asked for, {h} what either is for.
+// The parts of a file: {c} is a subcommand, {o} an option with its dashes, {v} what it takes, {w} the texts to choose
+// from, {h} what the subcommand or the option is for, {e} an example.
 struct Form {
   std::string head;
   std::string name;  // for each subcommand
   std::string names;
   std::string command;  // for each subcommand, with its options and its end
   std::string option;
-  std::string value;  // {v} of an option that takes one
+  std::string file, choice, value;  // {v} of an option that takes a file, one of several texts, or something else
+  std::string argument;             // an argument without a name, which is a file
   std::string end;
   std::string tail;
   std::vector<std::pair<std::string, std::string>> escapes;  // in {h}
@@ -22,49 +24,108 @@ struct Form {
 
 const std::map<std::string, Form> forms{
     {"bash",
-     {"_halvern() {\n  local words='",
-      "{c} ",
-      "'\n  ((COMP_CWORD == 1)) || case ${COMP_WORDS[1]} in\n",
-      "    {c}) words='",
-      "--{o} ",
-      "",
-      "' ;;\n",
-      "  esac\n  COMPREPLY=($(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\"))\n}\n"
-      "complete -o default -F _halvern halvern\n",
-      {}}},
+     {.head = "_halvern() {\n  local words='",
+      .name = "{c} ",
+      .names = "help version' current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}\n"
+               "  ((COMP_CWORD == 1)) || case ${COMP_WORDS[1]} in\n",
+      .command = "    {c}) words='",
+      .option = "{o}{v} ",
+      .file = ":FILE",
+      .choice = ":{w}",
+      .value = ":",
+      .argument = "FILE ",
+      .end = "' ;;\n",
+      .tail = R"END(  esac
+  # The name of an option that takes something is followed by a colon, and by what that is if it can be completed.
+  case " $words" in
+    *" $previous:FILE "*) words=FILE ;;
+    *" $previous:"*) words=${words#*"$previous:"} words=${words%% *} words=${words//|/ } ;;
+    *) [[ $current != -* ]] || words=${words/ FILE / } ;;
+  esac
+  COMPREPLY=($(compgen -W "$(sed 's/:[^ ]*//g' <<<"$words")" -- "$current"))
+  [[ " $words " != *" FILE "* ]] || COMPREPLY=($(compgen -f -- "$current"))
+}
+complete -o filenames -F _halvern halvern
+)END",
+      .escapes = {}}},
     {"zsh",
-     {"#compdef halvern\nlocal -a commands=(\n",
-      "  '{c}:{h}'\n",
-      ")\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal command=$words[2]\nshift words\n"
-      "((--CURRENT))\ncase $command in\n",
-      "  {c}) _arguments",
-      " \\\n    '--{o}[{h}]{v}'",
-      ":value:_files",
-      " ;;\n",
-      "esac\n",
-      {{"'", "'\\''"}, {":", "\\:"}, {"[", "\\["}, {"]", "\\]"}}}},
+     {.head = "#compdef halvern\nlocal -a commands=(\n",
+      .name = "  '{c}:{h}'\n",
+      .names =
+          ")\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal command=$words[2]\nshift words\n"
+          "((--CURRENT))\ncase $command in\n",
+      .command = "  {c}) _arguments",
+      .option = " \\\n    '{o}[{h}]{v}'",
+      .file = ":file:_files",
+      .choice = ":value:({w})",
+      .value = ":value: ",
+      .argument = " \\\n    '1:file:_files'",
+      .end = " ;;\n",
+      .tail = "esac\n",
+      .escapes = {{"'", "'\\''"}, {":", "\\:"}, {"[", "\\["}, {"]", "\\]"}}}},
     {"fish",
-     {"",
-      "complete -c halvern -f -n __fish_use_subcommand -a {c} -d '{h}'\n",
-      "",
-      "",
-      "complete -c halvern -n '__fish_seen_subcommand_from {c}' -l {o}{v} -d '{h}'\n",
-      " -r",
-      "",
-      "",
-      {{"'", "\\'"}}}},
+     {.head = "complete -c halvern -f\n",
+      .name = "complete -c halvern -n __fish_use_subcommand -a {c} -d '{h}'\n",
+      .names = "",
+      .command = "",
+      .option = "complete -c halvern -n '__fish_seen_subcommand_from {c}' -l {o}{v} -d '{h}'\n",
+      .file = " -r -F",
+      .choice = " -x -a '{w}'",
+      .value = " -x",
+      .argument = "complete -c halvern -n '__fish_seen_subcommand_from {c}' -F\n",
+      .end = "",
+      .tail = "",
+      .escapes = {{"'", "\\'"}}}},
     {"man",
-     {".TH HALVERN 1 \"\" \"halvern " HALVERN_VERSION "\"\n.SH NAME\nhalvern \\- account and hearing-aid web service\n"
-      ".SH SYNOPSIS\n.nf\n",
-      "halvern {c} [OPTIONS]\n",
-      ".fi\n.SH SUBCOMMANDS\n",
-      ".SS {c}\n{h}.\n",
-      ".TP\n.B \\-\\-{o}{v}\n{h}.\n",
-      " VALUE",
-      "",
-      std::string(".SH EXIT STATUS\n.nf\n") + status::help + '\n',
-      {{"-", "\\-"}}}},
+     {.head = ".TH HALVERN 1 \"\" \"halvern " HALVERN_VERSION "\"\n.SH NAME\nhalvern \\- account and hearing-aid web "
+              "service\n.SH SYNOPSIS\n.nf\n",
+      .name = "halvern {c} [OPTIONS]\n",
+      .names = ".fi\n.SH SUBCOMMANDS\n",
+      .command = ".SS {c}\n{h}.\n",
+      .option = ".TP\n.B {o}{v}\n{h}.\n",
+      .file = " FILE",
+      .choice = " {w}",
+      .value = " {w}",
+      .argument = ".TP\n.B FILE\n{h}.\n",
+      .end = ".PP\nExample:\n.PP\n.nf\n{e}\n.fi\n",
+      .tail = std::string(R"(.SH ENVIRONMENT
+.TP
+.B HALVERN_...
+Options whose text names such a variable. An option has precedence. A line end is removed.
+.TP
+.B NO_COLOR
+Charts have no colour if it is not empty.
+.SH FILES
+Wherever a file is expected, but for \-\-ca\-file, \- is standard input or standard output. Of a secret's file the first
+line is used.
+With \-\-left\-out, \-\-right\-out or \-\-chart \-, the answer itself is not printed.
+.PP
+Files of configurations are replaced together when both are complete. If the call fails, they are removed; if the
+service has no configuration for an ear, so is its file: none is left from an earlier run.
+.SH EXIT STATUS
+.nf
+)") + status::help +
+              '\n',
+      .escapes = {{"-", "\\-"}}}},
 };
+
+// The texts to choose from, or what the option takes.
+std::string wordsOf(const CLI::Option& option, const std::string& between) {
+  const std::string type = option.get_type_name();
+  return boost::replace_all_copy(type.substr(0, type.find(':')), "|", between);  // a colon is before a range
+}
+
+const std::string& valueOf(const Form& form, const CLI::Option& option) {
+  static const std::string nothing;
+  const std::string type = option.get_type_name();
+  if (option.get_items_expected_max() == 0) return nothing;
+  return type == "FILE" ? form.file : boost::contains(type, "|") ? form.choice : form.value;
+}
+
+std::string exampleOf(const CLI::App& command) {
+  const std::string footer = command.get_footer(), start = "Example:\n";
+  return footer.substr(start.size(), footer.find("\n\n") - start.size());
+}
 
 }  // namespace
 
@@ -74,13 +135,14 @@ std::vector<const CLI::App*> subcommands(const CLI::App& app) {
 
 std::string generate(const CLI::App& app, const std::string& name) {
   const Form& form = forms.at(name);
-  const auto fill = [&](std::string part, const CLI::App& command, std::string help, const std::string& option = "",
-                        const std::string& value = "") {
-    for (const auto& [from, to] : form.escapes) boost::replace_all(help, from, to);
-    const std::pair<const char*, std::string> fields[] = {
-        {"{c}", command.get_name()}, {"{o}", option}, {"{v}", value}, {"{h}", help}};
-    for (const auto& [field, text] : fields) boost::replace_all(part, field, text);
-    return part;
+  const auto escaped = [&](std::string words) {
+    for (const auto& [from, to] : form.escapes) boost::replace_all(words, from, to);
+    return words;
+  };
+  const auto fill = [&](std::string part, const CLI::App& command, const std::string& help) {
+    boost::replace_all(part, "{c}", command.get_name());
+    boost::replace_all(part, "{e}", escaped(exampleOf(command)));
+    return boost::replace_all_copy(part, "{h}", escaped(help));
   };
   const auto commands = subcommands(app);
   std::string text = form.head;
@@ -92,10 +154,15 @@ std::string generate(const CLI::App& app, const std::string& name) {
       std::string help = option->get_description();
       if (name == "man" && !option->get_envname().empty()) help += "; or the variable " + option->get_envname();
       if (name == "man" && !option->get_default_str().empty()) help += " [" + option->get_default_str() + ']';
-      text += fill(form.option, *command, help, option->get_lnames()[0],
-                   option->get_items_expected_max() > 0 ? form.value : "");
+      if (name == "man" && help.empty()) continue;  // described with its alternative
+      std::string part = option->get_positional() ? form.argument : form.option;
+      const std::string dashes = name == "fish" ? "" : name == "man" ? "\\-\\-" : "--";
+      boost::replace_all(part, "{v}", valueOf(form, *option));
+      boost::replace_all(part, "{w}", wordsOf(*option, name == "bash" || name == "man" ? "|" : " "));
+      if (!option->get_positional()) boost::replace_all(part, "{o}", dashes + option->get_lnames()[0]);
+      text += fill(part, *command, help);
     }
-    text += form.end;
+    text += fill(form.end, *command, "");
   }
   return text + form.tail;
 }

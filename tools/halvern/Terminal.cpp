@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <boost/algorithm/string.hpp>
 #include <fstream>
 #include <iostream>
 #include <system_error>
@@ -34,7 +35,9 @@ std::string printable(std::string_view text) {
   return shown;
 }
 
-void say(const std::string& words) { std::cerr << lineStart() + "halvern: " + printable(words) + '\n'; }
+void say(const std::string& words) {
+  std::cerr << lineStart() + "halvern: " + boost::replace_all_copy(printable(words), "\n", "\nhalvern: ") + '\n';
+}
 
 void wait(const std::function<bool()>& isDone) {
   if (!isatty(STDERR_FILENO)) return;
@@ -58,14 +61,6 @@ std::string releaseOutput() {
   std::ifstream stream("/dev/fd/" + std::to_string(held), std::ios::binary);
   if (!stream) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
   return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-std::string readSecret(const std::string& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  if (line.ends_with('\r')) line.pop_back();
-  return line;
 }
 
 std::optional<std::string> askSecret(const std::string& name) {

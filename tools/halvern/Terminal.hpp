@@ -1,35 +1,45 @@
-// What the program has to do with its user: exit statuses, words on standard error, and secrets from files and from the
-// terminal, for what stands on the command line other users of the machine see. For one thread.
+// Exit statuses, messages on standard error, and questions at the terminal. For one thread.
 #pragma once
 
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace status {
-enum { done, refused, wrongUsage, notAuthorized, network, failed, notWritten };
+enum { done, refused, wrongUsage, notAuthorized, network, failed, notWritten, noConfiguration };
 constexpr char help[] =
     "Exit status:\n"
     "  0  done\n"
     "  1  the service refused\n"
-    "  2  used wrongly\n"
+    "  2  wrong usage: the command line, or a file that it names\n"
     "  3  not authorised: the API key or the access token is not accepted\n"
     "  4  the service was not reached, or the answer not received\n"
     "  5  an answer that is not understood, or any other failure\n"
-    "  6  output could not be written";
+    "  6  output could not be written\n"
+    "  7  the service has no configuration for an ear whose file was asked for";
 }  // namespace status
 
-// Output that could not be written.
-struct NotWritten : std::runtime_error {
-  using std::runtime_error::runtime_error;
+// Ends the program with this exit status. Each line of the words is a message.
+struct Failure : std::runtime_error {
+  Failure(int exitStatus, const std::string& words) : std::runtime_error(words), status(exitStatus) {}
+  int status;
 };
+
+// The parts in a row, as a stream writes them.
+template <class... Parts>
+std::string text(const Parts&... parts) {
+  std::ostringstream out;
+  (out << ... << parts);
+  return out.str();
+}
 
 // `text` with a `?` for every control character that a terminal would obey, all but line ends and tabulators.
 std::string printable(std::string_view text);
 
-// Words for people, on standard error, in a line of their own.
+// Prints each line of the words on standard error, after the program's name.
 void say(const std::string& words);
 
 // Calls `isDone`, which waits for up to a second itself, until it is true, and counts the seconds on the terminal. Does
@@ -40,9 +50,6 @@ void wait(const std::function<bool()>& isDone);
 // to the caller.
 void holdOutput();
 std::string releaseOutput();
-
-// The first line of a file.
-std::string readSecret(const std::string& file);
 
 // Asks on the terminal, without showing what is typed. Absent at its end. A signal that ends or stops the program does
 // so once the terminal shows again what is typed; the question comes anew when the program goes on.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <boost/algorithm/string.hpp>
 #include <iostream>
 #include <numeric>
 
@@ -14,28 +15,51 @@
 
 namespace {
 
-// The subcommand nearest to `word`: the one for which the fewest letters have to be added, dropped or changed.
-std::string nearest(const std::string& word, const CLI::App& app) {
-  std::pair<std::size_t, std::string> best{word.size() + 100, ""};
-  for (const CLI::App* const command : subcommands(app)) {
-    const std::string name = command->get_name();
-    std::vector<std::size_t> costs(name.size() + 1);
-    std::iota(costs.begin(), costs.end(), 0U);
-    for (const char letter : word) {
-      std::size_t diagonal = costs[0]++;
-      for (std::size_t i = 0; i < name.size(); ++i)
-        diagonal =
-            std::exchange(costs[i + 1], std::min({costs[i] + 1, costs[i + 1] + 1, diagonal + (name[i] != letter)}));
-    }
-    best = std::min(best, {costs.back(), name});
+// For how many letters of `word` something has to be added, dropped or changed to make `name` of it.
+std::size_t distance(const std::string& word, const std::string& name) {
+  std::vector<std::size_t> costs(name.size() + 1);
+  std::iota(costs.begin(), costs.end(), 0U);
+  for (const char letter : word) {
+    std::size_t diagonal = costs[0]++;
+    for (std::size_t i = 0; i < name.size(); ++i)
+      diagonal =
+          std::exchange(costs[i + 1], std::min({costs[i] + 1, costs[i + 1] + 1, diagonal + (name[i] != letter)}));
   }
-  return best.second;
+  return costs.back();
 }
+
+// Throws if there is no such subcommand, and names a similar one if there is one.
+void checkSubcommand(const std::string& word, const CLI::App& app) {
+  std::pair<std::size_t, std::string> best{(word.size() + 1) / 2, ""};
+  for (const CLI::App* const command : app.get_subcommands({})) {
+    if (command->get_name() == word) return;
+    best = std::min(best, {distance(boost::to_lower_copy(word), command->get_name()), command->get_name()});
+  }
+  throw Failure(status::wrongUsage,
+                "there is no subcommand " + word + (best.second.empty() ? "" : "; the nearest is " + best.second));
+}
+
+// The arguments, of which `help`, `help login` and `version` become options.
+std::vector<std::string> argumentsOf(int argc, char** argv) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  if (words.empty() || (words[0] != "help" && words[0] != "version")) return words;
+  words.push_back("--" + words[0]);
+  words.erase(words.begin());
+  return words;
+}
+
+// Shows an argument without a name as it is written.
+struct HelpFormatter : CLI::Formatter {
+  std::string make_option_opts(const CLI::Option* option) const override {
+    return option->get_positional() ? "" : CLI::Formatter::make_option_opts(option);
+  }
+};
 
 int run(int argc, char** argv) try {
   CLI::App app("Calls the account and hearing-aid web service, or plays it.", "halvern");
+  app.formatter(std::make_shared<HelpFormatter>());
   app.require_subcommand(1);
-  app.footer("Example:\n  halvern demo\n\n" + std::string(status::help));
+  app.footer("Example:\n  halvern demo\n  halvern help login\n\n" + std::string(status::help));
   app.set_version_flag("--version", "halvern " HALVERN_VERSION);
   int status = status::done;
 
@@ -49,20 +73,25 @@ int run(int argc, char** argv) try {
   CLI::App* const generator = app.add_subcommand("generate", "Prints a completion file, or the manual page")->group("");
   const auto write = [&](const std::string& form) { std::cout << generate(app, form); };
   generator->add_option_function<std::string>("FORM", write)->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
+  auto words = argumentsOf(argc, argv);
+  if (!words.empty() && !words[0].starts_with('-')) checkSubcommand(words[0], app);
   try {
-    app.parse(argc, argv);
+    std::reverse(words.begin(), words.end());  // as CLI11 wants them
+    app.parse(words);
+  } catch (const CLI::Success& success) {
+    app.exit(success);
   } catch (const CLI::ParseError& error) {
-    const auto words = app.remaining();
-    if (app.get_subcommands().empty() && !words.empty() && words[0][0] != '-') {
-      say("there is no subcommand " + words[0] + "; the nearest is " + nearest(words[0], app));
-      return status::wrongUsage;
-    }
-    return app.exit(error) == 0 ? status::done : status::wrongUsage;
+    const auto chosen = app.get_subcommands();
+    say(error.what() + std::string("; see halvern ") + (chosen.empty() ? "" : chosen[0]->get_name() + ' ') + "--help");
+    return status::wrongUsage;
   }
   return status;
+} catch (const Failure& failure) {
+  say(failure.what());
+  return failure.status;
 } catch (const std::exception& error) {
   say(error.what());
-  return dynamic_cast<const NotWritten*>(&error) != nullptr ? status::notWritten : status::failed;
+  return status::failed;
 }
 
 }  // namespace

@@ -1,0 +1,261 @@
+#include <algorithm>
+#include <boost/algorithm/string.hpp>
+#include <map>
+
+#include "Chart.hpp"
+#include "Curves.hpp"
+#include "Terminal.hpp"
+
+namespace {
+
+constexpr double octaveWidth = 85, decibelHeight = octaveWidth / decibelsPerOctave;
+constexpr double gridWidth = octaves * octaveWidth, gridHeight = (loudest - softest) * decibelHeight;
+constexpr double lineHeight = 24, smallLineHeight = 16;
+
+std::string escaped(const std::string& words) {
+  return boost::replace_all_copy(boost::replace_all_copy(words, "&", "&amp;"), "<", "&lt;");
+}
+
+// At most so wide, whatever the font, with 14 pixels a line.
+double widthOf(const std::string& words) {
+  double width = 0;
+  for (const char letter : words) {
+    const bool continues = (letter & 0xC0) == 0x80;  // a code point of UTF-8
+    const bool isWide =
+        static_cast<unsigned char>(letter) >= 0x80 || std::string_view("mwMW@%").find(letter) != std::string_view::npos;
+    width += continues ? 0 : isWide ? 15 : std::isupper(letter) != 0 ? 11.5 : 9;
+  }
+  return width;
+}
+
+// Words in lines that are not wider. A word is only broken if a line is too short for it.
+std::vector<std::string> wrapped(const std::string& text, double width) {
+  std::vector<std::string> lines(1), words;
+  boost::split(words, text, boost::is_any_of(" "));
+  for (const std::string& word : words) {
+    std::string& line = lines.back();
+    if (!line.empty() && widthOf(line + ' ' + word) > width)
+      lines.emplace_back();
+    else if (!line.empty())
+      line += ' ';
+    for (const char letter : word) {
+      const bool continues = (letter & 0xC0) == 0x80;
+      if (!continues && widthOf(lines.back() + letter) > width) lines.emplace_back();
+      lines.back() += letter;
+    }
+  }
+  return lines;
+}
+
+// The value of a point outside the scale, which stands outside the grid.
+struct Outside {
+  const char* colour;
+  Point point;
+  double place;  // pixels from the grid's upper or left end
+  int line = 0;  // above or below the grid: away from it
+  std::string words{};
+};
+
+// Places on one side so that no value hides another: along the left and right sides one below the other, above and
+// below in several lines.
+void spread(std::vector<Outside>& values) {
+  std::stable_sort(values.begin(), values.end(),
+                   [](const auto& left, const auto& right) { return left.place < right.place; });
+  std::map<int, double> ends;  // by line
+  for (Outside& value : values) {
+    if (value.point.across != 0) {
+      const auto [end, isFirst] = ends.emplace(0, value.place);
+      end->second = value.place = isFirst ? value.place : std::max(value.place, end->second + smallLineHeight);
+    } else {
+      const double half = widthOf(value.words) / 2 + 4;
+      while (ends.contains(value.line) && ends[value.line] > value.place - half) ++value.line;
+      ends[value.line] = value.place + half;
+    }
+  }
+}
+
+class Picture {
+ public:
+  explicit Picture(const std::vector<Curve>& curves);
+  std::string finish();
+
+ private:
+  enum Side { above, below, onLeft, onRight };
+
+  void line(double x1, double y1, double x2, double y2, const std::string& style);
+  void label(double x, double y, const std::string& style, const std::string& words);
+  void symbol(double x, double y, const Ear& ear);
+  void grid();
+  void lines();
+  void symbols();
+  void outside();
+  void legend();
+
+  const std::vector<Curve>& curves_;
+  std::map<Side, std::vector<Outside>> outside_;
+  double left_ = 90, top_ = 110, right_ = 0, bottom_ = 0, width_ = 0;
+  double y_ = 0;  // below what has been drawn
+  std::ostringstream svg_;
+};
+
+Picture::Picture(const std::vector<Curve>& curves) : curves_(curves) {
+  for (const Curve& curve : curves)
+    for (const Point& point : curve.points) {
+      if (!point.isOutside()) continue;
+      const Side side = point.across < 0 ? onLeft : point.across > 0 ? onRight : point.down < 0 ? above : below;
+      const double place = point.across != 0 ? point.y * decibelHeight : point.x * octaveWidth;
+      outside_[side].push_back(
+          {curve.ear.colour, point, place, 0, curve.ear.initial + curve.number + ": " + point.outside});
+    }
+  std::map<Side, double> room{{onRight, 60}};
+  for (auto& [side, values] : outside_) {
+    spread(values);
+    for (const Outside& value : values)
+      room[side] = std::max(room[side],
+                            value.point.across != 0 ? widthOf(value.words) + 30 : (value.line + 1) * smallLineHeight);
+  }
+  left_ += room[onLeft];
+  top_ += room[above];
+  right_ = left_ + gridWidth;
+  bottom_ = top_ + gridHeight;
+  width_ = right_ + room[onRight];
+  y_ = bottom_ + room[below];
+  grid();
+  lines();
+  symbols();
+  outside();
+  legend();
+}
+
+std::string Picture::finish() {
+  std::ostringstream head;
+  head << "<svg xmlns='http://www.w3.org/2000/svg' role='img' aria-labelledby='title desc' width='" << width_
+       << "' height='" << y_ << "' viewBox='0 0 " << width_ << ' ' << y_
+       << "' font-family='sans-serif' font-size='14' fill='#222'>\n<title id='title'>Audiogram</title>\n<desc "
+          "id='desc'>";
+  for (const Curve& curve : curves_) head << escaped(curve.words()) << ".\n";
+  head << "</desc>\n<style>.halo{paint-order:stroke;stroke:white;stroke-width:4px}</style>\n"
+       << "<rect width='100%' height='100%' fill='white'/>\n";
+  return head.str() + svg_.str() + "</svg>\n";
+}
+
+void Picture::line(double x1, double y1, double x2, double y2, const std::string& style) {
+  svg_ << "<path d='M" << x1 << ' ' << y1 << 'L' << x2 << ' ' << y2 << "' " << style << "/>\n";
+}
+
+void Picture::label(double x, double y, const std::string& style, const std::string& words) {
+  svg_ << "<text x='" << x << "' y='" << y << "' " << style << '>' << escaped(words) << "</text>\n";
+}
+
+void Picture::symbol(double x, double y, const Ear& ear) {
+  svg_ << "<g class='symbol' stroke='" << ear.colour << "' stroke-width='2.5' fill='none'>";
+  if (ear.symbol == 'O')
+    svg_ << "<circle cx='" << x << "' cy='" << y << "' r='7'/></g>\n";
+  else
+    svg_ << "<path d='M" << x << ' ' << y << "m-6 -6l12 12m0 -12l-12 12'/></g>\n";
+}
+
+void Picture::grid() {
+  const double middle = (left_ + right_) / 2, labels = 85;
+  label(middle, 30, "text-anchor='middle' font-size='20'", "Audiogram");
+  label(middle, 60, "text-anchor='middle'", "Frequency (Hz)");
+  label(0, 0, text("text-anchor='middle' transform='translate(24 ", (top_ + bottom_) / 2, ") rotate(-90)'"),
+        "Hearing level (dB HL)");
+  for (int octave = 0; octave <= octaves; ++octave) {
+    const double x = left_ + octave * octaveWidth, between = x + betweenOctaves * octaveWidth;
+    const int hertz = static_cast<int>(lowestHertz) << octave;
+    line(x, top_, x, bottom_, "stroke='#999'");
+    label(x, labels, "text-anchor='middle'", text(hertz));
+    if (octave < firstBetween || octave == octaves) continue;
+    line(between, top_, between, bottom_, "stroke='#bbb' stroke-dasharray='3 4'");
+    label(between, labels, "text-anchor='middle' font-size='11'", text(hertz * 3 / 2));
+  }
+  for (int level = softest; level <= loudest; level += 10) {
+    const double y = top_ + (level - softest) * decibelHeight;
+    line(left_, y, right_, y, level == 0 ? "stroke='#333' stroke-width='2'" : "stroke='#ccc'");
+    label(left_ - 25, y + 5, "text-anchor='end'", text(level));
+  }
+}
+
+void Picture::lines() {
+  for (const Curve& curve : curves_) {
+    svg_ << "<path class='curve' fill='none' stroke='" << curve.ear.colour << "' stroke-width='1.5' stroke-dasharray='"
+         << curve.ear.dashes << "' d='";
+    char step = 'M';
+    for (const Point& point : curve.points) {
+      if (!point.isOutside()) svg_ << step << left_ + point.x * octaveWidth << ' ' << top_ + point.y * decibelHeight;
+      step = point.isOutside() ? 'M' : 'L';
+    }
+    svg_ << "'/>\n";
+  }
+}
+
+// The symbols, and the curves' numbers below them: on the left for the right ear, as if looking at the patient, on the
+// right for the left ear. A number moves away from the symbol until it hides no other.
+void Picture::symbols() {
+  constexpr double digit = 8, height = 12;
+  std::vector<std::pair<double, double>> taken;  // the lower left corners of digits
+  for (const Curve& curve : curves_)
+    for (const Point& point : curve.points) {
+      if (point.isOutside()) continue;
+      const double x = left_ + point.x * octaveWidth, y = top_ + point.y * decibelHeight;
+      symbol(x, y, curve.ear);
+      const double size = digit * static_cast<double>(curve.number.size());
+      const bool goesLeft = curve.ear.initial == 'R';
+      double from = goesLeft ? x - 7 - size : x + 7;
+      const auto hides = [&](const auto& other) {
+        return std::abs(other.second - y) < height && other.first < from + size && other.first + digit > from;
+      };
+      while (std::any_of(taken.begin(), taken.end(), hides)) from += (goesLeft ? -1 : 1) * (digit + 1);
+      for (double at = from; at < from + size; at += digit) taken.emplace_back(at, y);
+      if (size > 0)
+        label(from, y + 15, text("class='halo' font-size='11' fill='", curve.ear.colour, '\''), curve.number);
+    }
+}
+
+// A bar at the edge of the grid, and the value beyond it.
+void Picture::outside() {
+  for (const auto& [side, values] : outside_)
+    for (const Outside& value : values) {
+      const std::string bar = text("stroke-width='4' stroke='", value.colour, '\'');
+      const auto [x, y] = std::pair(left_ + value.point.x * octaveWidth, top_ + value.point.y * decibelHeight);
+      const double away = 12 + value.line * smallLineHeight;
+      const auto put = [&](double toX, double toY, double labelX, double labelY, const char* anchor) {
+        line(x, y, toX, toY, bar);
+        label(labelX, labelY, text("class='halo' fill='", value.colour, "' text-anchor='", anchor, '\''), value.words);
+      };
+      if (side == onLeft) put(x - 14, y, left_ - 65, top_ + value.place + 5, "end");
+      if (side == onRight) put(x + 14, top_ + value.place, right_ + 20, top_ + value.place + 5, "start");
+      if (side == above) put(x, y - 8, x, y - away, "middle");
+      if (side == below) put(x, y + 8, x, y + away + 9, "middle");
+    }
+}
+
+void Picture::legend() {
+  y_ += 45;
+  const auto write = [&](double x, const std::string& style, const std::string& words) {
+    for (const std::string& part : wrapped(words, width_ - x - 10)) {
+      label(x, y_, style, part);
+      y_ += lineHeight;
+    }
+  };
+  const double start = 75;
+  for (const Curve& curve : curves_) {
+    symbol(start, y_ - 5, curve.ear);
+    label(start + 12, y_, text("font-size='11' fill='", curve.ear.colour, '\''), curve.number);
+    write(start + 35, "", curve.name);
+  }
+  write(start - 7, "", explanation);
+  for (const Curve& curve : curves_)
+    for (const Point& point : curve.points)
+      if (point.isOutside())
+        write(start - 7, text("fill='", curve.ear.colour, '\''),
+              text("Outside the scale: ", curve.name, ": ", point.words));
+}
+
+}  // namespace
+
+std::string svgChart(const std::vector<HalvernApi::Audiogram>& audiograms) {
+  const std::vector<Curve> curves = curvesOf(audiograms);
+  return Picture(curves).finish();
+}
