@@ -98,7 +98,7 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
                                 R"({"volume":2},{"frequency":1.5,"volume":"loud"}]})"),
             "Audiogram.orientation: not one of the texts of DeviceOrientation; Audiogram.tube: missing; "
             "Audiogram.values[1]: expected Object, found number; Audiogram.values[2].frequency: missing; "
-            "Audiogram.values[3].frequency: expected Int, found number; "
+            "Audiogram.values[3].frequency: expected Int, found number with a fraction; "
             "Audiogram.values[3].volume: expected Double, found string");
   EXPECT_EQ(faultsOf<ServerErrorResponse>(R"({"errorCode":1,"validationErrors":["x",null]})"),
             "ServerErrorResponse.validationErrors[1]: expected String, found null");

@@ -1,6 +1,7 @@
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
 #include <boost/json/value.hpp>
+#include <cmath>
 #include <ostream>
 
 namespace HalvernApi::Statham {
@@ -17,9 +18,13 @@ struct JsonDecodeError::Node {
 
 namespace {
 
-std::string_view nameOf(boost::json::kind kind) {
+std::string_view nameOf(const JsonValue& value, std::string_view expected) {
   constexpr std::string_view names[] = {"null", "boolean", "number", "number", "number", "string", "array", "object"};
-  return names[static_cast<std::size_t>(kind)];
+  if (expected == "Int" && value.is_number()) {
+    const bool hasFraction = value.is_double() && std::trunc(value.get_double()) != value.get_double();
+    return hasFraction ? "number with a fraction" : "number outside 64 bits";
+  }
+  return names[static_cast<std::size_t>(value.kind())];
 }
 
 }  // namespace
@@ -84,7 +89,7 @@ void JsonDecodeError::describe(const std::string& path, std::string& out) const 
   if (!out.empty()) out += "; ";
   if (!path.empty()) out += path + ": ";
   if (kind() == Case::wrongType)
-    (out += "expected " + type() + ", found ") += nameOf(node_->value.kind());
+    (out += "expected " + type() + ", found ") += nameOf(node_->value, type());
   else
     out += kind() == Case::missingKey ? "missing" : "not one of the texts of " + type();
 }
