@@ -39,8 +39,8 @@ class ExamplesTest : public testing::Test {
 
   // `meanwhile` is called with the program's process id.
   Outcome run(const std::string& program, const std::function<void(pid_t)>& meanwhile = {}) {
-    const std::string command =
-        "echo $$; exec '" + (programs / program).string() + "' " + server.baseUrl() + " ada@example.com 2>&1";
+    const std::string command = "echo $$; exec '" + (programs / program).string() + "' " + server.baseUrl() +
+                                " ada@example.com " + (program == "fitting" ? audiograms : "") + " 2>&1";
     std::FILE* const pipe = popen(command.c_str(), "r");
     pid_t process = 0;
     EXPECT_EQ(std::fscanf(pipe, "%d", &process), 1);
@@ -54,6 +54,7 @@ class ExamplesTest : public testing::Test {
     return outcome;
   }
 
+  std::string audiograms = EXAMPLES "/audiograms.json";
   const std::filesystem::path programs = std::filesystem::current_path();
   Sandbox server;
 };
@@ -97,6 +98,7 @@ TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
   };
   server.script(Operation::profile, {.answer = Answer{.body = R"({"leftConfiguration": "AP8=",
                                                                   "rightConfiguration": null})"}});
+  std::ofstream("right.bin") << "another patient's";
   const Outcome half = run("fitting");
   EXPECT_EQ(half.status, 1);
   EXPECT_THAT(half.output, AllOf(HasSubstr("left.bin: 2 bytes"), HasSubstr("no configuration for the right ear")));
@@ -110,6 +112,11 @@ TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
   EXPECT_THAT(both.output, HasSubstr("STATUS 200 Optional(" + server.baseUrl()));
   EXPECT_EQ(contents("left.bin"), "Left 500=10 1000=15 2000=23 4000=30");
   EXPECT_EQ(contents("right.bin"), "Right 500=10 1000=13 2000=18 4000=25");
+
+  audiograms = "/dev/null";
+  const Outcome none = run("fitting");
+  EXPECT_EQ(none.output, "/dev/null: not readable, or not JSON\n");
+  EXPECT_FALSE(std::filesystem::exists("left.bin"));
 }
 
 // GLib's and Qt's, where the build has found them.
@@ -138,9 +145,11 @@ TEST_F(ExamplesTest, TheScriptStoresBothEars) {
   EXPECT_EQ(fit("new@example.com"), 0) << "the account is there already";
   server.script(Operation::profile,
                 {.answer = Answer{.body = R"({"leftConfiguration": "AP8=", "rightConfiguration": null})"}});
-  EXPECT_EQ(fit("new@example.com"), 1);
+  EXPECT_EQ(fit("new@example.com"), 7);
+  EXPECT_FALSE(std::filesystem::exists("right.bin"));
   server.script(Operation::login, {.drop = true});
   EXPECT_EQ(fit("new@example.com"), 4);
+  EXPECT_FALSE(std::filesystem::exists("left.bin"));
 }
 #endif
 

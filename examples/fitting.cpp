@@ -1,15 +1,17 @@
-// Signs in, sends an audiogram of each ear, and writes the fitting configuration of each to left.bin and right.bin in
-// the working directory.
+// Signs in, sends the audiograms of a file, and writes the fitting configuration of each ear to left.bin and right.bin
+// in the working directory.
 //
-//   API_KEY=... PASSWORD=... [VERBOSE=1] fitting BASE-URL EMAIL
+//   API_KEY=... PASSWORD=... [VERBOSE=1] fitting BASE-URL EMAIL AUDIOGRAMS
 //
-// Exit status: 0 both files written, 1 not, 2 used wrongly.
+// Exit status: 0 both files written, 1 not, 2 wrong usage.
 #include <HalvernApi/HalvernApi.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <sstream>
 
 using namespace HalvernApi;
 
@@ -37,16 +39,44 @@ int fail(const char* step, const Error& error) {
   return 1;
 }
 
+// [read]
+// The audiograms in a file, or what is wrong with it.
+Expected<std::vector<Audiogram>, std::string> readAudiograms(const std::string& name) {
+  std::ostringstream text;
+  text << std::ifstream(name, std::ios::binary).rdbuf();
+  std::string fault = "not readable, or not JSON";
+  auto audiograms = decode<std::vector<Audiogram>>(dataOf(text.str()), [&](const JsonValue& json) {
+    auto decoded = JsonCodec<std::vector<Audiogram>>::decodeJson(json);
+    if (!decoded) fault = decoded.error().description();
+    return decoded;
+  });
+  if (!audiograms) return Unexpected<std::string>(name + ": " + fault);
+  return *std::move(audiograms);
+}
+// [read]
+
+// [save]
+// The files of an earlier run may be another patient's, so they are removed before the first call.
+void removeFiles() {
+  for (const char* const file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
+}
+
+// A file has its name only when it is complete.
 bool save(const std::string& ear, const std::optional<Data>& configuration) {
   if (!configuration) {
     std::cerr << "The service has no configuration for the " << ear << " ear.\n";
     return false;
   }
-  std::ofstream file(ear + ".bin", std::ios::binary);
-  file << Foundation::textOf(*configuration) << std::flush;
-  std::cerr << ear << ".bin: " << configuration->size() << " bytes\n";
-  return file.good();
+  const std::string name = ear + ".bin", temporary = name + ".part";
+  std::ofstream file(temporary, std::ios::binary);
+  file << textOf(*configuration);
+  file.close();
+  if (!file) return false;
+  std::filesystem::rename(temporary, name);
+  std::cerr << name << ": " << configuration->size() << " bytes\n";
+  return true;
 }
+// [save]
 
 // [fitting]
 Task fit(ApiService& service, std::string email, std::string password, std::vector<Audiogram> audiograms) {
@@ -66,16 +96,19 @@ Task fit(ApiService& service, std::string email, std::string password, std::vect
 int main(int argc, char** argv) {
   const char* const apiKey = std::getenv("API_KEY");
   const char* const password = std::getenv("PASSWORD");
-  if (argc != 3 || apiKey == nullptr || password == nullptr) {
-    std::cerr << "usage: API_KEY=... PASSWORD=... fitting BASE-URL EMAIL\n";
+  if (argc != 4 || apiKey == nullptr || password == nullptr) {
+    std::cerr << "usage: API_KEY=... PASSWORD=... fitting BASE-URL EMAIL AUDIOGRAMS\n";
     return 2;
   }
   // The library prints the body of every answer on standard output, tokens included. Nobody is to see them.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
 
-  const std::vector<Audiogram> audiograms{
-      {DeviceOrientation::left, "L-1001", "Slim 0.9", {{500, 20}, {1000, 30}, {2000, 45}, {4000, 60}}},
-      {DeviceOrientation::right, "R-1002", "Slim 0.9", {{500, 20}, {1000, 25}, {2000, 35.5}, {4000, 50}}}};
+  removeFiles();
+  const auto audiograms = readAudiograms(argv[3]);
+  if (!audiograms) {
+    std::cerr << audiograms.error() << '\n';
+    return 1;
+  }
   if (std::getenv("VERBOSE") != nullptr) {
     // [log]
     Environment::log = [](const std::string& line) { std::clog << line + '\n'; };
@@ -88,6 +121,6 @@ int main(int argc, char** argv) {
   HttpApiService service(argv[1], configuration, apiKey);
   // [configuration]
   // [wait]
-  return fit(service, argv[2], password, audiograms).status.get();
+  return fit(service, argv[2], password, *audiograms).status.get();
   // [wait]
 }

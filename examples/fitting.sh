@@ -1,5 +1,6 @@
 #!/bin/sh
-# Makes an account unless there is one, signs in, and stores the fitting of both ears in left.bin and right.bin.
+# Makes an account unless there is one, signs in, and stores the fitting of both ears in left.bin and right.bin. Both
+# exist afterwards only if the exit status is 0.
 #
 #   HALVERN_API_KEY=... HALVERN_PASSWORD=... fitting.sh BASE-URL EMAIL AUDIOGRAMS
 #
@@ -8,12 +9,12 @@
 # [fitting]
 set -eu
 umask 077
-call() { operation=$1; shift; halvern "$operation" --base-url "$url" --json "$@"; }
-url=$1 email=$2 audiograms=$3
-call register --email "$email" >account.json || [ $? -eq 1 ]  # 1: the service refuses, as the address is taken
-call login --email "$email" >account.json
+rm -f left.bin right.bin  # they may be another patient's
+export HALVERN_BASE_URL="$1"
+email=$2 audiograms=$3
+halvern register --json --email "$email" >account.json || [ $? -eq 1 ]  # 1: refused, because the address is taken
+halvern login --json --email "$email" >account.json
 HALVERN_ACCESS_TOKEN=$(jq -er .accessToken account.json)
 export HALVERN_ACCESS_TOKEN
-call profile "$audiograms" --left-out left.bin --right-out right.bin >fitting.json
-jq -e '.leftConfiguration and .rightConfiguration' fitting.json >ears.json  # 1: an ear has no configuration
+halvern profile --json "$audiograms" --left-out left.bin --right-out right.bin >fitting.json  # 7: not for both ears
 # [fitting]

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 namespace HalvernApi::Foundation {
 namespace {
@@ -19,6 +20,11 @@ constexpr auto sixBits = [] {
 }();
 
 }  // namespace
+
+Data dataOf(std::string_view text) {
+  const auto bytes = std::as_bytes(std::span(text));
+  return {bytes.begin(), bytes.end()};
+}
 
 bool isUtf8(std::string_view text) {
   // Whole words of ASCII first: that is what nearly every text consists of.

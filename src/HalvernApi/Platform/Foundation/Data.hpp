@@ -15,6 +15,9 @@ using Data = std::vector<std::byte>;
 // The bytes seen as text, without a copy; valid as long as `data` is unchanged.
 inline std::string_view textOf(const Data& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
 
+// A copy of the bytes of `text`.
+HALVERNAPI_EXPORT Data dataOf(std::string_view text);
+
 // Whether `text` is UTF-8 as RFC 3629 has it: no surrogates, nothing longer than it need be. Any thread.
 HALVERNAPI_EXPORT bool isUtf8(std::string_view text);
 
@@ -27,5 +30,7 @@ HALVERNAPI_EXPORT std::optional<Data> decodeBase64(std::string_view text);
 
 namespace HalvernApi {
 using Foundation::Data;
+using Foundation::dataOf;
 using Foundation::decodeBase64;
+using Foundation::textOf;
 }  // namespace HalvernApi
