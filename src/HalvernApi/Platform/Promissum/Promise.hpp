@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <coroutine>
 #include <functional>
 #include <optional>
@@ -16,6 +17,14 @@ using Foundation::Unexpected;
 
 template <class Value, class E>
 class Promise;
+
+// What a function for `map` returns.
+template <class T>
+concept NotVoid = !std::is_void_v<T>;
+
+// What a function for `flatMap` returns.
+template <class T, class E>
+concept PromiseThatFailsWith = std::same_as<T, Promise<typename T::ValueType, E>>;
 
 // \cond
 // The shared result behind promises of one type. For those who make promises; applications use PromiseSource.
@@ -101,13 +110,19 @@ class [[nodiscard]] Promise {
   }
 
   // A promise of `f(value)`; an error is passed on.
-  template <class F, class U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
+  template <class F, NotVoid U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
   Promise<U, E> map(F f) const {
     return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<U, E> {
       if (!result) return Unexpected<E>(result.error());
       return std::invoke(f, *result);
     });
   }
+
+  // \cond
+  template <class F>
+  requires std::is_void_v<std::invoke_result_t<F&, const Value&>>
+  void map(F f) const = delete;  // map takes a function that returns a value: use then
+  // \endcond
 
   // A promise of the same value, or of `f(error)`.
   template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
@@ -122,8 +137,8 @@ class [[nodiscard]] Promise {
   // pending.
   template <class F, class Next = std::invoke_result_t<F&, const Value&>>
   Next flatMap(F f) const {
-    static_assert(std::is_same_v<Next, Promise<typename Next::ValueType, E>>,
-                  "flatMap wants a function that returns a Promise with the same error type");
+    static_assert(PromiseThatFailsWith<Next, E>,
+                  "flatMap takes a function that returns a Promise with the same error type");
     const auto relay = std::make_shared<CancelRelay>();
     relay->follow(state_->cancellable());
     boost::intrusive_ptr<typename Next::State> next(new typename Next::State(state_->queue(), relay));
@@ -141,16 +156,20 @@ class [[nodiscard]] Promise {
   // Has `f(value)` run on success. Gives this promise back, for the next callback.
   template <class F>
   const Promise& then(F f) const {
+    static_assert(std::is_invocable_v<F&, const Value&>, "then takes a function of the promise's value");
     return handle([f = std::move(f)](const Result& result) mutable {
-      if (result) std::invoke(f, *result);
+      if constexpr (std::is_invocable_v<F&, const Value&>)
+        if (result) std::invoke(f, *result);
     });
   }
 
   // Has `f(error)` run on failure, cancellation included.
   template <class F>
   const Promise& trap(F f) const {
+    static_assert(std::is_invocable_v<F&, const E&>, "trap takes a function of the promise's error");
     return handle([f = std::move(f)](const Result& result) mutable {
-      if (!result) std::invoke(f, result.error());
+      if constexpr (std::is_invocable_v<F&, const E&>)
+        if (!result) std::invoke(f, result.error());
     });
   }
 
