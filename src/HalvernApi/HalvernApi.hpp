@@ -1,6 +1,10 @@
 // Everything that the library offers.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "HalvernApi takes C++20: compile with -std=c++20, or set CMAKE_CXX_STANDARD to 20"
+#else
+
 #include "HalvernApi/Alamofire+Extensions.hpp"
 #include "HalvernApi/ApiService.hpp"
 #include "HalvernApi/Environment.hpp"
@@ -9,3 +13,5 @@
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Statham/JsonDecoder.hpp"
 #include "HalvernApi/Request.hpp"
+
+#endif
