@@ -15,22 +15,22 @@ inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 // The numbers of NSURLErrorDomain that occur.
 enum NSURLError : int {
-  NSURLErrorUnknown = -1,
-  NSURLErrorCancelled = -999,
-  NSURLErrorBadURL = -1000,
-  NSURLErrorTimedOut = -1001,
-  NSURLErrorUnsupportedURL = -1002,
-  NSURLErrorCannotFindHost = -1003,
-  NSURLErrorCannotConnectToHost = -1004,
-  NSURLErrorNetworkConnectionLost = -1005,
-  NSURLErrorHTTPTooManyRedirects = -1007,
-  NSURLErrorBadServerResponse = -1011,
-  NSURLErrorCannotDecodeContentData = -1016,
-  NSURLErrorDataLengthExceedsMaximum = -1103,
-  NSURLErrorSecureConnectionFailed = -1200,
-  NSURLErrorServerCertificateHasBadDate = -1201,
-  NSURLErrorServerCertificateUntrusted = -1202,
-  NSURLErrorServerCertificateNotYetValid = -1204,
+  NSURLErrorUnknown = -1,                          // none of the following
+  NSURLErrorCancelled = -999,                      // cancelled, or the session was destroyed
+  NSURLErrorBadURL = -1000,                        // the URL, or the one of the proxy, cannot be used
+  NSURLErrorTimedOut = -1001,                      // a time limit of the configuration has run out
+  NSURLErrorUnsupportedURL = -1002,                // the URL's scheme is neither http nor https
+  NSURLErrorCannotFindHost = -1003,                // the name of the host is not known
+  NSURLErrorCannotConnectToHost = -1004,           // the host does not accept a connection
+  NSURLErrorNetworkConnectionLost = -1005,         // the connection ended before the answer was complete
+  NSURLErrorHTTPTooManyRedirects = -1007,          // redirected too often
+  NSURLErrorBadServerResponse = -1011,             // the answer is not HTTP, or its headers are too long
+  NSURLErrorCannotDecodeContentData = -1016,       // the body is not compressed as its header says
+  NSURLErrorDataLengthExceedsMaximum = -1103,      // larger than the configuration's maximum
+  NSURLErrorSecureConnectionFailed = -1200,        // no TLS connection for another reason than the following
+  NSURLErrorServerCertificateHasBadDate = -1201,   // the certificate has expired
+  NSURLErrorServerCertificateUntrusted = -1202,    // no trusted authority has signed it, or it is for another host
+  NSURLErrorServerCertificateNotYetValid = -1204,  // the certificate is not valid yet: is the device's clock right?
 };
 
 // The platform's error value: a domain, a number in it, and words for a developer. A plain value: any thread.
