@@ -36,7 +36,7 @@ Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMet
                           std::function<Expected<T, JsonDecodeError>(const JsonValue&)> decoder) {
   return Detail::startValidated(session, url, method, parameters, encoding, apiKey, accessToken)
       ->template decodedPromise<T>(std::move(decoder), [](Expected<T, ErrorResponse> decoded, const auto&) {
-        return std::move(decoded).map_error([](const ErrorResponse& error) { return Error(error); });
+        return std::move(decoded).map_error([](ErrorResponse&& error) { return Error(std::move(error)); });
       });
 }
 

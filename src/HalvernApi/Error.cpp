@@ -9,13 +9,15 @@ namespace HalvernApi {
 namespace {
 
 // The words of the service for a request that it rejected with 400.
-std::optional<std::string> rejectionMessage(const std::optional<Data>& data) {
+std::optional<std::string> rejectionMessage(const std::optional<Data>& data) try {
   if (!data) return std::nullopt;
   const auto body = decode<ServerErrorResponse>(*data, ServerErrorResponse::decodeJson);
   if (!body) return std::nullopt;
   // Only the first validation error is ever reported.
   if (const auto& errors = body->validationErrors(); errors && !errors->empty()) return errors->front();
   return body->message();
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 }  // namespace
@@ -26,10 +28,10 @@ Error Error::validationError(std::string message) { return Error(Case::validatio
 Error Error::unknownJsonData() { return Error(Case::unknownJsonData, {}); }
 Error Error::notAuthorized() { return Error(Case::notAuthorized, {}); }
 
-Error::Error(const ErrorResponse& errorResponse)
+Error::Error(ErrorResponse errorResponse)
     : Error(std::holds_alternative<JsonDecodeError>(errorResponse.error)
                 ? unknownJsonData()
-                : Error(std::get<NSError>(errorResponse.error), errorResponse.response, errorResponse.data)) {}
+                : Error(std::get<NSError>(std::move(errorResponse.error)), errorResponse.response, errorResponse.data)) {}
 
 Error::Error(NSError error, const std::optional<HTTPURLResponse>& response, const std::optional<Data>& data)
     : kind_(Case::unknownNSError) {

@@ -31,7 +31,7 @@ class HALVERNAPI_EXPORT Error {
   static Error notAuthorized();
 
   // What `request` makes of a call that failed: `unknownJsonData` of a JsonDecodeError, else as the other constructor.
-  explicit Error(const ErrorResponse& errorResponse);
+  explicit Error(ErrorResponse errorResponse);
   // By the first rule that applies: `network` for an error of NSURLErrorDomain or NSPOSIXErrorDomain, whatever the
   // status; `notAuthorized` for 401; `validationError` for 400 with a ServerErrorResponse that has a text, of which it
   // takes the first validation error or else the message; `unknownNSError` for anything else, no response included.

@@ -3,13 +3,19 @@
 #include <openssl/x509_vfy.h>
 
 #include <cerrno>
-#include <cstring>
+#include <new>
 
 namespace HalvernApi::Alamofire {
 
-using Foundation::NSError;
+using Foundation::Failure;
+using Foundation::urlFailure;
 
-void initialiseCurl() { [[maybe_unused]] static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT); }
+void initialiseCurl() {
+  [[maybe_unused]] static const bool done = [] {
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();  // the next call tries again
+    return true;
+  }();
+}
 
 std::string acceptEncoding() {
   initialiseCurl();
@@ -31,33 +37,31 @@ unsigned curlVersion() {
   return version;
 }
 
-std::optional<NSError> tlsFault() {
+std::optional<Failure> tlsFault() {
   static const bool usesOpenSsl = [] {
     const char* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
     return library != nullptr && std::string_view(library).starts_with("OpenSSL");
   }();
   if (usesOpenSsl) return std::nullopt;
-  return urlError(Foundation::NSURLErrorSecureConnectionFailed, "This libcurl does not use OpenSSL for TLS.");
+  return urlFailure(Foundation::NSURLErrorSecureConnectionFailed, "This libcurl does not use OpenSSL for TLS.");
 }
 
 CurlUrl parseUrl(const std::string& url, unsigned flags) {
   CurlUrl parts(curl_url());
-  if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), flags) != CURLUE_OK) return nullptr;
-  return parts;
+  const CURLUcode result =
+      parts ? curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), flags) : CURLUcode{CURLUE_OUT_OF_MEMORY};
+  if (result == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
+  return result == CURLUE_OK ? std::move(parts) : nullptr;
 }
 
 std::string urlPart(const CurlUrl& url, CURLUPart part) {
+  if (!url) return {};
   char* text = nullptr;
-  if (!url || curl_url_get(url.get(), part, &text, CURLU_DEFAULT_PORT | CURLU_URLDECODE) != CURLUE_OK) return {};
+  const CURLUcode result = curl_url_get(url.get(), part, &text, CURLU_DEFAULT_PORT | CURLU_URLDECODE);
   const std::unique_ptr<char, CurlCleanup<curl_free>> owned(text);
-  return text;
+  if (result == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
+  return result == CURLUE_OK ? text : "";
 }
-
-NSError urlError(Foundation::NSURLError code, std::string_view words) {
-  return {std::string(Foundation::NSURLErrorDomain), code, std::string(words)};
-}
-
-NSError posixError(int code) { return {std::string(Foundation::NSPOSIXErrorDomain), code, std::strerror(code)}; }
 
 namespace {
 
@@ -81,6 +85,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_WRITE_ERROR:  // by libcurl's decoders: callbacks say themselves what they refuse
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_FILESIZE_EXCEEDED: return Foundation::NSURLErrorDataLengthExceedsMaximum;
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;
     case CURLE_PEER_FAILED_VERIFICATION: {
       long verdict = X509_V_OK;
       curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &verdict);
@@ -97,9 +102,9 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
 
 }  // namespace
 
-NSError errorOf(CURL* handle, CURLcode result, std::string_view words) {
-  if (result == CURLE_OUT_OF_MEMORY) return posixError(ENOMEM);
-  return urlError(numberOf(handle, result), words.empty() ? curl_easy_strerror(result) : words);
+Failure failureOf(CURL* handle, CURLcode result) {
+  if (result == CURLE_OUT_OF_MEMORY) return Foundation::posixFailure(ENOMEM);
+  return urlFailure(numberOf(handle, result), curl_easy_strerror(result));
 }
 
 }  // namespace HalvernApi::Alamofire

@@ -1,5 +1,8 @@
-// What belongs to libcurl as a whole: its handles as values that clean up after themselves, URLs in parts, what this
-// libcurl can do, and its errors as the platform's. Any thread. Not installed.
+// What belongs to libcurl as a whole: its handles as values that clean up after themselves, options whose results are
+// checked, URLs in parts, what this libcurl can do, and its errors as the platform's. Any thread. Not installed.
+//
+// Functions that need memory throw std::bad_alloc when libcurl has none: that is never taken for an absent or malformed
+// value.
 #pragma once
 
 #include <curl/curl.h>
@@ -23,6 +26,21 @@ using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
 using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;
 using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 
+// Sets options of one handle, up to the first that libcurl refuses.
+class EasyOptions {
+ public:
+  explicit EasyOptions(CURL* easy) : easy_(easy) {}
+  template <class Value>
+  void set(CURLoption option, Value value) {
+    if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
+  }
+  CURLcode result() const { return result_; }
+
+ private:
+  CURL* const easy_;
+  CURLcode result_ = CURLE_OK;
+};
+
 // Once for the process, before anything else of libcurl.
 void initialiseCurl();
 
@@ -34,17 +52,14 @@ std::string userAgent();
 unsigned curlVersion();
 // An error when this libcurl does not use OpenSSL: others write session keys where SSLKEYLOGFILE says, and cannot tell
 // why a certificate is refused.
-std::optional<Foundation::NSError> tlsFault();
+std::optional<Foundation::Failure> tlsFault();
 
 // The URL in parts; null when libcurl cannot make sense of it. `flags` are those of curl_url_set.
 CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
 // A part of `url`, the scheme's port where it names none; empty when it has no such part.
 std::string urlPart(const CurlUrl& url, CURLUPart part);
 
-Foundation::NSError urlError(Foundation::NSURLError code, std::string_view words);
-Foundation::NSError posixError(int code);
-// The platform's error for a transfer of `handle` that ended with `result`; `words` are libcurl's own, and may be
-// empty.
-Foundation::NSError errorOf(CURL* handle, CURLcode result, std::string_view words);
+// The platform's error for a transfer of `handle` that ended with `result`. A null handle is allowed.
+Foundation::Failure failureOf(CURL* handle, CURLcode result);
 
 }  // namespace HalvernApi::Alamofire

@@ -1,6 +1,7 @@
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -8,6 +9,7 @@
 
 namespace HalvernApi::Alamofire {
 
+using Foundation::Failure;
 using Foundation::NSError;
 using Promissum::ErrorResponse;
 
@@ -30,7 +32,11 @@ std::string Request::debugDescription() const {
 
 DataRequest::DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue,
                          std::size_t maxJsonBytes)
-    : Request(std::move(request)), answer_(new Answer(std::move(queue))), maxJsonBytes_(maxJsonBytes) {}
+    : Request(std::move(request)), answer_(new Answer(std::move(queue))), maxJsonBytes_(maxJsonBytes) {
+  constexpr std::size_t longestDomain = 20, longestWords = 100;
+  reserved_.domain.reserve(longestDomain);
+  reserved_.localizedDescription.reserve(longestWords);
+}
 
 DataRequest& DataRequest::validate() {
   validated_ = true;
@@ -38,14 +44,21 @@ DataRequest& DataRequest::validate() {
 }
 
 DataRequest& DataRequest::response(std::function<void(const DefaultDataResponse&)> handler) {
-  answer_->whenSettled(Answer::Kind::handler, [self = shared_from_this(), validated = validated_.load(),
-                                               handler = std::move(handler)](const Answer::Result& answer) {
-    if (auto error = validated ? self->validationError(*answer) : std::nullopt)
-      handler({answer->response, answer->data, std::move(error)});
-    else
-      handler(*answer);
-  });
+  answer_->whenSettled(Answer::Kind::handler,
+                       [self = shared_from_this(), validated = validated_.load(), handler = std::move(handler)](
+                           const Answer::Result& answer) { self->show(*answer, validated, handler); });
   return *this;
+}
+
+void DataRequest::show(const RawResponse& answer, bool validated,
+                       const std::function<void(const DefaultDataResponse&)>& handler) {
+  auto error = errorOf(answer, validated);
+  if (!error) return handler(answer);
+  ErrorResponse shown = errorResponse(*std::move(error), answer);
+  DefaultDataResponse response{std::move(shown.response), std::move(shown.data),
+                               std::get<NSError>(std::move(shown.error))};
+  handler(response);
+  reserved_ = *std::move(response.error);
 }
 
 namespace {
@@ -80,41 +93,77 @@ bool accepts(std::string_view accept, std::string_view contentType) {
 
 }  // namespace
 
-std::optional<NSError> DataRequest::validationError(const DefaultDataResponse& answer) const {
-  if (answer.error || !answer.response) return std::nullopt;
+std::optional<NSError> DataRequest::errorOf(const RawResponse& answer, bool validated) {
+  if (answer.error) return answer.error;
+  if (answer.failure) return makeError(*answer.failure, answer.words);
+  return validated ? validationError(answer) : std::nullopt;
+}
+
+std::optional<NSError> DataRequest::validationError(const RawResponse& answer) {
   const int status = answer.response->statusCode;
-  if (status < 200 || status > 299)
-    return makeError(AFError::responseValidationFailed, "The status " + std::to_string(status) + " is not acceptable.");
+  if (status < 200 || status > 299) {
+    NSError error = makeError({AFErrorDomain, AFError::responseValidationFailed, "The status "});
+    error.localizedDescription += std::to_string(status);
+    error.localizedDescription += " is not acceptable.";
+    return error;
+  }
   const bool empty = !answer.data || answer.data->empty();
   const auto accept = request() ? request()->headers.find("Accept") : std::nullopt;
   if (empty || !accept || accepts(*accept, answer.response->contentType)) return std::nullopt;
-  return makeError(AFError::responseValidationFailed, "The content type of the answer is not acceptable.");
+  return makeError(
+      {AFErrorDomain, AFError::responseValidationFailed, "The content type of the answer is not acceptable."});
 }
 
-std::optional<ErrorResponse> DataRequest::decode(const DefaultDataResponse& answer, bool validated,
-                                                 const Decode& decode) const {
-  const auto fail = [&](std::variant<NSError, Statham::JsonDecodeError> error) {
-    return ErrorResponse{std::move(error), answer.response, answer.data};
-  };
-  if (answer.error) return fail(*answer.error);
-  if (auto error = validated ? validationError(answer) : std::nullopt) return fail(*std::move(error));
-  const auto notJson = [&](std::string_view why) {
-    return fail(makeError(AFError::responseSerializationFailed, "The answer is not JSON: " + std::string(why) + "."));
-  };
+NSError DataRequest::makeError(const Failure& failure, std::string_view words) {
+  NSError error = std::move(reserved_);
+  error.domain = failure.domain;
+  error.code = failure.code;
+  error.localizedDescription = failure.words;
   try {
-    const bool empty = !answer.data || answer.data->empty();
-    const bool contentless = answer.response->statusCode == 204 || answer.response->statusCode == 205;
-    if (empty && !contentless) return notJson("it is empty");
-    const auto json = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data), maxJsonBytes_);
-    if (!json && json.error().isTooLarge)
-      return fail(NSError{std::string(Foundation::NSURLErrorDomain), Foundation::NSURLErrorDataLengthExceedsMaximum,
-                          "The values in the answer take too much memory or time"});
-    if (!json) return notJson(json.error().description);
-    if (auto error = decode(*json)) return fail(*std::move(error));
-    return std::nullopt;
-  } catch (...) {  // a decoder may be the application's; what it threw may hold what it read
-    return fail(makeError(AFError::responseSerializationFailed, "The decoder of the answer threw an exception."));
+    if (!words.empty()) error.localizedDescription = words;
+  } catch (const std::bad_alloc&) {
   }
+  return error;
+}
+
+// Without what has arrived, except for the status, if there is no memory for it.
+ErrorResponse DataRequest::errorResponse(std::variant<NSError, Statham::JsonDecodeError> error,
+                                         const RawResponse& answer) {
+  ErrorResponse response{std::move(error)};
+  if (answer.response) response.response = {answer.response->statusCode};
+  try {
+    response.response = answer.response;
+    response.data = answer.data;
+  } catch (const std::bad_alloc&) {
+  }
+  return response;
+}
+
+ErrorResponse DataRequest::currentException() try { throw; } catch (const std::bad_alloc&) {
+  return {makeError(Foundation::posixFailure(ENOMEM))};
+} catch (...) {  // a decoder may be the application's; what it threw may hold what it read
+  return {makeError(
+      {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
+}
+
+DataRequest::Decoded<std::shared_ptr<const Statham::JsonValue>> DataRequest::json(const RawResponse& answer,
+                                                                                  bool validated) {
+  const auto fail = [&](NSError error) {
+    return Foundation::Unexpected<ErrorResponse>(errorResponse(std::move(error), answer));
+  };
+  const auto notJson = [&](const std::string& why) {
+    return fail(makeError({AFErrorDomain, AFError::responseSerializationFailed, "The answer is not JSON."},
+                          "The answer is not JSON: " + why + "."));
+  };
+  if (auto error = errorOf(answer, validated)) return fail(*std::move(error));
+  const bool empty = !answer.data || answer.data->empty();
+  const bool contentless = answer.response->statusCode == 204 || answer.response->statusCode == 205;
+  if (empty && !contentless) return notJson("it is empty");
+  auto value = Statham::parseJson(empty ? "null" : Foundation::textOf(*answer.data), maxJsonBytes_);
+  if (value) return std::make_shared<const Statham::JsonValue>(*std::move(value));
+  if (!value.error().isTooLarge) return notJson(value.error().description);
+  return fail(makeError(Foundation::urlFailure(Foundation::NSURLErrorDataLengthExceedsMaximum,
+                                               "The values in the answer take too much memory or time.")));
 }
 
 }  // namespace HalvernApi::Alamofire

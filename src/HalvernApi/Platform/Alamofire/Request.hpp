@@ -35,6 +35,15 @@ struct DefaultDataResponse {
   std::optional<Foundation::NSError> error{};             // what ended the exchange, or what validation found
 };
 
+// \cond
+// An answer as the session delivers it. `error` is set where the call failed before it was sent; of what went wrong
+// later there is the failure, from which the error is made for those who ask for it.
+struct RawResponse : DefaultDataResponse {
+  std::optional<Foundation::Failure> failure{};
+  std::string words{};  // libcurl's own for the failure; empty without any, or without memory for them
+};
+// \endcond
+
 // A request whose answer has a body. Made and owned by a session until the answer has come, and by whoever keeps it.
 // Every member may be called from any thread.
 class HALVERNAPI_EXPORT DataRequest : public Request,
@@ -43,7 +52,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
  public:
   // \cond
   // The answer's shared state; it always comes to a value.
-  using Answer = Promissum::PromiseState<DefaultDataResponse, Foundation::Unit>;
+  using Answer = Promissum::PromiseState<RawResponse, Foundation::Unit>;
   // \endcond
 
   // What makes a T of the answer's JSON, such as a record's `decodeJson`.
@@ -81,19 +90,11 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
     using Promise = Promissum::Promise<typename Result::value_type, typename Result::error_type>;
     boost::intrusive_ptr<typename Promise::State> result(new
                                                          typename Promise::State(answer_->queue(), weak_from_this()));
-    answer_->whenSettled(
-        Answer::Kind::continuation, [self = shared_from_this(), validated = validated_.load(), result,
-                                     decoder = std::move(decoder), conclude](const Answer::Result& answer) {
-          std::optional<T> value;
-          auto error = self->decode(*answer, validated, [&](const Statham::JsonValue& json) {
-            auto decoded = decoder(json);
-            if (decoded) value = *std::move(decoded);
-            // NOLINTNEXTLINE(bugprone-use-after-move): of either, only one is there to be moved
-            return decoded ? std::nullopt : std::optional(std::move(decoded).error());
-          });
-          result->settle(conclude(
-              error ? Decoded<T>(Foundation::unexpect, *std::move(error)) : Decoded<T>(*std::move(value)), *answer));
-        });
+    answer_->whenSettled(Answer::Kind::continuation,
+                         [self = shared_from_this(), validated = validated_.load(), result,
+                          decoder = std::move(decoder), conclude](const Answer::Result& answer) {
+                           result->settle(conclude(self->decode<T>(*answer, validated, decoder), *answer));
+                         });
     return Promise(std::move(result));
   }
   // \endcond
@@ -107,13 +108,31 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   // \endcond
 
  private:
-  using Decode = std::function<std::optional<Statham::JsonDecodeError>(const Statham::JsonValue&)>;
+  template <class T>
+  Decoded<T> decode(const RawResponse& answer, bool validated, const Decoder<T>& decoder) {
+    try {
+      return json(answer, validated)
+          .and_then([&](const std::shared_ptr<const Statham::JsonValue>& value) -> Decoded<T> {
+            return decoder(*value).map_error(
+                [&](Statham::JsonDecodeError&& error) { return errorResponse(std::move(error), answer); });
+          });
+    } catch (...) {
+      return Decoded<T>(Foundation::unexpect, currentException());
+    }
+  }
 
-  std::optional<Foundation::NSError> validationError(const DefaultDataResponse& answer) const;
-  // Absent when `decode` has succeeded.
-  std::optional<Promissum::ErrorResponse> decode(const DefaultDataResponse& answer, bool validated,
-                                                 const Decode& decode) const;
+  // The rest belongs to the callbacks of the answer, which run one at a time.
+  Decoded<std::shared_ptr<const Statham::JsonValue>> json(const RawResponse& answer, bool validated);
+  void show(const RawResponse& answer, bool validated, const std::function<void(const DefaultDataResponse&)>& handler);
+  std::optional<Foundation::NSError> errorOf(const RawResponse& answer, bool validated);
+  std::optional<Foundation::NSError> validationError(const RawResponse& answer);
+  Promissum::ErrorResponse currentException();
+  static Promissum::ErrorResponse errorResponse(std::variant<Foundation::NSError, Statham::JsonDecodeError> error,
+                                                const RawResponse& answer);
+  // Needs no memory the first time. `words` are said instead of the failure's if there are any, and memory for them.
+  Foundation::NSError makeError(const Foundation::Failure& failure, std::string_view words = {});
 
+  Foundation::NSError reserved_;  // memory for an error that has to be made when there is none
   const std::size_t maxJsonBytes_;
   std::atomic<bool> validated_ = false;
 };

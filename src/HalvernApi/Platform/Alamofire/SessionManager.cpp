@@ -30,19 +30,22 @@ const HTTPHeaders& SessionManager::defaultHTTPHeaders() {
 std::shared_ptr<DataRequest> SessionManager::request(std::string_view url, HTTPMethod method,
                                                      const std::optional<Statham::JsonObject>& parameters,
                                                      const ParameterEncoding& encoding, HTTPHeaders headers) {
-  std::optional<URLRequest> request;
+  URLRequest request{std::string(url), method, std::move(headers)};
   std::optional<NSError> error;
-  if (isUrlText(url)) {
-    request = URLRequest{std::string(url), method, std::move(headers)};
-    error = encoding.encode(*request, parameters);
-    for (const auto& [name, value] : additionalHeaders_)
-      if (!request->headers.find(name)) request->headers.set(name, value);
-    if (const std::string_view fault = headerFault(request->headers); !error && !fault.empty())
-      error = makeError(AFError::invalidHeader, std::string(fault));
-  } else {
-    error = makeError(AFError::invalidURL, "The text is not a URL.");
+  try {
+    if (isUrlText(url)) error = encoding.encode(request, parameters);
+  } catch (...) {  // an encoding may be the application's
+    error = makeError(AFError::parameterEncodingFailed, "The encoding of the parameters threw an exception.");
   }
+  if (!isUrlText(request.url))
+    return transport_->start(std::nullopt, makeError(AFError::invalidURL, "The text is not a URL."));
+  for (const auto& [name, value] : additionalHeaders_)
+    if (!request.headers.find(name)) request.headers.set(name, value);
+  if (const std::string_view fault = headerFault(request.headers); !error && !fault.empty())
+    error = makeError(AFError::invalidHeader, std::string(fault));
   return transport_->start(std::move(request), std::move(error));
 }
+
+void SessionManager::flush() { transport_->flush(); }
 
 }  // namespace HalvernApi::Alamofire

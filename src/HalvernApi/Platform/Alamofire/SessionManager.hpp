@@ -36,6 +36,11 @@ class HALVERNAPI_EXPORT SessionManager {
                                        const std::optional<Statham::JsonObject>& parameters,
                                        const ParameterEncoding& encoding, HTTPHeaders headers);
 
+  // Lets requests that start later use new connections, for when the device has moved to another network: connections
+  // from before may be dead without a sign of it. Requests in flight continue. The session does it by itself when the
+  // device has been asleep.
+  void flush();
+
  private:
   HTTPHeaders additionalHeaders_;  // unchanged after construction
   const std::shared_ptr<Transport> transport_;

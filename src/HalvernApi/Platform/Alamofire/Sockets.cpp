@@ -33,7 +33,8 @@ void shutDownAndEmpty(curl_socket_t handle) {
 }  // namespace
 
 curl_socket_t Sockets::open(const curl_sockaddr& address) {
-  const curl_socket_t handle = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  const curl_socket_t handle =
+      aboveStandardStreams(::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol));
   if (handle == CURL_SOCKET_BAD) return handle;
   if (SOCK_CLOEXEC == 0) closeOnExec(handle);
   try {
@@ -46,7 +47,12 @@ curl_socket_t Sockets::open(const curl_sockaddr& address) {
 }
 
 void Sockets::close(curl_socket_t handle) {
-  std::erase_if(sockets_, [handle](const auto& socket) { return socket->handle == handle; });
+  const auto closed =
+      std::find_if(sockets_.begin(), sockets_.end(), [handle](const auto& socket) { return socket->handle == handle; });
+  if (closed != sockets_.end()) {
+    (*closed)->handle = CURL_SOCKET_BAD;  // its user may not have released it yet
+    sockets_.erase(closed);
+  }
   closesocket(handle);
 }
 
@@ -56,7 +62,7 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
   };
   auto found = std::find_if(sockets_.begin(), sockets_.end(), hasTheseEnds);
   if (found != sockets_.end()) {
-    if (!(*found)->inUse && hasSomethingToRead((*found)->handle)) {
+    if ((*found)->retired || (!(*found)->inUse && hasSomethingToRead((*found)->handle))) {
       shutDownAndEmpty((*found)->handle);
       return nullptr;
     }
@@ -66,10 +72,24 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
              portOf(socket->handle, ::getpeername) == peerPort;
     });
     if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of these
-    **found = {(*found)->handle, localPort, peerPort, peer};
+    **found = {(*found)->handle, localPort, peerPort, peer, false, (*found)->retired};
   }
   (*found)->inUse = true;
   return *found;
+}
+
+void Sockets::release(const std::shared_ptr<Socket>& socket) {
+  if (!socket) return;
+  socket->inUse = false;
+  if (socket->retired) shutDownAndEmpty(socket->handle);
+}
+
+void Sockets::retire() {
+  for (const auto& socket : sockets_) {
+    socket->retired = true;
+    // Without a port it is still connecting, for a request that has begun.
+    if (!socket->inUse && socket->localPort != 0) shutDownAndEmpty(socket->handle);
+  }
 }
 
 }  // namespace HalvernApi::Alamofire

@@ -8,6 +8,8 @@
 
 namespace HalvernApi::Alamofire {
 
+using Foundation::Failure;
+
 namespace {
 
 constexpr std::string_view tooManyHeaders = "The headers of the answer are too large.";
@@ -26,16 +28,35 @@ CURLcode withoutKeyLog(CURL*, void* context, void*) {
   return CURLE_OK;
 }
 
+CURLcode setPart(CURLU* url, CURLUPart part, const char* value) {
+  const CURLUcode result = curl_url_set(url, part, value, 0);
+  return result == CURLUE_OK ? CURLE_OK : result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
+}
+
 // In parts, so that libcurl's error messages, which quote the proxy, never hold its password.
-void setProxy(CURL* handle, const std::string& proxyUrl) {
+CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   const CurlUrl url = parseUrl(proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
   if (const std::string user = urlPart(url, CURLUPART_USER); !user.empty())
-    curl_easy_setopt(handle, CURLOPT_PROXYUSERNAME, user.c_str());
+    options.set(CURLOPT_PROXYUSERNAME, user.c_str());
   if (const std::string password = urlPart(url, CURLUPART_PASSWORD); !password.empty())
-    curl_easy_setopt(handle, CURLOPT_PROXYPASSWORD, password.c_str());
-  curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
-  curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
-  curl_easy_setopt(handle, CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
+    options.set(CURLOPT_PROXYPASSWORD, password.c_str());
+  for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD})
+    if (const CURLcode result = setPart(url.get(), secret, nullptr); result != CURLE_OK) return result;
+  options.set(CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
+  return options.result();
+}
+
+// For OpenSSL; without it no https call is made.
+void setTlsOptions(EasyOptions& options, const Foundation::URLSessionConfiguration& configuration) {
+  options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  options.set(CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
+  if (configuration.certificateAuthorityFile) {
+    options.set(CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str());
+    options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  }
+  std::string pins;
+  for (const std::string& pin : configuration.pinnedPublicKeys) pins += (pins.empty() ? "sha256//" : ";sha256//") + pin;
+  if (!pins.empty()) options.set(CURLOPT_PINNEDPUBLICKEY, pins.c_str());
 }
 
 int closeSocket(void* sockets, curl_socket_t handle) {
@@ -49,56 +70,47 @@ ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(tex
   if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
 }
 
-std::unique_ptr<Transfer> Transfer::make(TransferContext& context) {
-  std::unique_ptr<Transfer> transfer(new Transfer(context));
-  return transfer->setSharedOptions() ? std::move(transfer) : nullptr;
-}
-
 Transfer& Transfer::of(CURL* easy) {
   char* transfer = nullptr;
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
   return *reinterpret_cast<Transfer*>(transfer);
 }
 
-bool Transfer::setSharedOptions() {
+// Options that all exchanges of a session share.
+CURLcode Transfer::setSharedOptions() {
   const Foundation::URLSessionConfiguration& configuration = context_.configuration;
   easy_.reset(curl_easy_init());
-  CURL* const easy = easy_.get();
-  if (easy == nullptr) return false;
+  if (!easy_) return CURLE_OUT_OF_MEMORY;
+  EasyOptions options(easy_.get());
   for (const CURLoption data : {CURLOPT_PRIVATE, CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA,
                                 CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA})
-    curl_easy_setopt(easy, data, static_cast<void*>(this));
-  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&context_.sockets));
+    options.set(data, static_cast<void*>(this));
+  options.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&context_.sockets));
   // The third: do not wait for a name that is being looked up.
   for (const CURLoption flag :
        {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
-    curl_easy_setopt(easy, flag, 1L);
-  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorText_.data());
-  if (remembersFreedHeaders()) curl_easy_setopt(easy, CURLOPT_HEADER, 1L);  // to see them first, in onBody
-  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeader);
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBody);
-  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
-  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onRequest);
-  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, onConnection);
-  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
-  curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");                        // decode all that this libcurl can
-  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});  // see docs/decisions/0003-http-1.1.md
+    options.set(flag, 1L);
+  options.set(CURLOPT_ERRORBUFFER, errorText_.data());
+  if (remembersFreedHeaders()) options.set(CURLOPT_HEADER, 1L);  // to see them first, in onBody
+  options.set(CURLOPT_HEADERFUNCTION, onHeader);
+  options.set(CURLOPT_WRITEFUNCTION, onBody);
+  options.set(CURLOPT_XFERINFOFUNCTION, onProgress);
+  options.set(CURLOPT_PREREQFUNCTION, onRequest);
+  options.set(CURLOPT_OPENSOCKETFUNCTION, onConnection);
+  options.set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
+  options.set(CURLOPT_PROTOCOLS_STR, "http,https");
+  options.set(CURLOPT_ACCEPT_ENCODING, "");                        // decode all that this libcurl can
+  options.set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});  // see docs/decisions/0003-http-1.1.md
+  options.set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // the network may be another one when the next connection is made
   // Names with several addresses: libcurl leaves each a share of this.
-  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
-                   static_cast<long>(std::max(bounded(configuration.timeoutIntervalForRequest).count(),
-                                              std::chrono::milliseconds::rep{1})));
-  curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
-  curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
-  if (configuration.certificateAuthorityFile) {
-    curl_easy_setopt(easy, CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str());
-    curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
-  }
-  curl_easy_setopt(easy, CURLOPT_NOPROXY, "");
-  curl_easy_setopt(easy, CURLOPT_PROXY, "");  // none, rather than the environment's
-  if (configuration.proxyUrl) setProxy(easy, *configuration.proxyUrl);
-  return true;
+  options.set(CURLOPT_CONNECTTIMEOUT_MS,
+              static_cast<long>(
+                  std::max(bounded(configuration.timeoutIntervalForRequest), std::chrono::milliseconds(1)).count()));
+  options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
+  if (!tlsFault()) setTlsOptions(options, configuration);
+  options.set(CURLOPT_NOPROXY, "");
+  options.set(CURLOPT_PROXY, "");  // none, rather than the environment's
+  return configuration.proxyUrl ? setProxy(options, *configuration.proxyUrl) : options.result();
 }
 
 void Transfer::setHeaders(const URLRequest& request) {
@@ -109,72 +121,88 @@ void Transfer::setHeaders(const URLRequest& request) {
   if (!request.body || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
-  curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.data());
 }
 
-bool Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url) {
-  CURL* const easy = easy_.get();
-  answer_ = {};
-  refusal_.reset();
+CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url) {
   ++context_.unsent;
+  answer_ = {};
   headerBytes_ = 0;
   headerLines_ = 0;
   sentBytes_ = 0;
   sent_ = foundStaleConnection_ = succeeded_ = false;
   lastActivity_ = {};
   errorText_[0] = '\0';
+  if (!easy_)
+    if (const CURLcode result = setSharedOptions(); result != CURLE_OK) return result;
+  EasyOptions options(easy_.get());
   setHeaders(request);
+  options.set(CURLOPT_HTTPHEADER, headers_.data());
   if (url_ != url) {
     url_ = std::move(url);
-    curl_easy_setopt(easy, CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
-    if (!url_->parts) curl_easy_setopt(easy, CURLOPT_URL, url_->text.c_str());
+    options.set(CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
+    if (!url_->parts) options.set(CURLOPT_URL, url_->text.c_str());
   }
-  const bool isPost = request.method == HTTPMethod::post;
+  const bool isPost = request.method == HTTPMethod::post, isHead = request.method == HTTPMethod::head;
   const bool sendsBody = isPost || request.body;
   if (const std::pair method(request.method, sendsBody); method_ != method) {
     method_ = method;
-    const bool isHead = request.method == HTTPMethod::head;
-    curl_easy_setopt(easy, sendsBody ? CURLOPT_POST : isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
-    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
+    options.set(sendsBody ? CURLOPT_POST : CURLOPT_HTTPGET, 1L);
+    if (isHead) options.set(CURLOPT_NOBODY, 1L);  // wait for none; one is sent all the same if there are fields
+    options.set(CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
   }
   const std::string_view body = request.body ? std::string_view(*request.body) : std::string_view("");
   if (sendsBody) {
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data());
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    options.set(CURLOPT_POSTFIELDS, body.data());
+    options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   }
-  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
-  return curl_multi_add_handle(multi, easy) == CURLM_OK;
+  options.set(CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
+  if (options.result() != CURLE_OK) return options.result();
+  const CURLMcode added = curl_multi_add_handle(multi, easy_.get());
+  return added == CURLM_OK ? CURLE_OK : added == CURLM_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
 }
 
 bool Transfer::end(CURLM* multi) {
-  curl_multi_remove_handle(multi, easy_.get());
+  if (easy_) curl_multi_remove_handle(multi, easy_.get());
   if (!sent_) --context_.unsent;
-  if (const auto socket = std::move(socket_)) socket->inUse = false;
+  Sockets::release(std::exchange(socket_, nullptr));
   return foundStaleConnection_ || succeeded_;
 }
 
-DefaultDataResponse Transfer::outcome(CURLcode result) try {
-  CURL* const easy = easy_.get();
-  if (answer_.response) {
-    char* contentType = nullptr;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_TYPE, &contentType);
-    if (contentType != nullptr) answer_.response->contentType = contentType;
-  }
-  if (!refusal_ && result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
+RawResponse Transfer::outcome(CURLcode result) {
+  std::optional<Failure>& failure = answer_.failure;
+  if (!failure && result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
     refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);  // libcurl's word for too long a header line
-  else if (!refusal_ && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
+  else if (!failure && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl wanted to send the request again
-  else if (!refusal_ && result == CURLE_OK && !answer_.response)
+  else if (!failure && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
-  if (refusal_)
-    answer_.error = refusal_->words.empty() ? posixError(ENOMEM) : urlError(refusal_->code, refusal_->words);
-  else if (result != CURLE_OK)
-    answer_.error = errorOf(easy, result, errorText_.data());
-  succeeded_ = !answer_.error;
+  if (!failure && result != CURLE_OK) {
+    failure = failureOf(easy_.get(), result);
+    try {
+      if (result != CURLE_OUT_OF_MEMORY) answer_.words = errorText_.data();
+    } catch (const std::bad_alloc&) {  // then libcurl's general words have to do
+    }
+  }
+  succeeded_ = !failure;
+  addContentType();
   return std::move(answer_);
-} catch (const std::bad_alloc&) {
-  return {{}, {}, posixError(ENOMEM)};
 }
+
+RawResponse Transfer::interrupted(const Failure& failure) {
+  answer_.failure = failure;
+  addContentType();
+  return std::move(answer_);
+}
+
+void Transfer::addContentType() try {
+  char* contentType = nullptr;
+  if (answer_.response) curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_TYPE, &contentType);
+  if (contentType != nullptr) answer_.response->contentType = contentType;
+} catch (const std::bad_alloc&) {
+  if (!answer_.failure) refuseForMemory();
+}
+
+void Transfer::refuseForMemory() { answer_.failure = Foundation::posixFailure(ENOMEM); }
 
 std::string Transfer::redirectTarget() const {
   char* target = nullptr;
@@ -203,7 +231,7 @@ int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int loc
   self.foundStaleConnection_ = !self.socket_;
   return self.socket_ ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 } catch (const std::bad_alloc&) {
-  static_cast<Transfer*>(transfer)->refuse(Foundation::NSURLErrorUnknown, {});
+  static_cast<Transfer*>(transfer)->refuseForMemory();
   return CURL_PREREQFUNC_ABORT;
 }
 
@@ -262,7 +290,7 @@ bool Transfer::append(std::string_view bytes) {
     body.insert(body.end(), first, first + bytes.size());
     return true;
   } catch (const std::bad_alloc&) {
-    refuse(Foundation::NSURLErrorUnknown, {});
+    refuseForMemory();
     return false;
   }
 }

@@ -1,6 +1,6 @@
 // One of libcurl's easy handles, which carries one exchange after the other: the options of a request, the callbacks
-// with which libcurl delivers the answer, and what came of it. Knows nothing of threads, promises and redirects. For
-// the thread of its multi handle alone. Not installed.
+// with which libcurl delivers the answer, and the outcome. Knows nothing of threads, promises and redirects. For the
+// thread of its multi handle alone. Not installed.
 #pragma once
 
 #include <array>
@@ -37,22 +37,24 @@ struct TransferContext {
 
 class Transfer {
  public:
-  // Null when libcurl has no memory; may throw std::bad_alloc, as `begin` may.
-  static std::unique_ptr<Transfer> make(TransferContext& context);
-  // The one whose handle libcurl names.
-  static Transfer& of(CURL* easy);
+  explicit Transfer(TransferContext& context) : context_(context) {}
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
+  // The one whose handle libcurl names.
+  static Transfer& of(CURL* easy);
 
-  // Sets what depends on the request, which has to stay until `end`. False when there is no memory.
-  bool begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
+  // Sets all options and starts the exchange. The request has to stay until `end`. An error means that nothing is sent;
+  // may also throw std::bad_alloc.
+  CURLcode begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
   // Takes the handle out of libcurl, at any time. False if it must not carry another exchange: after a failure, because
   // libcurl counts the connections that a handle has lost, and gives up with a wrong reason after the fifth.
   bool end(CURLM* multi);
 
-  // Once libcurl says that the transfer is done: the answer, and the error that stands for `result` or for what a
-  // callback refused.
-  DefaultDataResponse outcome(CURLcode result);
+  // Once libcurl says that the transfer is done: the answer, and the failure for `result` or for what a callback
+  // refused.
+  RawResponse outcome(CURLcode result);
+  // Before that: what has arrived of the answer, with the failure that ends the exchange.
+  RawResponse interrupted(const Foundation::Failure& failure);
   // The absolute URL that the answer's "Location" stands for; empty without one.
   std::string redirectTarget() const;
   // The connection turned out to be of no use before anything was sent over it: the request can begin again.
@@ -63,12 +65,13 @@ class Transfer {
   void* owner = nullptr;  // whoever has begun it
 
  private:
-  explicit Transfer(TransferContext& context) : context_(context) {}
-
-  bool setSharedOptions();
+  CURLcode setSharedOptions();
   void setHeaders(const URLRequest& request);
-  // For callbacks, which run between libcurl's own functions: allocates nothing, as throws nothing.
-  void refuse(Foundation::NSURLError code, std::string_view words) { refusal_ = {code, words}; }
+  void refuse(Foundation::NSURLError code, std::string_view words) {
+    answer_.failure = Foundation::urlFailure(code, words);
+  }
+  void refuseForMemory();
+  void addContentType();
   bool acceptsHeader(char first);
   bool append(std::string_view bytes);
 
@@ -80,12 +83,7 @@ class Transfer {
 
   TransferContext& context_;
   // Of the exchange.
-  DefaultDataResponse answer_;  // so far
-  struct Refusal {
-    Foundation::NSURLError code;
-    std::string_view words;  // a literal; none when there was no memory
-  };
-  std::optional<Refusal> refusal_;  // when a callback has refused to go on
+  RawResponse answer_;  // so far; it has a failure once a callback has refused to continue
   std::size_t headerBytes_ = 0;
   int headerLines_ = 0;  // of the header block so far
   curl_off_t sentBytes_ = 0;
@@ -99,7 +97,7 @@ class Transfer {
   std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether it sends a body
   std::vector<curl_slist> headers_;                    // refer to the request's
   std::array<char, CURL_ERROR_SIZE> errorText_{};
-  CurlEasy easy_;  // last, so that it goes first: it refers to the others
+  CurlEasy easy_;  // null before the first exchange; the last member, because it refers to others when it is destroyed
 };
 
 }  // namespace HalvernApi::Alamofire

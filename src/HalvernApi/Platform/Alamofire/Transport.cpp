@@ -5,11 +5,15 @@
 
 #include "HalvernApi/Platform/Alamofire/Redirect.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
 
 namespace HalvernApi::Alamofire {
 
 using Foundation::CompletionQueue;
+using Foundation::Failure;
 using Foundation::NSError;
+using Foundation::posixFailure;
+using Foundation::urlFailure;
 
 namespace {
 
@@ -20,17 +24,36 @@ constexpr std::size_t maxPoolSize = 1024;
 constexpr std::size_t maxParsedUrls = 16;
 constexpr std::size_t maxJsonFactor = 4;  // bytes of JSON values for a byte of the largest answer
 
-NSError cancelled() { return urlError(Foundation::NSURLErrorCancelled, "The request was cancelled."); }
-NSError timedOut(std::string_view words) { return urlError(Foundation::NSURLErrorTimedOut, words); }
+constexpr std::chrono::seconds maxUnnoticedSleep{1};
 
-std::optional<NSError> proxyFault(const std::optional<std::string>& proxyUrl) {
+constexpr Failure cancelled = urlFailure(Foundation::NSURLErrorCancelled, "The request was cancelled.");
+constexpr Failure tooLong = urlFailure(Foundation::NSURLErrorTimedOut, "The exchange took longer than it may.");
+constexpr Failure silent = urlFailure(Foundation::NSURLErrorTimedOut, "The server was silent for too long.");
+constexpr Failure endlessRedirects =
+    urlFailure(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end.");
+
+std::optional<Failure> proxyFault(const std::optional<std::string>& proxyUrl) {
   if (!proxyUrl) return std::nullopt;
   const CurlUrl url = parseUrl(*proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
   constexpr std::string_view known[] = {"http", "https", "socks4", "socks4a", "socks5", "socks5h"};
   const std::string scheme = urlPart(url, CURLUPART_SCHEME);
   if (std::find(std::begin(known), std::end(known), scheme) != std::end(known) && !urlPart(url, CURLUPART_HOST).empty())
     return scheme == "https" ? tlsFault() : std::nullopt;
-  return urlError(Foundation::NSURLErrorBadURL, "The URL of the proxy cannot be read.");
+  return urlFailure(Foundation::NSURLErrorBadURL, "The URL of the proxy cannot be read.");
+}
+
+// A SHA-256 hash in Base64 whose spare bits are 0, as libcurl compares the text.
+bool isPin(const std::string& pin) {
+  constexpr std::size_t hashBytes = 32, textBytes = 44;
+  constexpr std::string_view withoutSpareBits = "AEIMQUYcgkosw048";
+  const auto hash = pin.size() == textBytes ? Foundation::decodeBase64(pin) : std::nullopt;
+  return hash && hash->size() == hashBytes && withoutSpareBits.find(pin[textBytes - 2]) != std::string_view::npos;
+}
+
+std::optional<Failure> pinFault(const std::vector<std::string>& pins) {
+  if (std::all_of(pins.begin(), pins.end(), isPin)) return std::nullopt;
+  return urlFailure(Foundation::NSURLErrorServerCertificateUntrusted,
+                    "A pinned public key is not a SHA-256 hash in Base64.");
 }
 
 }  // namespace
@@ -61,7 +84,10 @@ struct Transport::Exchange final : DataRequest, ListHook {
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
     : queue_(std::move(queue)),
-      proxyFault_(proxyFault(configuration.proxyUrl)),
+      configurationFault_([&] {
+        const auto fault = proxyFault(configuration.proxyUrl);
+        return fault ? fault : pinFault(configuration.pinnedPublicKeys);
+      }()),
       requestLimit_(bounded(configuration.timeoutIntervalForRequest)),
       resourceLimit_(bounded(configuration.timeoutIntervalForResource)),
       maxConnections_(static_cast<std::size_t>(std::max(configuration.httpMaximumConnectionsPerHost, 1))),
@@ -78,20 +104,26 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
   // In the child of a fork the session's queue may be locked, and its threads are not there.
   const auto exchange = std::make_shared<Exchange>(
       std::move(request), leftBehind() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
-  if (!error) error = loadingFault(exchange->request()->url);
-  if (!error) error = proxyFault_;
-  if (!error) error = send({Command::Kind::start, exchange});
-  if (error) exchange->answer_->settle(DefaultDataResponse{{}, {}, std::move(error)});
+  std::optional<Failure> failure;
+  if (!error) failure = loadingFault(exchange->request()->url);
+  if (!error && !failure) failure = configurationFault_;
+  if (!error && !failure && !context_.configuration.pinnedPublicKeys.empty() && !isHttps(exchange->request()->url))
+    failure = urlFailure(Foundation::NSURLErrorServerCertificateUntrusted, "Without TLS no public key can be checked.");
+  if (!error && !failure) failure = send({Command::Kind::start, exchange});
+  if (error || failure) exchange->answer_->settle(RawResponse{{{}, {}, std::move(error)}, failure});
   return exchange;
 }
 
-std::optional<NSError> Transport::send(Command command) {
-  if (leftBehind() || Foundation::ProcessExit::begun()) return cancelled();
+void Transport::flush() { (void)send({Command::Kind::flush, nullptr}); }
+
+std::optional<Failure> Transport::send(Command command) {
+  if (leftBehind() || Foundation::ProcessExit::begun()) return cancelled;
   bool asleep = false;
   {
     const std::lock_guard lock(mutex_);
-    if (stopping_) return cancelled();
-    if (auto error = ensureThreads()) return error;
+    if (stopping_) return cancelled;
+    if (command.kind == Command::Kind::flush && !started_) return std::nullopt;  // there is no connection
+    if (const auto failure = ensureThreads()) return failure;
     inbox_.push_back(std::move(command));
     asleep = std::exchange(asleep_, false);
   }
@@ -100,22 +132,24 @@ std::optional<NSError> Transport::send(Command command) {
 }
 
 // Under the mutex. The error says why there are none; the next request tries again.
-std::optional<NSError> Transport::ensureThreads() {
+std::optional<Failure> Transport::ensureThreads() {
   if (started_) return std::nullopt;
   if (!multi_) {
     initialiseCurl();
     CurlMulti multi(curl_multi_init());
-    if (!multi) return posixError(ENOMEM);
-    curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(maxConnections_));
+    if (!multi) return posixFailure(ENOMEM);
     // Idle ones, some to other hosts.
-    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(maxConnections_) + 4L);
+    const long maxConnections = static_cast<long>(maxConnections_), maxIdle = maxConnections + 4L;
+    if (curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maxConnections) != CURLM_OK ||
+        curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, maxIdle) != CURLM_OK)
+      return posixFailure(ENOMEM);
     multi_ = std::move(multi);
   }
   // First the thread that handlers need: no call is accepted that could not be answered.
-  if (!queue_->prepare()) return posixError(EAGAIN);
+  if (!queue_->prepare()) return posixFailure(EAGAIN);
   Foundation::ProcessExit::stopAtExit(weak_from_this());
   started_ = thread_.start([self = shared_from_this()] { self->run(); });
-  if (!started_) return posixError(EAGAIN);
+  if (!started_) return posixFailure(EAGAIN);
   return std::nullopt;
 }
 
@@ -152,7 +186,7 @@ void Transport::run() {
     if (!mayBegin()) wait();
   }
   for (Exchanges* const exchanges : {&active_, &waiting_})
-    while (!exchanges->empty()) finish(exchanges->front(), {{}, {}, cancelled()});
+    while (!exchanges->empty()) interrupt(exchanges->front(), cancelled);
   handOver();
   pool_.clear();
 }
@@ -167,14 +201,22 @@ bool Transport::takeInbox() {
     stopping = stopping_;
   }
   context_.now = Clock::now();
-  for (Command& command : taken_) {
-    if (command.kind == Command::Kind::start)
-      admit(std::move(command.exchange));
-    else if (command.exchange->inFlight())
-      finish(*command.exchange, {{}, {}, cancelled()});
-  }
+  if (!taken_.empty()) retireConnectionsAfterSleep();
+  for (Command& command : taken_) switch (command.kind) {
+      case Command::Kind::start: admit(std::move(command.exchange)); break;
+      case Command::Kind::flush: context_.sockets.retire(); break;
+      case Command::Kind::cancel:
+        if (command.exchange->inFlight()) interrupt(*command.exchange, cancelled);
+        break;
+    }
   taken_.clear();
   return !stopping;
+}
+
+// Connections do not survive a sleep of the device, nor do they say so.
+void Transport::retireConnectionsAfterSleep() {
+  const auto asleep = timeAsleep();
+  if (asleep - std::exchange(timeAsleep_, asleep) > maxUnnoticedSleep) context_.sockets.retire();
 }
 
 void Transport::admit(std::shared_ptr<Exchange> exchange) {
@@ -184,22 +226,22 @@ void Transport::admit(std::shared_ptr<Exchange> exchange) {
   deadline_ = std::min(deadline_, context_.now + std::min(requestLimit_, resourceLimit_));
 }
 
-// Not for the first time when the exchange has a transfer. For want of memory it ends instead.
+// Starts the exchange, or restarts it if it already has a transfer. Ends it if that fails.
 void Transport::begin(Exchange& exchange) {
   if (exchange.transfer) recycle(std::move(exchange.transfer));
+  CURLcode result = CURLE_OUT_OF_MEMORY;
   try {
     auto url = parsed(exchange.current().url);
-    if (pool_.empty()) pool_.push_back(Transfer::make(context_));
+    if (pool_.empty()) pool_.push_back(std::make_unique<Transfer>(context_));
     exchange.transfer = std::move(pool_.back());
     pool_.pop_back();
-    if (exchange.transfer) {
-      ++activeCount_;
-      exchange.transfer->owner = &exchange;
-      if (exchange.transfer->begin(multi_.get(), exchange.current(), std::move(url))) return;
-    }
+    ++activeCount_;
+    exchange.transfer->owner = &exchange;
+    result = exchange.transfer->begin(multi_.get(), exchange.current(), std::move(url));
+    if (result == CURLE_OK) return;
   } catch (const std::bad_alloc&) {
   }
-  finish(exchange, {{}, {}, posixError(ENOMEM)});
+  finish(exchange, {{}, failureOf(nullptr, result)});
 }
 
 std::shared_ptr<const ParsedUrl> Transport::parsed(const std::string& url) {
@@ -226,22 +268,29 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
     begin(exchange);
     return;
   }
-  DefaultDataResponse answer = exchange.transfer->outcome(result);
-  if (!answer.error && answer.response->statusCode / 100 == 3) {
-    auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
-    if (next && ++exchange.redirects <= maxRedirects) {
-      recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
-      exchange.redirected = std::move(next);
-      exchange.heard = context_.now;
-      begin(exchange);
-      return;
+  RawResponse answer = exchange.transfer->outcome(result);
+  if (!answer.failure && answer.response->statusCode / 100 == 3) try {
+      auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
+      if (next && ++exchange.redirects <= maxRedirects) {
+        recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
+        exchange.redirected = std::move(next);
+        exchange.heard = context_.now;
+        begin(exchange);
+        return;
+      }
+      if (next) answer.failure = endlessRedirects;
+    } catch (const std::bad_alloc&) {
+      answer.failure = posixFailure(ENOMEM);
     }
-    if (next) answer.error = urlError(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end.");
-  }
   finish(exchange, std::move(answer));
 }
 
-void Transport::finish(Exchange& exchange, DefaultDataResponse answer) {
+// Ends the exchange with what has arrived of its answer.
+void Transport::interrupt(Exchange& exchange, const Failure& failure) {
+  finish(exchange, exchange.transfer ? exchange.transfer->interrupted(failure) : RawResponse{{}, failure});
+}
+
+void Transport::finish(Exchange& exchange, RawResponse answer) {
   const std::shared_ptr<Exchange> finished = std::move(exchange.self);
   exchange.unlink();
   if (exchange.transfer) recycle(std::move(exchange.transfer));
@@ -262,13 +311,13 @@ void Transport::endOverdue() {
       Exchange& exchange = *at++;
       const auto heard =
           exchange.transfer ? std::max(exchange.heard, exchange.transfer->lastActivity()) : exchange.heard;
-      const Clock::time_point silent = heard + requestLimit_, whole = exchange.started + resourceLimit_;
-      if (context_.now >= whole)
-        finish(exchange, {{}, {}, timedOut("The exchange took longer than it may.")});
-      else if (context_.now >= silent)
-        finish(exchange, {{}, {}, timedOut("The server was silent for too long.")});
+      const Clock::time_point silentUntil = heard + requestLimit_, wholeUntil = exchange.started + resourceLimit_;
+      if (context_.now >= wholeUntil)
+        interrupt(exchange, tooLong);
+      else if (context_.now >= silentUntil)
+        interrupt(exchange, silent);
       else
-        deadline_ = std::min({deadline_, silent, whole});
+        deadline_ = std::min({deadline_, silentUntil, wholeUntil});
     }
 }
 

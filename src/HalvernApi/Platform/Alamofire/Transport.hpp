@@ -17,28 +17,31 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
 
   // Any thread. A request with an `error` is answered with it and never reaches the network.
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
+  // Any thread. Requests that start later use new connections.
+  void flush();
   // Any thread. Ends every exchange, and returns when that is done unless it is the I/O thread that calls.
   void stop() override;
 
  private:
   struct Exchange;
   struct Command {
-    enum class Kind { start, cancel } kind;
-    std::shared_ptr<Exchange> exchange;
+    enum class Kind { start, cancel, flush } kind;
+    std::shared_ptr<Exchange> exchange;  // null for `flush`
   };
   using ListHook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::auto_unlink>>;
   using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
                                            boost::intrusive::constant_time_size<false>>;
 
   // The error says why nobody will look at `command`.
-  std::optional<Foundation::NSError> send(Command command);
-  std::optional<Foundation::NSError> ensureThreads();
+  std::optional<Foundation::Failure> send(Command command);
+  std::optional<Foundation::Failure> ensureThreads();
   void wake();
   bool leftBehind() const { return Foundation::forkCount() != forkCount_; }
 
   // The I/O thread.
   void run();
   bool takeInbox();
+  void retireConnectionsAfterSleep();
   void admit(std::shared_ptr<Exchange> exchange);
   bool mayBegin() const { return !waiting_.empty() && activeCount_ < maxActive_; }
   void begin(Exchange& exchange);
@@ -46,14 +49,15 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void reap();
   void transferDone(Exchange& exchange, CURLcode result);
   void recycle(std::unique_ptr<Transfer> transfer);
-  void finish(Exchange& exchange, DefaultDataResponse answer);
+  void interrupt(Exchange& exchange, const Foundation::Failure& failure);
+  void finish(Exchange& exchange, RawResponse answer);
   void endOverdue();
   void handOver();
   void wait();
 
   const std::shared_ptr<Foundation::CompletionQueue> queue_;
   const int forkCount_ = Foundation::forkCount();
-  const std::optional<Foundation::NSError> proxyFault_;
+  const std::optional<Foundation::Failure> configurationFault_;  // fails every call
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;
   const std::size_t maxConnections_;  // to one host
@@ -79,6 +83,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Exchanges active_;
   std::size_t activeCount_ = 0;                            // transfers that are not in the pool
   Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends before it
+  std::chrono::nanoseconds timeAsleep_{0};                 // of the device, when the inbox was last read
   Foundation::TaskList finished_;
 };
 

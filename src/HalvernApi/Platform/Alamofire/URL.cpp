@@ -23,14 +23,17 @@ std::string_view schemeOf(std::string_view url) {
   return scheme.size() < url.size() && consistsOf(scheme, "+-.") ? scheme : std::string_view();
 }
 
-std::optional<Foundation::NSError> loadingFault(std::string_view url) {
+bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "https"); }
+
+std::optional<Foundation::Failure> loadingFault(std::string_view url) {
+  using Foundation::urlFailure;
   const std::string_view scheme = schemeOf(url);
   const bool secure = equalIgnoringCase(scheme, "https");
   if (!secure && !equalIgnoringCase(scheme, "http"))
-    return urlError(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
+    return urlFailure(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
   url.remove_prefix(scheme.size() + 1);
   if (!url.starts_with("//") || url.find_first_of("/?#", 2) == 2 || url.size() == 2)
-    return urlError(Foundation::NSURLErrorBadURL, "The URL names no host.");
+    return urlFailure(Foundation::NSURLErrorBadURL, "The URL names no host.");
   return secure ? tlsFault() : std::nullopt;
 }
 

@@ -47,6 +47,20 @@ struct HALVERNAPI_EXPORT NSError {
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const NSError&);
 };
 
+// \cond
+// An error that owns no memory, so that it can be made and carried when memory has run out. `words` are a literal, or
+// as long-lived as one.
+struct Failure {
+  std::string_view domain;
+  int code;
+  std::string_view words;
+};
+
+constexpr Failure urlFailure(NSURLError code, std::string_view words) { return {NSURLErrorDomain, code, words}; }
+// `code` is an errno.
+Failure posixFailure(int code);
+// \endcond
+
 }  // namespace HalvernApi::Foundation
 
 namespace HalvernApi {

@@ -6,6 +6,9 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <realtimeapiset.h>
+
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -39,6 +42,13 @@ inline const DWORD loadingThread = ::GetCurrentThreadId();
 inline bool pthread_main_np() { return ::GetCurrentThreadId() == loadingThread; }
 
 constexpr int SOCK_CLOEXEC = 0, SHUT_RDWR = SD_BOTH, MSG_DONTWAIT = 0;  // libcurl's sockets never block
+inline SOCKET aboveStandardStreams(SOCKET handle) { return handle; }
+inline std::chrono::nanoseconds timeAsleep() {
+  ULONGLONG withSleep = 0, withoutSleep = 0;  // in 100 ns
+  ::QueryInterruptTime(&withSleep);
+  ::QueryUnbiasedInterruptTime(&withoutSleep);
+  return std::chrono::nanoseconds(100 * static_cast<long long>(withSleep - withoutSleep));
+}
 inline int poll(pollfd* entries, ULONG count, int timeout) { return ::WSAPoll(entries, count, timeout); }
 inline void closeOnExec(SOCKET handle) {
   ::SetHandleInformation(reinterpret_cast<HANDLE>(handle), HANDLE_FLAG_INHERIT, 0);
@@ -55,6 +65,7 @@ inline void closeOnExec(SOCKET handle) {
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <ctime>
 
 namespace HalvernApi {
@@ -65,6 +76,30 @@ using LocalTime = std::tm;
 constexpr int SOCK_CLOEXEC = 0;
 #endif
 inline void closeOnExec(int handle) { ::fcntl(handle, F_SETFD, FD_CLOEXEC); }
+// A descriptor that is none of the standard streams: in a process that has closed one of them, a socket could otherwise
+// get what is meant for standard output. Takes `handle`; -1 if the system has no other descriptor to give.
+inline int aboveStandardStreams(int handle) {
+  if (handle < 0 || handle > STDERR_FILENO) return handle;
+  const int other = ::fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  ::close(handle);
+  return other;
+}
+// The time that the device has been asleep since it was started.
+inline std::chrono::nanoseconds timeAsleep() {
+#ifdef CLOCK_BOOTTIME
+  constexpr clockid_t withSleep = CLOCK_BOOTTIME, withoutSleep = CLOCK_MONOTONIC;
+#elif defined(CLOCK_UPTIME_RAW)
+  constexpr clockid_t withSleep = CLOCK_MONOTONIC_RAW, withoutSleep = CLOCK_UPTIME_RAW;
+#else
+  constexpr clockid_t withSleep = CLOCK_MONOTONIC, withoutSleep = CLOCK_MONOTONIC;
+#endif
+  const auto read = [](clockid_t clock) {
+    timespec now{};
+    ::clock_gettime(clock, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  };
+  return read(withSleep) - read(withoutSleep);
+}
 inline void closesocket(int handle) { ::close(handle); }
 
 // While it exists, writes of this thread to a pipe that nobody reads raise no SIGPIPE. Where the thread blocks that
