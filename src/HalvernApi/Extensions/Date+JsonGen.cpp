@@ -39,14 +39,14 @@ LocalTime localTime(std::time_t time) {
 
 std::time_t offsetAt(std::time_t time) { return localTime(time).tm_gmtoff; }
 
-// When local clocks show what those of UTC show at `shown`.
-std::time_t timeOf(std::time_t shown) {
+// The time at which a local wall clock shows what one in UTC shows at `wallClock`.
+std::time_t timeOf(std::time_t wallClock) {
   constexpr std::time_t maxOffset = std::time_t{25} * 3600;
-  const std::time_t before = offsetAt(shown - maxOffset), then = offsetAt(shown - before);
-  if (then == before) return shown - before;
-  for (const std::time_t offset : {then, offsetAt(shown + maxOffset)})
-    if (offsetAt(shown - offset) == offset) return shown - offset;
-  return shown - before;  // skipped by a change of the clocks
+  const std::time_t before = offsetAt(wallClock - maxOffset), then = offsetAt(wallClock - before);
+  if (then == before) return wallClock - before;
+  for (const std::time_t offset : {then, offsetAt(wallClock + maxOffset)})
+    if (offsetAt(wallClock - offset) == offset) return wallClock - offset;
+  return wallClock - before;  // skipped by a change of the clocks
 }
 
 std::optional<Date> parse(std::string_view text) {
@@ -69,10 +69,10 @@ std::optional<Date> parse(std::string_view text) {
                                         std::chrono::month(static_cast<unsigned>(number(1))),
                                         std::chrono::day(static_cast<unsigned>(number(4))));
   if (year < 1 || !day.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
-  const auto shown = std::chrono::sys_days(day) + std::chrono::days((year / 400 - 5) * 146097) + hours(hour) +
-                     minutes(minute) + seconds(second);
+  const auto wallClock = std::chrono::sys_days(day) + std::chrono::days((year / 400 - 5) * 146097) + hours(hour) +
+                         minutes(minute) + seconds(second);
   refreshTimeZone();
-  const seconds time(timeOf(shown.time_since_epoch().count()));
+  const seconds time(timeOf(wallClock.time_since_epoch().count()));
   if (time > std::chrono::floor<seconds>(std::chrono::microseconds::max())) return std::nullopt;
   return Date(std::chrono::sys_time<seconds>(time));
 }

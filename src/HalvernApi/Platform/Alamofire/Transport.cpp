@@ -103,7 +103,7 @@ Transport::~Transport() = default;
 std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request, std::optional<NSError> error) {
   // In the child of a fork the session's queue may be locked, and its threads are not there.
   const auto exchange = std::make_shared<Exchange>(
-      std::move(request), leftBehind() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
+      std::move(request), inForkedChild() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
   std::optional<Failure> failure;
   if (!error) failure = loadingFault(exchange->request()->url);
   if (!error && !failure) failure = configurationFault_;
@@ -117,7 +117,7 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
 void Transport::flush() { (void)send({Command::Kind::flush, nullptr}); }
 
 std::optional<Failure> Transport::send(Command command) {
-  if (leftBehind() || Foundation::ProcessExit::begun()) return cancelled;
+  if (inForkedChild() || Foundation::ProcessExit::begun()) return cancelled;
   bool asleep = false;
   {
     const std::lock_guard lock(mutex_);
@@ -159,7 +159,7 @@ void Transport::wake() {
 }
 
 void Transport::stop() {
-  if (leftBehind()) return;
+  if (inForkedChild()) return;
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;

@@ -36,7 +36,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::optional<Foundation::Failure> send(Command command);
   std::optional<Foundation::Failure> ensureThreads();
   void wake();
-  bool leftBehind() const { return Foundation::forkCount() != forkCount_; }
+  bool inForkedChild() const { return origin_.inForkedChild(); }
 
   // The I/O thread.
   void run();
@@ -56,7 +56,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void wait();
 
   const std::shared_ptr<Foundation::CompletionQueue> queue_;
-  const int forkCount_ = Foundation::forkCount();
+  const Foundation::OriginalProcess origin_{};
   const std::optional<Foundation::Failure> configurationFault_;  // fails every call
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;

@@ -74,7 +74,7 @@ CompletionQueue::CompletionQueue(std::shared_ptr<DispatchQueue> executor)
     : executor_(std::move(executor)), state_(std::make_shared<State>()) {}
 
 CompletionQueue::~CompletionQueue() {
-  if (executor_ || forkCount() != forkCount_) return;  // a child may have inherited the mutex locked
+  if (executor_ || origin_.inForkedChild()) return;  // a child may have inherited the mutex locked
   {
     const std::lock_guard lock(state_->mutex);
     state_->stopping = true;
@@ -85,11 +85,11 @@ CompletionQueue::~CompletionQueue() {
 const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
   struct Shared {
     const std::shared_ptr<CompletionQueue> queue = std::make_shared<CompletionQueue>(nullptr);
-    const int forks = forkCount();
+    const OriginalProcess origin{};
   };
   static std::atomic<Shared*> current = nullptr;  // what it points to is never destroyed: exit may need it
   Shared* known = current;
-  while (known == nullptr || known->forks != forkCount()) {
+  while (known == nullptr || known->origin.inForkedChild()) {
     auto made = std::make_unique<Shared>();
     if (current.compare_exchange_strong(known, made.get())) known = made.release();
   }
@@ -178,7 +178,7 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
 
 void CompletionQueue::stop() {
   // In the child of a fork the mutex may be locked for good, and the tasks belong to the parent.
-  if (forkCount() == forkCount_) runWithoutHandlers(state_->take());
+  if (!origin_.inForkedChild()) runWithoutHandlers(state_->take());
 }
 
 bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {

@@ -10,6 +10,8 @@
 #include <optional>
 
 #include "HalvernApi/Platform/Foundation/DispatchQueue.hpp"
+#include "HalvernApi/Platform/Foundation/Fork.hpp"
+#include "HalvernApi/Platform/Foundation/ProcessExit.hpp"
 #include "HalvernApi/Platform/Foundation/Task.hpp"
 #include "HalvernApi/Platform/Foundation/Thread.hpp"
 
@@ -56,7 +58,7 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
 
   const std::shared_ptr<DispatchQueue> executor_;
   const std::shared_ptr<State> state_;  // shared with the thread, for a task may drop the queue
-  const int forkCount_ = forkCount();
+  const OriginalProcess origin_{};
   Thread thread_;  // started under the state's mutex
 };
 

@@ -22,15 +22,16 @@ struct LocalTime : std::tm {
 inline void localtime_r(const std::time_t* time, LocalTime* local) {
   constexpr std::time_t ticks = 10'000'000, epoch = 11'644'473'600;  // a second; seconds from 1601 to 1970
   const auto fileTime = static_cast<unsigned long long>((*time + epoch) * ticks);
-  FILETIME utc{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)}, shown{};
+  FILETIME utc{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)}, wallClock{};
   SYSTEMTIME fields{};
   if (!::FileTimeToSystemTime(&utc, &fields) || !::SystemTimeToTzSpecificLocalTimeEx(nullptr, &fields, &fields) ||
-      !::SystemTimeToFileTime(&fields, &shown))
+      !::SystemTimeToFileTime(&fields, &wallClock))
     return;
-  const auto shownTime = (static_cast<unsigned long long>(shown.dwHighDateTime) << 32) + shown.dwLowDateTime;
+  const auto wallClockTime =
+      (static_cast<unsigned long long>(wallClock.dwHighDateTime) << 32) + wallClock.dwLowDateTime;
   *local = {
       {fields.wSecond, fields.wMinute, fields.wHour, fields.wDay, fields.wMonth - 1, fields.wYear - 1900, 0, 0, 0},
-      static_cast<std::time_t>(shownTime) / ticks - epoch - *time};
+      static_cast<std::time_t>(wallClockTime) / ticks - epoch - *time};
 }
 
 struct SigpipeBlock {};

@@ -1,0 +1,109 @@
+#include "HalvernApi/Platform/Foundation/ProcessExit.hpp"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "HalvernApi/Platform/Foundation/Posix.hpp"
+
+namespace HalvernApi::Foundation {
+namespace {
+
+struct Process {
+  std::atomic<bool> exiting = false;
+  std::atomic<int> inside = 0;
+  std::mutex mutex;
+  std::condition_variable left;
+  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;  // under mutex
+};
+
+Process& process();
+
+// A child must not inherit the mutex locked, and none of its parent's threads is inside anything there.
+void beforeFork() { process().mutex.lock(); }
+void afterForkInParent() { process().mutex.unlock(); }
+void afterForkInChild() {
+  process().inside = 0;
+  process().mutex.unlock();
+}
+
+// Never destroyed: threads look at it until the process is gone.
+Process& process() {
+  static Process& state = *[] {
+    pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+    return new Process;
+  }();
+  return state;
+}
+
+thread_local int insideHere = 0;
+
+// Runs at exit, perhaps several times.
+void beginExit() {
+  Process& state = process();
+  state.exiting = true;
+  std::unique_lock lock(state.mutex);
+  const auto stoppables = std::exchange(state.stoppables, {});
+  lock.unlock();
+  for (const auto& weak : stoppables)
+    if (const auto stoppable = weak.lock()) stoppable->stop();
+  lock.lock();
+  // A handler may be what called exit; it is not waited for.
+  state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= insideHere; });
+}
+
+thread_local bool localsAreGone = false;
+
+struct LocalsWatch {
+  ~LocalsWatch() { localsAreGone = true; }
+  void install() {}
+};
+thread_local LocalsWatch localsWatch;
+
+bool onMainThread() {
+#ifdef __linux__
+  return ::gettid() == ::getpid();
+#else
+  return pthread_main_np() != 0;
+#endif
+}
+
+}  // namespace
+
+bool ProcessExit::begun() { return process().exiting; }
+
+bool ProcessExit::enter() {
+  ++process().inside;
+  ++insideHere;
+  if (!process().exiting) return true;
+  leave();
+  return false;
+}
+
+void ProcessExit::leave() {
+  --insideHere;
+  --process().inside;
+  if (!process().exiting) return;
+  const std::lock_guard lock(process().mutex);
+  process().left.notify_all();
+}
+
+void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
+  localsWatch.install();
+  [[maybe_unused]] static const int registered = std::atexit(beginExit);
+  const std::lock_guard lock(process().mutex);
+  std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
+  process().stoppables.push_back(std::move(stoppable));
+}
+
+void ProcessExit::noticeFromDestructor() {
+  if (localsAreGone && onMainThread() && !begun()) beginExit();
+}
+
+}  // namespace HalvernApi::Foundation
