@@ -11,6 +11,7 @@ namespace HalvernApi::Alamofire {
 
 using Foundation::CompletionQueue;
 using Foundation::Failure;
+using Foundation::MutexLock;
 using Foundation::NSError;
 using Foundation::posixFailure;
 using Foundation::urlFailure;
@@ -120,7 +121,7 @@ std::optional<Failure> Transport::send(Command command) {
   if (inForkedChild() || Foundation::ProcessExit::begun()) return cancelled;
   bool asleep = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (stopping_) return cancelled;
     if (command.kind == Command::Kind::flush && !started_) return std::nullopt;  // there is no connection
     if (const auto failure = ensureThreads()) return failure;
@@ -131,7 +132,7 @@ std::optional<Failure> Transport::send(Command command) {
   return std::nullopt;
 }
 
-// Under the mutex. The error says why there are none; the next request tries again.
+// The error says why there are none; the next request tries again.
 std::optional<Failure> Transport::ensureThreads() {
   if (started_) return std::nullopt;
   if (!multi_) {
@@ -155,18 +156,18 @@ std::optional<Failure> Transport::ensureThreads() {
 
 void Transport::wake() {
   curl_multi_wakeup(multi_.get());
-  changed_.notify_one();
+  changed_.notifyOne();
 }
 
 void Transport::stop() {
   if (inForkedChild()) return;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
     if (!started_ || thread_.isThis()) return;
   }
   wake();
-  const std::lock_guard lock(joining_);
+  const MutexLock lock(joining_);
   if (thread_.started()) thread_.join();
 }
 
@@ -195,7 +196,7 @@ void Transport::run() {
 bool Transport::takeInbox() {
   bool stopping = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     taken_.swap(inbox_);
     asleep_ = false;
     stopping = stopping_;
@@ -328,15 +329,17 @@ void Transport::wait() {
   context_.now = Clock::now();
   const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - context_.now);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     asleep_ = inbox_.empty() && !stopping_;
     if (!asleep_) return;
   }
   const int timeout = static_cast<int>(std::clamp(rest, std::chrono::milliseconds(0), maxWait).count());
   if (curl_multi_poll(multi_.get(), nullptr, 0, timeout, nullptr) == CURLM_OK) return;
   // The system refuses to wait for sockets, for want of memory or descriptors: try again soon.
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, std::chrono::milliseconds(20), [this] { return !asleep_ || stopping_; });
+  const auto retry = Clock::now() + std::chrono::milliseconds(20);
+  MutexLock lock(mutex_);
+  while (asleep_ && !stopping_ && changed_.wait(lock, retry)) {
+  }
 }
 
 }  // namespace HalvernApi::Alamofire

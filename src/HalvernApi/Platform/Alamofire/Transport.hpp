@@ -34,7 +34,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
 
   // The error says why nobody will look at `command`.
   std::optional<Foundation::Failure> send(Command command);
-  std::optional<Foundation::Failure> ensureThreads();
+  std::optional<Foundation::Failure> ensureThreads() HALVERNAPI_REQUIRES(mutex_);
   void wake();
   bool inForkedChild() const { return origin_.inForkedChild(); }
 
@@ -64,14 +64,14 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   const std::size_t maxActive_;       // transfers inside libcurl
   const std::size_t maxJsonBytes_;    // of one answer
 
-  std::mutex mutex_;
-  std::vector<Command> inbox_;       // under mutex_
-  bool started_ = false;             // under mutex_
-  bool stopping_ = false;            // under mutex_
-  bool asleep_ = false;              // under mutex_
-  std::condition_variable changed_;  // with mutex_
-  std::mutex joining_;               // held while the thread is joined
-  Foundation::Thread thread_;        // started under mutex_, joined under joining_
+  Foundation::Mutex mutex_;
+  std::vector<Command> inbox_ HALVERNAPI_GUARDED_BY(mutex_);
+  bool started_ HALVERNAPI_GUARDED_BY(mutex_) = false;
+  bool stopping_ HALVERNAPI_GUARDED_BY(mutex_) = false;
+  bool asleep_ HALVERNAPI_GUARDED_BY(mutex_) = false;
+  Foundation::Condition changed_;
+  Foundation::Mutex joining_;  // held while the thread is joined
+  Foundation::Thread thread_;  // started under mutex_, joined under joining_
 
   // The I/O thread, once it runs; but any thread may wake the multi handle, which therefore lives as long as this.
   TransferContext context_;

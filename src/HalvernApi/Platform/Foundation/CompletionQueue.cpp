@@ -13,30 +13,37 @@ namespace {
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
-// What is not to run any more nor to be destroyed, for it holds objects of the application.
+// For tasks that must neither run nor be destroyed at exit: they own objects of the application.
 void keepUntilTheEnd(Task::Pointer task) {
-  static auto& mutex = *new std::mutex;
+  static auto& mutex = *new Mutex;
   static auto& kept = *new std::vector<Task::Pointer>;
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   kept.push_back(std::move(task));
 }
 
 }  // namespace
 
 struct CompletionQueue::State {
-  std::mutex mutex;
-  std::condition_variable arrived;
-  TaskList incoming;                     // under mutex
-  std::vector<Task::Pointer> unhandled;  // under mutex; settled, but their handlers wait for a thread
-  bool scheduled = false;                // under mutex; the application's queue has been asked to run the tasks
-  bool woken = false;                    // under mutex
-  bool stopping = false;                 // under mutex
-  TaskList next;                         // the thread that runs tasks
-  TaskList running;                      // the thread that runs tasks
+  Mutex mutex;
+  Condition arrived;
+  TaskList incoming HALVERNAPI_GUARDED_BY(mutex);
+  std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);  // settled; their handlers wait for a thread
+  bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // the application's queue has been asked to run the tasks
+  bool woken HALVERNAPI_GUARDED_BY(mutex) = false;
+  bool stopping HALVERNAPI_GUARDED_BY(mutex) = false;
+  TaskList next, running;  // used only by the thread that runs tasks
 
   TaskList take() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     return std::move(incoming);
+  }
+
+  // Whether something can run tasks. Starts the queue's own thread if it has none yet.
+  bool ensureThread(CompletionQueue& queue) HALVERNAPI_REQUIRES(mutex) {
+    if (queue.executor_) return !ProcessExit::begun();
+    Thread& thread = queue.thread_;
+    return thread.started() ||
+           thread.start([state = queue.state_, self = queue.weak_from_this()] { state->serve(self); });
   }
 
   bool runNext() {
@@ -60,8 +67,8 @@ struct CompletionQueue::State {
   void serve(const std::weak_ptr<CompletionQueue>& self) {
     for (;;) {
       {
-        std::unique_lock lock(mutex);
-        arrived.wait(lock, [this] { return stopping || !incoming.empty(); });
+        MutexLock lock(mutex);
+        while (!stopping && incoming.empty()) arrived.wait(lock);
         if (incoming.empty()) return;
       }
       const auto queue = self.lock();  // there is one as long as there are tasks
@@ -76,10 +83,10 @@ CompletionQueue::CompletionQueue(std::shared_ptr<DispatchQueue> executor)
 CompletionQueue::~CompletionQueue() {
   if (executor_ || origin_.inForkedChild()) return;  // a child may have inherited the mutex locked
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->stopping = true;
   }
-  state_->arrived.notify_one();
+  state_->arrived.notifyOne();
 }
 
 const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
@@ -98,9 +105,9 @@ const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
 
 std::shared_ptr<CompletionQueue> CompletionQueue::on(const std::shared_ptr<DispatchQueue>& executor) {
   if (!executor) return std::make_shared<CompletionQueue>(nullptr);
-  static auto& mutex = *new std::mutex;
+  static auto& mutex = *new Mutex;
   static auto& known = *new std::map<DispatchQueue*, std::weak_ptr<CompletionQueue>>;
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   std::erase_if(known, [](const auto& entry) { return entry.second.expired(); });
   auto queue = known[executor.get()].lock();
   if (!queue) known[executor.get()] = queue = std::make_shared<CompletionQueue>(executor);
@@ -111,22 +118,16 @@ CompletionQueue* CompletionQueue::current() { return currentQueue; }
 
 bool CompletionQueue::prepare() {
   if (executor_) ProcessExit::stopAtExit(weak_from_this());
-  const std::lock_guard lock(state_->mutex);
-  return hasThread();
-}
-
-// Under the state's mutex.
-bool CompletionQueue::hasThread() {
-  if (executor_) return !ProcessExit::begun();
-  return thread_.started() || thread_.start([state = state_, self = weak_from_this()] { state->serve(self); });
+  const MutexLock lock(state_->mutex);
+  return state_->ensureThread(*this);
 }
 
 void CompletionQueue::post(TaskList tasks) {
   bool scheduled = false;
-  std::vector<Task::Pointer> unhandled;  // goes after the lock: a task may hold objects of the application
+  std::vector<Task::Pointer> unhandled;  // destroyed without the lock: a task may own objects of the application
   {
-    const std::lock_guard lock(state_->mutex);
-    if (hasThread()) {
+    const MutexLock lock(state_->mutex);
+    if (state_->ensureThread(*this)) {
       unhandled.swap(state_->unhandled);
       for (const Task::Pointer& task : unhandled)
         if (task->claimPosting()) state_->incoming.push(task);
@@ -138,28 +139,28 @@ void CompletionQueue::post(TaskList tasks) {
   if (executor_ && !scheduled)
     schedule();
   else
-    state_->arrived.notify_one();
+    state_->arrived.notifyOne();
 }
 
 void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
 
-// Asks the application's queue to run the tasks that wait. Asks again after each batch, for it has other work, too.
+// Asks the application's queue to run the tasks that wait, and again after each batch: the queue has other work, too.
 void CompletionQueue::schedule() {
   thread_local CompletionQueue* asking = nullptr;  // the queue whose executor this thread is asking
   CompletionQueue* const before = std::exchange(asking, this);
   executor_->async([self = shared_from_this()] {
     do {
       self->state_->runAll(self.get());
-      const std::lock_guard lock(self->state_->mutex);
+      const MutexLock lock(self->state_->mutex);
       self->state_->scheduled = !self->state_->incoming.empty();
       if (!self->state_->scheduled) return;
-    } while (asking == self.get());  // inside `async`: to ask again would be a recursion without end
+    } while (asking == self.get());  // asking inside `async` would be a recursion
     self->schedule();
   });
   asking = before;
 }
 
-// On the calling thread, without handlers. Tasks that come of these are settled by the outermost call.
+// On the calling thread, without handlers. Tasks that these add are run by the outermost call.
 void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   thread_local TaskList* pending = nullptr;
   if (pending != nullptr) return pending->append(std::move(tasks));
@@ -169,7 +170,7 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
     if (ProcessExit::begun()) {
       keepUntilTheEnd(std::move(task));
     } else {
-      const std::lock_guard lock(state_->mutex);
+      const MutexLock lock(state_->mutex);
       state_->unhandled.push_back(std::move(task));
     }
   }
@@ -185,12 +186,9 @@ bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadl
   State& state = *state_;
   while (!done()) {
     if (state.runNext()) continue;
-    std::unique_lock lock(state.mutex);
-    const auto ready = [&] { return state.woken || !state.incoming.empty(); };
-    if (!deadline)
-      state.arrived.wait(lock, ready);
-    else if (!state.arrived.wait_until(lock, *deadline, ready))
-      return false;
+    MutexLock lock(state.mutex);
+    while (!state.woken && state.incoming.empty())
+      if (!state.arrived.wait(lock, deadline)) return false;
     state.woken = false;
     state.running.append(std::move(state.incoming));
   }
@@ -199,10 +197,10 @@ bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadl
 
 void CompletionQueue::wake() {
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->woken = true;
   }
-  state_->arrived.notify_all();
+  state_->arrived.notifyAll();
 }
 
 }  // namespace HalvernApi::Foundation

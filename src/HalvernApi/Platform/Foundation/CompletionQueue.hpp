@@ -4,13 +4,12 @@
 // handler that blocks on a promise can run the tasks behind it, whichever queue it runs on.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <optional>
+#include <functional>
+#include <memory>
 
 #include "HalvernApi/Platform/Foundation/DispatchQueue.hpp"
 #include "HalvernApi/Platform/Foundation/Fork.hpp"
+#include "HalvernApi/Platform/Foundation/Mutex.hpp"
 #include "HalvernApi/Platform/Foundation/ProcessExit.hpp"
 #include "HalvernApi/Platform/Foundation/Task.hpp"
 #include "HalvernApi/Platform/Foundation/Thread.hpp"
@@ -19,8 +18,6 @@ namespace HalvernApi::Foundation {
 
 class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared_from_this<CompletionQueue> {
  public:
-  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
-
   // `executor` runs the tasks; null means a thread of the queue's own.
   explicit CompletionQueue(std::shared_ptr<DispatchQueue> executor);
   ~CompletionQueue() override;
@@ -44,7 +41,7 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
 
   // Inside a task of this queue: runs other tasks until `done` says so; false at the deadline.
   bool runUntil(const std::function<bool()>& done, Deadline deadline);
-  // Has `runUntil` ask again, on whichever thread it waits.
+  // Makes a waiting `runUntil` call `done` again.
   void wake();
 
   // At exit: settles what the application's queue may never come for.
@@ -52,7 +49,6 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
 
  private:
   struct State;
-  bool hasThread();
   void schedule();
   void runWithoutHandlers(TaskList tasks);
 

@@ -4,12 +4,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "HalvernApi/Platform/Foundation/Mutex.hpp"
 #include "HalvernApi/Platform/Foundation/Posix.hpp"
 
 namespace HalvernApi::Foundation {
@@ -18,17 +17,17 @@ namespace {
 struct Process {
   std::atomic<bool> exiting = false;
   std::atomic<int> inside = 0;
-  std::mutex mutex;
-  std::condition_variable left;
-  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables;  // under mutex
+  Mutex mutex;
+  Condition left;
+  std::vector<std::weak_ptr<ProcessExit::Stoppable>> stoppables HALVERNAPI_GUARDED_BY(mutex);
 };
 
 Process& process();
 
 // A child must not inherit the mutex locked, and none of its parent's threads is inside anything there.
-void beforeFork() { process().mutex.lock(); }
-void afterForkInParent() { process().mutex.unlock(); }
-void afterForkInChild() {
+void beforeFork() HALVERNAPI_UNCHECKED { process().mutex.lock(); }
+void afterForkInParent() HALVERNAPI_UNCHECKED { process().mutex.unlock(); }
+void afterForkInChild() HALVERNAPI_UNCHECKED {
   process().inside = 0;
   process().mutex.unlock();
 }
@@ -48,14 +47,16 @@ thread_local int insideHere = 0;
 void beginExit() {
   Process& state = process();
   state.exiting = true;
-  std::unique_lock lock(state.mutex);
+  MutexLock lock(state.mutex);
   const auto stoppables = std::exchange(state.stoppables, {});
   lock.unlock();
   for (const auto& weak : stoppables)
     if (const auto stoppable = weak.lock()) stoppable->stop();
   lock.lock();
   // A handler may be what called exit; it is not waited for.
-  state.left.wait_for(lock, std::chrono::seconds(1), [&] { return state.inside <= insideHere; });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (state.inside > insideHere && state.left.wait(lock, deadline)) {
+  }
 }
 
 thread_local bool localsAreGone = false;
@@ -90,14 +91,14 @@ void ProcessExit::leave() {
   --insideHere;
   --process().inside;
   if (!process().exiting) return;
-  const std::lock_guard lock(process().mutex);
-  process().left.notify_all();
+  const MutexLock lock(process().mutex);
+  process().left.notifyAll();
 }
 
 void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
   localsWatch.install();
   [[maybe_unused]] static const int registered = std::atexit(beginExit);
-  const std::lock_guard lock(process().mutex);
+  const MutexLock lock(process().mutex);
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
   process().stoppables.push_back(std::move(stoppable));
 }

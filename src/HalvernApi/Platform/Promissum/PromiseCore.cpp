@@ -8,6 +8,7 @@
 namespace HalvernApi::Promissum {
 
 using Foundation::CompletionQueue;
+using Foundation::MutexLock;
 using Foundation::ProcessExit;
 
 Cancellable::~Cancellable() = default;
@@ -18,13 +19,13 @@ void Cancellable::cancel(std::shared_ptr<Cancellable> work) {
 }
 
 std::shared_ptr<Cancellable> CancelRelay::cancelOrDelegate() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   cancelled_ = true;
   return work_.lock();
 }
 
 void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   work_ = std::move(work);
   auto cancelled = cancelled_ ? work_.lock() : nullptr;
   lock.unlock();
@@ -57,12 +58,12 @@ bool PromiseCore::publish() {
   bool posted = false;
   std::vector<Queue> waiting;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     posted = !callbacks_.empty();
     state_ = posted ? State::posted : State::settled;
     waiting.swap(waiting_);
   }
-  settledChanged_.notify_all();
+  settledChanged_.notifyAll();
   for (const Queue& queue : waiting) queue->wake();
   return posted;
 }
@@ -76,7 +77,7 @@ void PromiseCore::post() {
 
 void PromiseCore::attach(std::unique_ptr<Callback> callback) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     callbacks_.push(std::move(callback));
     if (state_ != State::settled) return;
     state_ = State::posted;
@@ -85,7 +86,7 @@ void PromiseCore::attach(std::unique_ptr<Callback> callback) {
 }
 
 bool PromiseCore::claimPosting() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (callbacks_.empty() || state_ != State::settled) return false;
   state_ = State::posted;
   return true;
@@ -103,7 +104,7 @@ bool PromiseCore::runWithoutHandlers() noexcept {
 bool PromiseCore::runCallbacks(bool (*mayRun)(Kind)) noexcept {
   Callbacks left;
   for (;;) {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (callbacks_.empty()) {
       state_ = State::settled;
       callbacks_.append(std::move(left));
@@ -122,22 +123,21 @@ bool PromiseCore::runCallbacks(bool (*mayRun)(Kind)) noexcept {
 
 bool PromiseCore::wait(std::chrono::milliseconds timeout) {
   constexpr std::chrono::milliseconds zero{0}, century = std::chrono::hours(24 * 365 * 100);
-  CompletionQueue::Deadline deadline;
+  Foundation::Deadline deadline;
   if (timeout < century) deadline = std::chrono::steady_clock::now() + std::max(timeout, zero);
-  const auto done = [this] { return settled(); };
-  std::unique_lock lock(mutex_);
-  if (settled()) return true;
-  if (CompletionQueue* const current = CompletionQueue::current()) {
-    const Queue queue = waiting_.emplace_back(current->shared_from_this());
-    lock.unlock();
-    queue->runUntil(done, deadline);
-    lock.lock();
-    if (!settled()) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
+  MutexLock lock(mutex_);
+  CompletionQueue* const current = CompletionQueue::current();
+  if (current == nullptr || settled()) {
+    while (!settled() && settledChanged_.wait(lock, deadline)) {
+    }
     return settled();
   }
-  if (deadline) return settledChanged_.wait_until(lock, *deadline, done);
-  settledChanged_.wait(lock, done);
-  return true;
+  const Queue queue = waiting_.emplace_back(current->shared_from_this());
+  lock.unlock();
+  queue->runUntil([this] { return settled(); }, deadline);
+  lock.lock();
+  if (!settled()) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
+  return settled();
 }
 
 void PromiseCore::cancel() const {

@@ -4,11 +4,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "HalvernApi/Platform/Foundation/Mutex.hpp"
 #include "HalvernApi/Platform/Foundation/Task.hpp"
 
 namespace HalvernApi::Foundation {
@@ -35,9 +34,9 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
   void follow(std::weak_ptr<Cancellable> work);  // cancels it at once when the relay was cancelled before
 
  private:
-  std::mutex mutex_;
-  std::weak_ptr<Cancellable> work_;  // under mutex_
-  bool cancelled_ = false;           // under mutex_
+  Foundation::Mutex mutex_;
+  std::weak_ptr<Cancellable> work_ HALVERNAPI_GUARDED_BY(mutex_);
+  bool cancelled_ HALVERNAPI_GUARDED_BY(mutex_) = false;
 };
 
 // The states of a promise:
@@ -50,9 +49,8 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 //                           '--------------> posted ------------'
 //                 publish, with callbacks
 //
-// A promise is posted from the moment at which somebody has to put it into its queue until the queue has run it. Only
-// the task of a posted promise runs callbacks, so they run one at a time and in order. Callbacks that are attached
-// before the promise settles, or while it is posted, are run by that task.
+// A posted promise is in its queue, as a task, or the caller of the function that posted it has to put it there. Only
+// that task runs callbacks, so they run one at a time and in order.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
@@ -79,20 +77,20 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);
-  // Has a posted promise run: as the next task when called inside a task of its own queue.
+  // Puts a posted promise into its queue; as the next task when called inside a task of that queue.
   void post();
-  bool run() noexcept override;
-  bool runWithoutHandlers() noexcept override;
-  bool claimPosting() override;
+  [[nodiscard]] bool run() noexcept override;
+  [[nodiscard]] bool runWithoutHandlers() noexcept override;
+  [[nodiscard]] bool claimPosting() override;
 
-  // Until settled; false when that takes longer than `timeout`, which is no limit from a century on. Inside a handler
-  // it runs the other tasks of that handler's queue meanwhile.
+  // Waits until the promise has settled; false if that takes longer than `timeout`. A century or more is no limit.
+  // Inside a handler, other tasks of its queue run meanwhile.
   bool wait(std::chrono::milliseconds timeout);
 
   void cancel() const;
   const std::weak_ptr<Cancellable>& cancellable() const { return cancellable_; }
 
-  // A promise source that is dropped unsettled is a programming error.
+  // Counts the sources. Destroying the last one before the promise settles is a programming error.
   void addSource() { ++sources_; }
   void removeSource();
 
@@ -110,11 +108,11 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
-  std::mutex mutex_;
-  std::condition_variable settledChanged_;     // with mutex_
-  std::vector<Queue> waiting_;                 // under mutex_; one entry for each `wait` inside a task of the queue
-  Callbacks callbacks_;                        // under mutex_
-  std::atomic<State> state_ = State::pending;  // beyond `claimed` written under mutex_
+  Foundation::Mutex mutex_;
+  Foundation::Condition settledChanged_;
+  std::vector<Queue> waiting_ HALVERNAPI_GUARDED_BY(mutex_);  // one entry for each `wait` inside a task of the queue
+  Callbacks callbacks_ HALVERNAPI_GUARDED_BY(mutex_);
+  std::atomic<State> state_ = State::pending;  // changed under mutex_, except by `claim`
   std::atomic<int> sources_ = 0;
 };
 

@@ -1,0 +1,66 @@
+// A mutex, a lock of it and a condition variable for which Clang checks that what a mutex guards is only used while it
+// is locked (-Wthread-safety). Any thread.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+
+#ifdef __clang__
+#define HALVERNAPI_CHECKED_BY_CLANG(attribute) __attribute__((attribute))
+#else
+#define HALVERNAPI_CHECKED_BY_CLANG(attribute)
+#endif
+#define HALVERNAPI_GUARDED_BY(mutex) HALVERNAPI_CHECKED_BY_CLANG(guarded_by(mutex))
+#define HALVERNAPI_REQUIRES(mutex) HALVERNAPI_CHECKED_BY_CLANG(requires_capability(mutex))
+// For a function that leaves a mutex locked, or unlocks one that another function has locked.
+#define HALVERNAPI_UNCHECKED HALVERNAPI_CHECKED_BY_CLANG(no_thread_safety_analysis)
+
+namespace HalvernApi::Foundation {
+
+// Absent means no limit.
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+class HALVERNAPI_CHECKED_BY_CLANG(capability("mutex")) Mutex {
+ public:
+  void lock() HALVERNAPI_CHECKED_BY_CLANG(acquire_capability()) { mutex_.lock(); }
+  void unlock() HALVERNAPI_CHECKED_BY_CLANG(release_capability()) { mutex_.unlock(); }
+
+ private:
+  friend class MutexLock;
+  std::mutex mutex_;
+};
+
+// Holds the mutex from construction to destruction, unless it is unlocked meanwhile.
+class HALVERNAPI_CHECKED_BY_CLANG(scoped_lockable) MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) HALVERNAPI_CHECKED_BY_CLANG(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
+  ~MutexLock() HALVERNAPI_CHECKED_BY_CLANG(release_capability()) {}
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+  void lock() HALVERNAPI_CHECKED_BY_CLANG(acquire_capability()) { lock_.lock(); }
+  void unlock() HALVERNAPI_CHECKED_BY_CLANG(release_capability()) { lock_.unlock(); }
+
+ private:
+  friend class Condition;
+  std::unique_lock<std::mutex> lock_;
+};
+
+class Condition {
+ public:
+  void notifyOne() { changed_.notify_one(); }
+  void notifyAll() { changed_.notify_all(); }
+  // Unlocks, and locks again once it was notified; may also return without that. False at the deadline.
+  bool wait(MutexLock& lock, Deadline deadline = {}) {
+    if (deadline) return changed_.wait_until(lock.lock_, *deadline) == std::cv_status::no_timeout;
+    changed_.wait(lock.lock_);
+    return true;
+  }
+
+ private:
+  std::condition_variable changed_;
+};
+
+}  // namespace HalvernApi::Foundation
