@@ -10,8 +10,8 @@ namespace {
 using Testing::Operation;
 
 // Sends a body and headers as they are.
-struct Exactly final : ParameterEncoding {
-  Exactly(const std::string& theBody, const std::string& theType, const std::string& accepted)
+struct FixedBody final : ParameterEncoding {
+  FixedBody(const std::string& theBody, const std::string& theType, const std::string& accepted)
       : body(theBody), contentType(theType), accept(accepted) {}
   std::optional<NSError> encode(Alamofire::URLRequest& request, const std::optional<JsonObject>&) const override {
     request.body = body;
@@ -34,12 +34,13 @@ std::string exchange(int port, const std::string& sent) {
 
 const std::string post = "POST /api/v1/account/login HTTP/1.1\r\nConnection: close\r\n";
 
-TEST(Sandbox, RefusesBodiesOfAnyLength) {
+TEST(Sandbox, SurvivesBodiesAndHeadersOfAnyLength) {
   const Testing::Sandbox sandbox;
   const std::string chunk = "FFFFFF\r\n" + std::string(0xffffff, 'x') + "\r\n";
   const std::string bodies[] = {"Content-Length: 1000000000000\r\n\r\nx", "Transfer-Encoding: chunked\r\n\r\n" + chunk};
   for (const std::string& body : bodies)
     EXPECT_TRUE(exchange(sandbox.port(), post + body).starts_with("HTTP/1.1 413 ")) << body.substr(0, 40);
+  EXPECT_EQ(exchange(sandbox.port(), post + "X: " + std::string(100'000, 'x') + "\r\n\r\n"), "");
   EXPECT_TRUE(exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 "));
 }
 
@@ -72,6 +73,103 @@ TEST(Sandbox, WaitsForDescriptorsWithoutSpinning) {
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
   boost::asio::write(client, boost::asio::buffer(post + "\r\n"));
   EXPECT_TRUE(sandbox.waitUntilSeen(Operation::login, 1, 10s));
+}
+
+TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
+  Testing::Sandbox sandbox({.page = true});
+  sandbox.addAccount("a@b.c", "password");
+  HttpApiService service(sandbox.baseUrl(), {.timeoutIntervalForRequest = 300ms * slack}, sandbox.apiKey());
+  const auto login = [&] { return outcomeOf(service.login("a@b.c", "password", "id", "name")); };
+  const auto arm = [&](const std::string& what) {
+    const std::string body = R"({"operation":"login")" + what + '}';
+    return exchange(sandbox.port(),
+                    "POST /sandbox/script HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nContent-Length: " +
+                        std::to_string(body.size()) + "\r\n\r\n" + body);
+  };
+  const std::pair<std::string, std::string> rows[] = {
+      {R"("status":503)", invalid},
+      {R"("status":401)", "notAuthorized"},
+      {R"("status":400,"message":"Later.")", "validationError Later."},
+      {R"("validationErrors":["Too young.","Too old."])", "validationError Too young."},
+      {R"("body":"<html>")", notJson},
+      {R"("body":"{}","contentType":"text/html")", invalid},
+      {R"("never":true)", timedOut},
+      {R"("drop":true,"delay":10)", lost},
+      {R"("delay":10)", "success"},
+      {R"("calls":0)", "success"},
+  };
+  for (const auto& [what, outcome] : rows) {
+    sandbox.script(Operation::login, {.answer = Testing::Answer{.status = 500}, .calls = 7});
+    EXPECT_TRUE(arm("," + what).starts_with("HTTP/1.1 200 ")) << what;
+    EXPECT_EQ(login(), outcome) << what;
+    EXPECT_EQ(login(), "success") << "after " << what;
+  }
+  EXPECT_NE(arm(R"(,"calls":"all","status":500)").find(R"("calls":"all")"), std::string::npos);
+  for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
+  for (const char* what : {R"(,"calls":-1)", R"(,"contentType":"a\r\nb")", R"(,"status":100)", R"(,"more":1)", "]"})
+    EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 400 ")) << what;
+}
+
+TEST(SandboxPage, IsForItsOwnUserAlone) {
+  const Testing::Sandbox sandbox({.page = true}), without;
+  const auto ask = [&](const std::string& line, const std::string& headers) {
+    const std::string answer = exchange(sandbox.port(), line + " HTTP/1.1\r\nConnection: close\r\n" + headers + "\r\n");
+    return answer.substr(9, 3);
+  };
+  const std::string own = "Host: 127.0.0.1:80\r\n";
+  for (const char* target : {"GET /", "GET /sandbox/state", "GET /sandbox/calls", "POST /sandbox/reset"}) {
+    EXPECT_EQ(ask(target, own), "200");
+    EXPECT_EQ(ask(target, "Host: LocalHost\r\nOrigin: http://LocalHost\r\n"), "200");
+    for (const std::string& headers :
+         {std::string("Host: evil.example\r\n"), std::string("Host: 127.0.0.1.evil.example\r\n"), std::string(),
+          own + "Origin: http://127.0.0.1:81\r\n", own + "Origin: null\r\n"})
+      EXPECT_EQ(ask(target, headers), "403") << target << ' ' << headers;
+  }
+  EXPECT_EQ(ask("GET /sandbox/reset", own), "405");
+  EXPECT_EQ(ask("POST /", own), "405");
+  EXPECT_TRUE(sandbox.seen().empty());
+  EXPECT_EQ(sandbox.connections(), 0);
+  EXPECT_TRUE(
+      exchange(without.port(), "GET / HTTP/1.1\r\nConnection: close\r\n" + own + "\r\n").starts_with("HTTP/1.1 404 "));
+  EXPECT_EQ(without.seen().size(), 1);
+}
+
+TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
+  Testing::Sandbox sandbox({.page = true});
+  boost::asio::ip::tcp::iostream events("127.0.0.1", std::to_string(sandbox.port()));
+  events << "GET /sandbox/events HTTP/1.1\r\nHost: localhost\r\n\r\n" << std::flush;
+  const auto nextEvent = [&] {
+    events.expires_after(10s);
+    std::string line;
+    while (std::getline(events, line) && !line.starts_with("data: ")) continue;
+    return line;
+  };
+  EXPECT_NE(nextEvent().find(R"("accounts":[])"), std::string::npos);
+  sandbox.addAccount("a@b.c", "password");
+  EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
+
+  std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
+  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
+              "Content-Length: 100000\r\nConnection: close\r\n\r\n" + std::string(100'000, '\xff');
+  (void)exchange(sandbox.port(), requests);
+  const auto seen = sandbox.seen();
+  ASSERT_EQ(seen.size(), 1000);
+  EXPECT_EQ(seen.back().target, "/y");
+  EXPECT_EQ(seen.back().body.size(), 65'536);
+  EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
+  EXPECT_EQ(sandbox.connections(), 1);
+  const std::string details =
+      exchange(sandbox.port(), "GET /sandbox/calls/1001 HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+  EXPECT_NE(details.find(R"("bodySize":100000)"), std::string::npos);
+  EXPECT_EQ(details.find('\xff'), std::string::npos);
+
+  sandbox.script(Operation::login, {.answer = Testing::Answer{.status = 500}});
+  sandbox.resetAll();
+  EXPECT_TRUE(sandbox.seen().empty());
+  HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());
+  EXPECT_EQ(outcomeOf(service.login("a@b.c", "password", "id", "name")),
+            "validationError The e-mail address or the password is wrong.");
+  EXPECT_EQ(outcomeOf(service.authenticate("sandbox-facebook-token", "id", "name")), "success");
 }
 
 TEST(Sandbox, RefusesWhatIsMoreLessOrOtherThanTheServiceExpects) {
@@ -113,7 +211,7 @@ TEST(Sandbox, RefusesWhatIsMoreLessOrOtherThanTheServiceExpects) {
   for (const auto& [operation, body, refusal, contentType, accept] : rows) {
     const std::string url = sandbox.baseUrl() + std::string(path(operation));
     const auto sent =
-        request<Unit>(*service.manager(), url, HTTPMethod::post, JsonObject(), Exactly(body, contentType, accept),
+        request<Unit>(*service.manager(), url, HTTPMethod::post, JsonObject(), FixedBody(body, contentType, accept),
                       sandbox.apiKey(), first.accessToken(), [](const JsonValue&) { return Unit(); });
     EXPECT_EQ(outcomeOf(sent), refusal.empty() ? "success" : "validationError " + refusal) << body;
   }

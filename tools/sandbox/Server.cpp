@@ -70,6 +70,7 @@ struct Server::Impl {
         co_await serve(std::move(socket));
     } catch (const boost::system::system_error&) {  // the client is gone, or does not speak the protocol
     } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {  // a header that the parser cannot hold
     }
     const std::lock_guard lock(mutex);
     ++closed;
