@@ -4,6 +4,7 @@
 
 #include <HalvernApi/Audiogram.hpp>
 #include <HalvernApi/Platform/Statham/JsonCodec.hpp>
+#include <algorithm>
 #include <boost/algorithm/string.hpp>
 
 #include "Judging.hpp"
@@ -64,8 +65,8 @@ json::value chartOf(const std::string& body, const Chart& chart) {
   const json::value parsed = json::parse(body, error);
   const json::value* const aids = parsed.is_object() ? parsed.get_object().if_contains("aids") : nullptr;
   if (!chart || aids == nullptr) return nullptr;
-  const auto audiograms = Statham::JsonCodec<std::vector<Audiogram>>::decodeJson(*aids);
-  return audiograms ? json::value(utf8Of(chart(*audiograms))) : nullptr;
+  const auto decoded = Statham::JsonCodec<std::vector<Audiogram>>::decodeJson(*aids);
+  return decoded ? json::value(utf8Of(chart(*decoded))) : nullptr;
 }
 
 json::object detailsOf(const Call& call, const Chart& chart) {

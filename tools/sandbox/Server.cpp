@@ -65,9 +65,9 @@ struct Server::Impl {
       tcp::socket socket(io, tcp::v4(), descriptor);
       socket.set_option(tcp::no_delay(true));  // pieces are sent as they are scripted
       if (tls)
-        co_await serve(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get())));
+        co_await answerAll(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get())));
       else
-        co_await serve(std::move(socket));
+        co_await answerAll(std::move(socket));
     } catch (const boost::system::system_error&) {  // the client is gone, or does not speak the protocol
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {  // a header that the parser cannot hold
@@ -85,7 +85,7 @@ struct Server::Impl {
   };
 
   template <class Stream>
-  awaitable<void> serve(Stream stream) {
+  awaitable<void> answerAll(Stream stream) {
     if constexpr (!std::is_same_v<Stream, tcp::socket>)
       co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
     Connection<Stream> connection{std::move(stream)};

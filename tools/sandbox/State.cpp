@@ -1,5 +1,7 @@
 #include "State.hpp"
 
+#include <algorithm>
+
 namespace HalvernApi::Testing {
 namespace {
 
