@@ -133,7 +133,7 @@ Answer resendValidationEmail(Service& service, const json::object&, Account* acc
 constexpr Field resetFields[] = {{"email", email}};
 Answer sendPasswordReset(Service& service, const json::object& body, Account*) {
   const Account* const account = service.find(get(body, "email"));
-  if (account != nullptr) service.outbox.emplace_back(account->email, "You have asked for a new password.");
+  if (account != nullptr) service.outbox.push_back({account->email, "You have asked for a new password."});
   return ok({{"result", account != nullptr}});
 }
 
@@ -240,7 +240,9 @@ Answer Service::answer(const SeenRequest& request) {
   }
   if (request.header("Content-Type") != mediaType)
     return invalid({"The header Content-Type must be application/json."});
-  return judge(request.body, fields, [&](const json::object& body) { return handle(*this, body, account); });
+  return judge(request.body, fields, [&, handle = handle, account = account](const json::object& body) {
+    return handle(*this, body, account);
+  });
 }
 
 Account* Service::find(const std::string& address) {
@@ -267,7 +269,7 @@ Answer Service::signIn(Account& account, const json::object& body) {
 }
 
 void Service::mailConfirmation(const Account& account) {
-  outbox.emplace_back(account.email, "Confirm your e-mail address: " + link(account));
+  outbox.push_back({account.email, "Confirm your e-mail address: " + link(account)});
 }
 
 std::string Service::link(const Account& account) const {

@@ -21,7 +21,7 @@ void shorten(std::vector<std::pair<std::string, std::string>>& headers) {
 Script take(std::deque<Script>& queue) {
   while (!queue.empty() && queue.front().calls == 0) queue.pop_front();
   if (queue.empty()) return {};
-  const Script script = queue.front();
+  Script script = queue.front();
   if (script.calls != Script::always && --queue.front().calls == 0) queue.pop_front();
   return script;
 }
