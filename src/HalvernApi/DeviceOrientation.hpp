@@ -23,4 +23,10 @@ class HALVERNAPI_EXPORT DeviceOrientation : public Statham::RawEnum<DeviceOrient
 
 inline constexpr DeviceOrientation DeviceOrientation::left = Case::left, DeviceOrientation::right = Case::right;
 
+// \cond
+extern template Foundation::Expected<DeviceOrientation, Statham::JsonDecodeError>
+Statham::RawEnum<DeviceOrientation, DeviceOrientationCase>::decodeJson(const Statham::JsonValue&);
+extern template std::string Statham::RawEnum<DeviceOrientation, DeviceOrientationCase>::encodeJson() const;
+// \endcond
+
 }  // namespace HalvernApi

@@ -23,4 +23,10 @@ class HALVERNAPI_EXPORT Sex : public Statham::RawEnum<Sex, SexCase> {
 
 inline constexpr Sex Sex::male = Case::male, Sex::female = Case::female, Sex::unknown = Case::unknown;
 
+// \cond
+extern template Foundation::Expected<Sex, Statham::JsonDecodeError> Statham::RawEnum<Sex, SexCase>::decodeJson(
+    const Statham::JsonValue&);
+extern template std::string Statham::RawEnum<Sex, SexCase>::encodeJson() const;
+// \endcond
+
 }  // namespace HalvernApi
