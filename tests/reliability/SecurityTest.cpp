@@ -150,7 +150,7 @@ TEST(Injection, IsRefusedBeforeAConnectionIsMade) {
     EXPECT_EQ(outcome("X-App", bad), badHeader);
     EXPECT_EQ(outcome(bad, "value"), badHeader);
   }
-  for (const char* name : {"", "X App", "X:App", "Content-Length", "transfer-encoding", "Expect"})
+  for (const char* name : {"", "X App", "X:App", "X;App", "Content-Length", "transfer-encoding", "Expect"})
     EXPECT_EQ(outcome(name, "100"), badHeader);
   const auto notANumber = service.profile({{DeviceOrientation::left, "s", "t", {{1, std::nan("")}}}}, "token");
   EXPECT_EQ(outcomeOf(notANumber), badBody);

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -25,7 +25,7 @@ std::string acceptLanguage() {
     list.remove_prefix(std::min(list.size(), entry.size() + 1));
     std::string language(entry.substr(0, entry.find_first_of(".@")));
     std::replace(language.begin(), language.end(), '_', '-');
-    if (language.size() < 2 || language == "POSIX" || !consistsOf(language, "-")) continue;
+    if (language.size() < 2 || language == "POSIX" || !Foundation::consistsOf(language, "-")) continue;
     if (std::find(languages.begin(), languages.end(), language) == languages.end()) languages.push_back(language);
   }
   if (languages.empty()) return "en";

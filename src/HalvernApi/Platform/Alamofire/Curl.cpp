@@ -22,8 +22,11 @@ std::string acceptEncoding() {
   const curl_version_info_data& libcurl = *curl_version_info(CURLVERSION_NOW);
   std::string list;
   for (const auto& [feature, names] : {std::pair{CURL_VERSION_LIBZ, "deflate, gzip"},
-                                       std::pair{CURL_VERSION_BROTLI, "br"}, std::pair{CURL_VERSION_ZSTD, "zstd"}})
-    if ((libcurl.features & feature) != 0) (list += list.empty() ? "" : ", ") += names;
+                                       std::pair{CURL_VERSION_BROTLI, "br"}, std::pair{CURL_VERSION_ZSTD, "zstd"}}) {
+    if ((libcurl.features & feature) == 0) continue;
+    if (!list.empty()) list += ", ";
+    list += names;
+  }
   return list.empty() ? "identity" : list;
 }
 

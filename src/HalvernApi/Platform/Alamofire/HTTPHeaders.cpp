@@ -1,51 +1,33 @@
 #include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 #include "HalvernApi/Platform/Foundation/Data.hpp"
 
 namespace HalvernApi::Alamofire {
+
+using Foundation::consistsOf;
+using Foundation::equalIgnoringCase;
+
 namespace {
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
-// In front of each header's line. Two characters stand between name and value, and a NUL behind the value.
-struct Lengths {
-  std::size_t name;
-  std::size_t value;
-};
+// Replaces what would end a name or a line too early by a character that `headerFault` refuses.
+void replace(std::string& block, std::size_t start, char separator) {
+  std::replace(block.begin() + static_cast<std::ptrdiff_t>(start), block.end(), separator, '\1');
+}
 
 }  // namespace
 
-bool equalIgnoringCase(std::string_view left, std::string_view right) {
-  return left.size() == right.size() &&
-         std::equal(left.begin(), left.end(), right.begin(), [](char a, char b) { return lower(a) == lower(b); });
-}
-
-bool consistsOf(std::string_view text, std::string_view marks) {
-  static constexpr auto isLetterOrDigit = [] {
-    std::array<bool, 256> table{};
-    for (const char c : std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"))
-      table[static_cast<unsigned char>(c)] = true;
-    return table;
-  }();
-  return std::all_of(text.begin(), text.end(), [marks](char c) {
-    return isLetterOrDigit[static_cast<unsigned char>(c)] || marks.find(c) != std::string_view::npos;
-  });
-}
-
 HTTPHeaders::Header HTTPHeaders::Iterator::operator*() const {
-  Lengths lengths;
-  std::memcpy(&lengths, at, sizeof lengths);
-  const char* const line = at + sizeof lengths;
-  return {{line, lengths.name}, {line + lengths.name + 2, lengths.value}};
+  if (const char* const colon = std::strchr(at, ':')) return {{at, static_cast<std::size_t>(colon - at)}, colon + 2};
+  const std::string_view line(at);
+  return {line.substr(0, line.size() - 1), line.substr(line.size())};
 }
 
 HTTPHeaders::Iterator& HTTPHeaders::Iterator::operator++() {
-  const std::string_view value = (**this).value;
-  at = value.data() + value.size() + 1;
+  at += std::strlen(at) + 1;
   return *this;
 }
 
@@ -59,24 +41,34 @@ HTTPHeaders::HTTPHeaders(const HTTPHeaders& other, std::size_t more) {
 }
 
 void HTTPHeaders::set(std::string_view name, std::optional<std::string_view> value) {
-  Iterator old = begin();
-  while (old != end() && !equalIgnoringCase((*old).name, name)) ++old;
-  if (old != end()) {
-    const char* const start = old.at;
-    block_.erase(static_cast<std::size_t>(start - block_.data()), static_cast<std::size_t>((++old).at - start));
-  }
+  if (const Iterator old = lineOf(name); old != end())
+    block_.erase(static_cast<std::size_t>(old.at - block_.data()), std::strlen(old.at) + 1);
   if (!value) return;
   const bool blank = value->find_first_not_of(" \t") == std::string_view::npos;
-  const Lengths lengths{name.size(), blank ? 0 : value->size()};
-  block_.reserve(block_.size() + sizeof lengths + lengths.name + 2 + lengths.value + 1);
-  block_.append(reinterpret_cast<const char*>(&lengths), sizeof lengths).append(name);
-  block_.append(blank ? std::string_view(";\0", 2) : ": ").append(value->substr(0, lengths.value)) += '\0';
+  const std::size_t start = block_.size();
+  block_.reserve(start + name.size() + 2 + value->size() + 1);
+  block_ += name;
+  replace(block_, start, ':');
+  block_ += blank ? ";" : ": ";
+  if (!blank) block_ += *value;
+  replace(block_, start, '\0');
+  block_ += '\0';
 }
 
 std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
-  for (const Header& header : *this)
-    if (equalIgnoringCase(header.name, name)) return header.value;
-  return std::nullopt;
+  const Iterator line = lineOf(name);
+  return line != end() ? std::optional((*line).value) : std::nullopt;
+}
+
+// Looks for the separator first, because most names differ in length.
+HTTPHeaders::Iterator HTTPHeaders::lineOf(std::string_view name) const {
+  Iterator line = begin();
+  for (; line != end(); ++line) {
+    const std::string_view text(line.at);
+    const bool hasLength = text.size() == name.size() + 1 || (text.size() > name.size() && text[name.size()] == ':');
+    if (hasLength && equalIgnoringCase(text.substr(0, name.size()), name)) break;
+  }
+  return line;
 }
 
 std::string_view headerFault(const HTTPHeaders& headers) {

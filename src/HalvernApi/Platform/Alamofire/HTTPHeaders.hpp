@@ -14,7 +14,7 @@ class HALVERNAPI_EXPORT HTTPHeaders {
  public:
   // A name and its value. Valid until the headers change.
   struct Header {
-    std::string_view name;   // begins the line "Name: value", or "Name;" where there is no value, which a NUL ends
+    std::string_view name;   // begins the header's line, which ends with a NUL
     std::string_view value;  // may be empty
   };
   // \cond
@@ -44,15 +44,12 @@ class HALVERNAPI_EXPORT HTTPHeaders {
   Iterator end() const { return {block_.data() + block_.size()}; }
 
  private:
-  std::string block_;
+  Iterator lineOf(std::string_view name) const;  // `end()` if there is none
+
+  std::string block_;  // lines, each with a NUL at its end: "Name: value", or "Name;" without a value
 };
 
 // \cond
-// ASCII only, as names in HTTP are.
-HALVERNAPI_EXPORT bool equalIgnoringCase(std::string_view left, std::string_view right);
-// Whether there is nothing in `text` but letters and digits of ASCII, and `marks`.
-bool consistsOf(std::string_view text, std::string_view marks);
-
 // What would break the header block or the framing of the message, in words; empty when nothing does.
 std::string_view headerFault(const HTTPHeaders& headers);
 // \endcond

@@ -5,10 +5,12 @@
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 #include "HalvernApi/Platform/Statham/JsonText.hpp"
 
 namespace HalvernApi::Alamofire {
 
+using Foundation::equalIgnoringCase;
 using Foundation::Failure;
 using Foundation::NSError;
 using Promissum::ErrorResponse;
@@ -24,7 +26,11 @@ std::string Request::debugDescription() const {
   for (const auto& [name, value] : request()->headers) {
     const bool shown = std::any_of(std::begin(harmless), std::end(harmless),
                                    [&own = name](std::string_view known) { return equalIgnoringCase(known, own); });
-    ((((text += " -H '") += name) += ": ") += shown ? value : "<elided>") += '\'';
+    text += " -H '";
+    text += name;
+    text += ": ";
+    text += shown ? value : "<elided>";
+    text += '\'';
   }
   if (request()->body) text += " --data '<elided>'";
   return text + " '" + printableUrl(request()->url) + '\'';

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -117,7 +118,7 @@ void Transfer::setHeaders(const URLRequest& request) {
   headers_.clear();
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   for (const auto& [name, value] : request.headers)
-    if (request.body || !equalIgnoringCase(name, "Content-Type")) add(name.data());
+    if (request.body || !Foundation::equalIgnoringCase(name, "Content-Type")) add(name.data());
   if (!request.body || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];

@@ -3,9 +3,12 @@
 #include <algorithm>
 
 #include "HalvernApi/Platform/Alamofire/Curl.hpp"
-#include "HalvernApi/Platform/Alamofire/HTTPHeaders.hpp"
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 
 namespace HalvernApi::Alamofire {
+
+using Foundation::consistsOf;
+using Foundation::equalIgnoringCase;
 
 bool isUrlText(std::string_view text) { return consistsOf(text, "-._~:/?#[]@!$&'()*+,;=%"); }
 
