@@ -145,9 +145,9 @@ TEST(Injection, IsRefusedBeforeAConnectionIsMade) {
     if ((byte >= 0x20 && byte != 0x7f) || byte == '\t') continue;
     SCOPED_TRACE(byte);
     const std::string bad = {'a', static_cast<char>(byte), 'b'};
-    EXPECT_EQ(outcome("X-App", "value", bad), badHeader);
-    EXPECT_EQ(outcome("X-App", "value", "key", bad), badHeader);
-    EXPECT_EQ(outcome("X-App", bad), badHeader);
+    EXPECT_EQ(outcome("X-App", "value", bad + ": c"), badHeader);
+    EXPECT_EQ(outcome("X-App", "value", "key", bad + ": c"), badHeader);
+    EXPECT_EQ(outcome("X-App", bad + ": c"), badHeader);
     EXPECT_EQ(outcome(bad, "value"), badHeader);
   }
   for (const char* name : {"", "X App", "X:App", "X;App", "Content-Length", "transfer-encoding", "Expect"})
@@ -155,7 +155,7 @@ TEST(Injection, IsRefusedBeforeAConnectionIsMade) {
   const auto notANumber = service.profile({{DeviceOrientation::left, "s", "t", {{1, std::nan("")}}}}, "token");
   EXPECT_EQ(outcomeOf(notANumber), badBody);
   EXPECT_EQ(server.connections(), 0);
-  EXPECT_EQ(outcome("X-App", "\tvalue"), "success");
+  for (const char* good : {"\tvalue", " "}) EXPECT_EQ(outcome("X-App", good), "success");
 }
 
 TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
