@@ -57,7 +57,7 @@ struct Option {
 using enum Option::Kind;
 
 const std::vector<Option> allOptions{
-    {&Values::baseUrl, required, "base-url", "URL", "Where the service is; no slash at the end",
+    {&Values::baseUrl, required, "base-url", "URL", "Where the service is, without a slash at the end",
      "https://service.example", true},
     {&Values::apiKey, secret, "api-key", "TEXT", "The application's key", "api-key.txt"},
     {&Values::caFile, optional, "ca-file", "FILE", "Certificate authorities (PEM) to trust instead of the system's"},
@@ -136,11 +136,11 @@ std::string wordsOf(const Error& error) {
 
 // Domain and code are the platform error's, where there is one, and the Error's own otherwise.
 JsonObject jsonOf(const Error& error) {
-  const NSError* const beneath = error.platformError();
+  const NSError* const platform = error.platformError();
   return {{"error",
            {{"case", cases[error.code()].name},
-            {"domain", beneath != nullptr ? std::string_view(beneath->domain) : error.domain()},
-            {"code", beneath != nullptr ? beneath->code : error.code()},
+            {"domain", platform != nullptr ? std::string_view(platform->domain) : error.domain()},
+            {"code", platform != nullptr ? platform->code : error.code()},
             {"message", wordsOf(error)}}}};
 }
 
@@ -178,7 +178,7 @@ bool store(const ConfigurationResponse& answer, Values& values) {
   return isComplete;
 }
 
-// Waits for the result of a call that was made while standard output was held.
+// Waits for the result of a call that was made while standard output was held back.
 template <class T>
 int finish(const Promise<T, Error>& promise, Values& values) {
   wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
@@ -217,13 +217,13 @@ const std::vector<Call> calls{
          &Values::appInstanceId, &Values::appInstanceName),
     call("relogin", "Signs in again with a refresh token", &ApiService::relogin, &Values::refreshToken,
          &Values::appInstanceId),
-    call("register", "Makes an account", &ApiService::register_, &Values::email, &Values::password,
+    call("register", "Creates an account", &ApiService::register_, &Values::email, &Values::password,
          &Values::confirmPassword, &Values::appInstanceId, &Values::appInstanceName),
     call("authenticate", "Signs in with a Facebook access token", &ApiService::authenticate, &Values::facebookToken,
          &Values::appInstanceId, &Values::appInstanceName),
-    call("resend-validation-email", "Has the e-mail with the confirmation link sent again",
+    call("resend-validation-email", "Requests the e-mail with the confirmation link again",
          &ApiService::resendValidationEmail, &Values::accessToken),
-    call("send-password-reset", "Has an e-mail for a new password sent", &ApiService::sendPasswordReset,
+    call("send-password-reset", "Requests an e-mail for a new password", &ApiService::sendPasswordReset,
          &Values::email),
     call("check-if-validated", "Asks whether the e-mail address has been confirmed", &ApiService::checkIfValidated,
          &Values::accessToken),
@@ -243,7 +243,7 @@ std::vector<std::string> choicesOf(const Option& option) {
 }
 
 // The file of audiograms is an argument without a name, or an option. CLI11 can require one of the two only in a way
-// that its help does not show well, so `readAudiogramFile` does.
+// that its help does not show well, so `checkUsage` does.
 CLI::Option* addFile(CLI::App& command, const Option& option, std::string& file) {
   const std::string name = "--" + option.name;
   command.add_option(name, file)->type_name(option.value)->group("");
@@ -320,6 +320,16 @@ std::vector<FileUse> filesOf(const CLI::App& command) {
   return files;
 }
 
+// What CLI11 cannot check. Throws before anything is read or removed.
+void checkUsage(const CLI::App& command, const Values& values) {
+  checkFiles(filesOf(command));
+  if (command.get_option_no_throw("FILE") != nullptr && values.audiogramFile.empty())
+    throw Failure(status::wrongUsage, "a FILE of audiograms is required");
+  const std::string extension = std::filesystem::path(values.chart).extension();
+  if (!extension.empty() && !boost::iequals(extension, ".svg"))
+    throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file's name has to end in .svg");
+}
+
 // Adds options, and an example of their use, to a subcommand, which calls `run` with their values.
 template <class Run>
 void complement(CLI::App& command, const std::vector<Variable>& variables, Run run) {
@@ -335,11 +345,8 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
   }
   command.footer(example + "\n\n" + status::help);
   command.final_callback([&command, variables, values, run] {
-    checkFiles(filesOf(command));
+    checkUsage(command, *values);
     for (const std::string& file : {values->leftOut, values->rightOut}) values->configurations.expect(file);
-    const std::string extension = std::filesystem::path(values->chart).extension();
-    if (!extension.empty() && !boost::iequals(extension, ".svg"))
-      throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file's name has to end in .svg");
     for (const Variable variable : variables)
       if (optionOf(variable).kind == secret) complete(optionOf(variable), command, *values);
     run(*values);
@@ -348,7 +355,6 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
 
 // Reads the file of audiograms. Returns its faults, one a line, or nothing.
 std::string readAudiogramFile(Values& values) {
-  if (values.audiogramFile.empty()) throw Failure(status::wrongUsage, "a FILE of audiograms is required");
   auto audiograms = readAudiograms(readFile(values.audiogramFile));
   if (!audiograms) return audiograms.error();
   values.audiograms = *std::move(audiograms);

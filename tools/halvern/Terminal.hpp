@@ -36,21 +36,21 @@ std::string text(const Parts&... parts) {
   return out.str();
 }
 
-// `text` with a `?` for every control character that a terminal would obey, all but line ends and tabulators.
+// `text` with a `?` for every control character that a terminal would act on, except line ends and tabs.
 std::string printable(std::string_view text);
 
 // Prints each line of the words on standard error, after the program's name.
 void say(const std::string& words);
 
 // Calls `isDone`, which waits for up to a second itself, until it is true, and counts the seconds on the terminal. Does
-// nothing where standard error is no terminal.
+// nothing if standard error is not a terminal.
 void wait(const std::function<bool()>& isDone);
 
-// Holds back what is printed on standard output from here on, as the library does with answers, until it is released
-// to the caller.
+// Keeps what is printed on standard output from here on, such as the answers that the library prints there, until
+// `releaseOutput` returns it.
 void holdOutput();
 std::string releaseOutput();
 
-// Asks on the terminal, without showing what is typed. Absent at its end. A signal that ends or stops the program does
-// so once the terminal shows again what is typed; the question comes anew when the program goes on.
+// Asks on the terminal, without showing what is typed. Absent at the end of the input. A signal that ends or stops the
+// program does so after the terminal's state is restored; the question is asked again when the program continues.
 std::optional<std::string> askSecret(const std::string& name);
