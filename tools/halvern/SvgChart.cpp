@@ -191,7 +191,7 @@ void Picture::lines() {
 }
 
 // The symbols, and the curves' numbers below them: on the left for the right ear, as if looking at the patient, on the
-// right for the left ear. A number moves away from the symbol until it hides no other.
+// right for the left ear. A number moves away from the symbol until it hides no other, up to twenty times.
 void Picture::symbols() {
   constexpr double digit = 8, height = 12;
   std::vector<std::pair<double, double>> taken;  // the lower left corners of digits
@@ -206,7 +206,8 @@ void Picture::symbols() {
       const auto hides = [&](const auto& other) {
         return std::abs(other.second - y) < height && other.first < from + size && other.first + digit > from;
       };
-      while (std::any_of(taken.begin(), taken.end(), hides)) from += (goesLeft ? -1 : 1) * (digit + 1);
+      for (int moves = 0; moves < 20 && std::any_of(taken.begin(), taken.end(), hides); ++moves)
+        from += (goesLeft ? -1 : 1) * (digit + 1);
       for (double at = from; at < from + size; at += digit) taken.emplace_back(at, y);
       if (size > 0)
         label(from, y + 15, text("class='halo' font-size='11' fill='", curve.ear.colour, '\''), curve.number);
