@@ -103,6 +103,17 @@ Identity::Identity(const Terms& terms) : channels(SSL_CTX_new(TLS_server_method(
   PEM_write_X509(pem.get(), x509);
 }
 
+std::string Identity::pin() const {
+  unsigned char* der = nullptr;
+  const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(SSL_CTX_get0_certificate(channels.get())), &der);
+  std::array<unsigned char, 32> hash{};
+  EVP_Digest(der, static_cast<std::size_t>(size), hash.data(), nullptr, EVP_sha256(), nullptr);
+  OPENSSL_free(der);
+  std::array<unsigned char, 45> text{};
+  EVP_EncodeBlock(text.data(), hash.data(), hash.size());
+  return reinterpret_cast<const char*>(text.data());
+}
+
 }  // namespace HalvernApi::Tests
 
 // Takes the place of the C library's for libcurl, too.
@@ -112,6 +123,7 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   const std::string_view name = node != nullptr ? node : "127.0.0.1";
   if (name.starts_with("127.")) return original(node, service, hints, found);
   if (name == "two.example") {
+    ++lookups;
     const int failed = original("127.0.0.2", service, hints, found);
     return failed != 0 ? failed : original("127.0.0.1", service, hints, &(*found)->ai_next);
   }

@@ -163,6 +163,7 @@ struct Listener {
 // "two.example", which is 127.0.0.2 and 127.0.0.1.
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
+inline std::atomic<int> lookups = 0;  // of "two.example"
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
 
@@ -215,6 +216,7 @@ struct Identity {
   Identity() : Identity(Terms()) {}
   ~Identity() { std::filesystem::remove_all(directory); }
   std::string file() const { return directory + "/authority.pem"; }
+  std::string pin() const;  // for URLSessionConfiguration::pinnedPublicKeys
 
   // Goes with this, and what is in it.
   std::string directory = std::filesystem::temp_directory_path() / "halvernapi-XXXXXX";

@@ -50,15 +50,55 @@ TEST(TimeLimits, LeaveEveryAddressOfAHostItsShare) {
   EXPECT_EQ(outcomeOf(call(session, "http://two.example" + port)), "success");
 }
 
+bool isConnection(int descriptor) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  return ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 && address.ss_family == AF_INET;
+}
+
 // Those that programs which are executed would have, too.
 std::size_t inheritableConnections() {
   const auto names = entries("/proc/self/fd");
   return static_cast<std::size_t>(std::ranges::count_if(names, [](const std::string& name) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    const bool isSocket = ::getsockname(std::stoi(name), reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    return isSocket && address.ss_family == AF_INET && (::fcntl(std::stoi(name), F_GETFD) & FD_CLOEXEC) == 0;
+    return isConnection(std::stoi(name)) && (::fcntl(std::stoi(name), F_GETFD) & FD_CLOEXEC) == 0;
   }));
+}
+
+TEST(Connections, AreNeverStandardStreams) {
+  ScriptedServer server({json("{}")});
+  EXPECT_EQ(statusOfChild([&] {
+              for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+              SessionManager session({});
+              if (outcomeOf(call(session, server.url())) != "success") return 1;
+              return isConnection(STDIN_FILENO) || isConnection(STDOUT_FILENO) || isConnection(STDERR_FILENO) ? 2 : 0;
+            }),
+            0);
+}
+
+TEST(Connections, AreNewForRequestsAfterAFlush) {
+  ScriptedServer server({json("{}"), json("{}"), heldAnswer, json("{}")});
+  const std::string authority = server.authority();
+  const std::string url = "http://two.example" + authority.substr(authority.find(':'));
+  SessionManager session({});
+  session.flush();
+  const int before = lookups;
+  const auto expectConnections = [&](int count) {
+    EXPECT_EQ(outcomeOf(call(session, url)), "success");
+    EXPECT_EQ(server.connections(), count);
+    EXPECT_EQ(lookups - before, count);  // addresses are looked up again for each
+  };
+  expectConnections(1);
+  expectConnections(1);
+  const auto pending = call(session, url);
+  ASSERT_TRUE(server.awaitRequests(3));
+  session.flush();
+  server.release();
+  EXPECT_EQ(outcomeOf(pending), "success");
+  EXPECT_TRUE(server.awaitClosed(1));
+  expectConnections(2);
+  session.flush();
+  EXPECT_TRUE(server.awaitClosed(2));
+  expectConnections(3);
 }
 
 TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {

@@ -182,6 +182,23 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
     EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // when all that was sent has been read
     EXPECT_EQ(server.requests().size(), outcome == "success" ? 1 : 0);
   }
+  const Identity identity;
+  const std::string pin = identity.pin(), other = stranger.pin();
+  std::string notCanonical = pin;
+  ++notCanonical[42];  // its spare bits
+  const std::vector<std::pair<std::vector<std::string>, bool>> pinned = {
+      {{pin}, true},      {{other, pin}, true},         {{other}, false},           {{pin, "no hash"}, false},
+      {{pin, ""}, false}, {{pin, notCanonical}, false}, {{"sha256//" + pin}, false}};
+  for (const auto& [pins, isRight] : pinned) {
+    SCOPED_TRACE(testing::PrintToString(pins));
+    ScriptedServer server({json("{}")}, identity.channels), http({json("{}")});
+    SessionManager session({.certificateAuthorityFile = identity.file(), .pinnedPublicKeys = pins});
+    EXPECT_EQ(outcomeOf(call(session, server.url())), isRight ? "success" : untrusted);
+    EXPECT_EQ(server.requests().size(), isRight ? 1 : 0);
+    EXPECT_EQ(server.connections(), isRight || pins[0] == other ? 1 : 0);  // none is made for what is no hash
+    EXPECT_EQ(outcomeOf(call(session, http.url())), untrusted);
+    EXPECT_EQ(http.connections(), 0);
+  }
   ScriptedServer plain({json("{}")}, nullptr, http(400, "", ""));
   SessionManager session({.certificateAuthorityFile = stranger.file()});
   EXPECT_EQ(outcomeOf(call(session, "https://" + plain.authority())), failed);

@@ -53,14 +53,15 @@ CurlUrl parseUrl(const std::string& url, unsigned flags) {
   CurlUrl parts(curl_url());
   const CURLUcode result =
       parts ? curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), flags) : CURLUcode{CURLUE_OUT_OF_MEMORY};
-  if (result == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
+  // Any login will do, so a bad one is libcurl's other word for it.
+  if (result == CURLUE_OUT_OF_MEMORY || result == CURLUE_BAD_LOGIN) throw std::bad_alloc();
   return result == CURLUE_OK ? std::move(parts) : nullptr;
 }
 
-std::string urlPart(const CurlUrl& url, CURLUPart part) {
+std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags) {
   if (!url) return {};
   char* text = nullptr;
-  const CURLUcode result = curl_url_get(url.get(), part, &text, CURLU_DEFAULT_PORT | CURLU_URLDECODE);
+  const CURLUcode result = curl_url_get(url.get(), part, &text, flags);
   const std::unique_ptr<char, CurlCleanup<curl_free>> owned(text);
   if (result == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
   return result == CURLUE_OK ? text : "";

@@ -56,8 +56,8 @@ std::optional<Foundation::Failure> tlsFault();
 
 // The URL in parts; null when libcurl cannot make sense of it. `flags` are those of curl_url_set.
 CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
-// A part of `url`, the scheme's port where it names none; empty when it has no such part.
-std::string urlPart(const CurlUrl& url, CURLUPart part);
+// A part of `url` without decoding, empty if it has none. `flags` are those of curl_url_get.
+std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags = CURLU_DEFAULT_PORT);
 
 // The platform's error for a transfer of `handle` that ended with `result`. A null handle is allowed.
 Foundation::Failure failureOf(CURL* handle, CURLcode result);

@@ -34,6 +34,8 @@ std::shared_ptr<DataRequest> SessionManager::request(std::string_view url, HTTPM
   std::optional<NSError> error;
   try {
     if (isUrlText(url)) error = encoding.encode(request, parameters);
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (...) {  // an encoding may be the application's
     error = makeError(AFError::parameterEncodingFailed, "The encoding of the parameters threw an exception.");
   }

@@ -42,7 +42,7 @@ curl_socket_t Sockets::open(const curl_sockaddr& address) {
     return handle;
   } catch (const std::bad_alloc&) {
     closesocket(handle);
-    return CURL_SOCKET_BAD;
+    throw;
   }
 }
 

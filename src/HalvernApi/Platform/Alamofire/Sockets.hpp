@@ -23,7 +23,7 @@ class Sockets {
     bool retired = false;  // must not carry another request
   };
 
-  // CURL_SOCKET_BAD when the system has none to give.
+  // CURL_SOCKET_BAD if the system has none to give; may throw std::bad_alloc.
   curl_socket_t open(const curl_sockaddr& address);
   void close(curl_socket_t handle);
 

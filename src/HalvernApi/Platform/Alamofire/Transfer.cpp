@@ -23,6 +23,12 @@ constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcur
 // Up to 7.88 libcurl remembers the last header that a handle received after it has freed it.
 bool remembersFreedHeaders() { return curlVersion() < 0x080000; }
 
+// Before 8.6 libcurl has the same result for a header line of more than 100 KiB and if memory runs out.
+bool reportsLongHeadersAsNoMemory() { return curlVersion() < 0x080600; }
+
+// libcurl sends none with HEAD, where one has no meaning (RFC 9110, 9.3.2).
+bool hasBody(const URLRequest& request) { return request.body && request.method != HTTPMethod::head; }
+
 // Never write session keys where SSLKEYLOGFILE says.
 CURLcode withoutKeyLog(CURL*, void* context, void*) {
   SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
@@ -34,16 +40,28 @@ CURLcode setPart(CURLU* url, CURLUPart part, const char* value) {
   return result == CURLUE_OK ? CURLE_OK : result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
 }
 
+// Not by curl_url_get, which has the same result for a control character and if memory runs out.
+std::string percentDecoded(const std::string& text) {
+  int size = 0;
+  const std::unique_ptr<char, CurlCleanup<curl_free>> decoded(
+      curl_easy_unescape(nullptr, text.data(), static_cast<int>(text.size()), &size));
+  if (!decoded) throw std::bad_alloc();
+  return {decoded.get(), static_cast<std::size_t>(size)};
+}
+
 // In parts, so that libcurl's error messages, which quote the proxy, never hold its password.
 CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   const CurlUrl url = parseUrl(proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
   if (const std::string user = urlPart(url, CURLUPART_USER); !user.empty())
-    options.set(CURLOPT_PROXYUSERNAME, user.c_str());
+    options.set(CURLOPT_PROXYUSERNAME, percentDecoded(user).c_str());
   if (const std::string password = urlPart(url, CURLUPART_PASSWORD); !password.empty())
-    options.set(CURLOPT_PROXYPASSWORD, password.c_str());
+    options.set(CURLOPT_PROXYPASSWORD, percentDecoded(password).c_str());
   for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD})
     if (const CURLcode result = setPart(url.get(), secret, nullptr); result != CURLE_OK) return result;
   options.set(CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
+  // Again, because libcurl takes its default if memory runs out while it reads the URL's.
+  if (const std::string port = urlPart(url, CURLUPART_PORT, 0); !port.empty())
+    options.set(CURLOPT_PROXYPORT, std::stol(port));
   return options.result();
 }
 
@@ -118,8 +136,8 @@ void Transfer::setHeaders(const URLRequest& request) {
   headers_.clear();
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   for (const auto& [name, value] : request.headers)
-    if (request.body || !Foundation::equalIgnoringCase(name, "Content-Type")) add(name.data());
-  if (!request.body || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
+    if (hasBody(request) || !Foundation::equalIgnoringCase(name, "Content-Type")) add(name.data());
+  if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
 }
@@ -144,14 +162,13 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
     if (!url_->parts) options.set(CURLOPT_URL, url_->text.c_str());
   }
   const bool isPost = request.method == HTTPMethod::post, isHead = request.method == HTTPMethod::head;
-  const bool sendsBody = isPost || request.body;
+  const bool sendsBody = isPost || hasBody(request);
   if (const std::pair method(request.method, sendsBody); method_ != method) {
     method_ = method;
-    options.set(sendsBody ? CURLOPT_POST : CURLOPT_HTTPGET, 1L);
-    if (isHead) options.set(CURLOPT_NOBODY, 1L);  // wait for none; one is sent all the same if there are fields
+    options.set(sendsBody ? CURLOPT_POST : isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
     options.set(CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
   }
-  const std::string_view body = request.body ? std::string_view(*request.body) : std::string_view("");
+  const std::string_view body = hasBody(request) ? std::string_view(*request.body) : std::string_view("");
   if (sendsBody) {
     options.set(CURLOPT_POSTFIELDS, body.data());
     options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
@@ -171,8 +188,9 @@ bool Transfer::end(CURLM* multi) {
 
 RawResponse Transfer::outcome(CURLcode result) {
   std::optional<Failure>& failure = answer_.failure;
-  if (!failure && result == CURLE_OUT_OF_MEMORY && sent_ && !answer_.response)
-    refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);  // libcurl's word for too long a header line
+  if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;  // it could not copy the parts
+  if (!failure && result == CURLE_OUT_OF_MEMORY && reportsLongHeadersAsNoMemory() && sent_ && !answer_.response)
+    refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
   else if (!failure && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl wanted to send the request again
   else if (!failure && result == CURLE_OK && !answer_.response)
@@ -212,10 +230,13 @@ std::string Transfer::redirectTarget() const {
 }
 
 // Called for each connection that libcurl opens. It opens another one for a request that it wants to send again.
-curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr* address) {
+curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr* address) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (!self.sent_) return self.context_.sockets.open(*address);
   self.refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);
+  return CURL_SOCKET_BAD;
+} catch (const std::bad_alloc&) {
+  static_cast<Transfer*>(transfer)->refuseForMemory();
   return CURL_SOCKET_BAD;
 }
 

@@ -14,11 +14,17 @@ bool isUrlText(std::string_view text) { return consistsOf(text, "-._~:/?#[]@!$&'
 
 std::string printableUrl(std::string_view url) {
   const std::size_t scheme = schemeOf(url).size();
-  const std::size_t authority = std::min(url.find_first_not_of('/', scheme == 0 ? 0 : scheme + 1), url.size());
-  // As libcurl reads it: the last "@" in front of the path ends the user information, whatever stands in that.
-  const std::size_t at = url.substr(0, url.find('/', authority)).rfind('@');
-  if (at == std::string_view::npos || at < authority) return std::string(url);
-  return std::string(url.substr(0, authority)).append("<elided>").append(url.substr(at));
+  const std::size_t start = std::min(url.find_first_not_of('/', scheme == 0 ? 0 : scheme + 1), url.size());
+  // As libcurl reads it: the last "@" before the path ends the user information, whatever that contains.
+  std::string_view authority = url.substr(start, url.find('/', start) - start);
+  // But an "@" in the query belongs to no user if what precedes the query is a host, with a numeric port if any.
+  const std::string_view host = authority.substr(0, authority.find_first_of("?#"));
+  const std::string_view port = host.substr(std::min(host.rfind(':'), host.size()));
+  if (port.empty() || (port.size() > 1 && port.find_first_not_of("0123456789", 1) == std::string_view::npos))
+    authority = host;
+  const std::size_t at = authority.rfind('@');
+  if (at == std::string_view::npos) return std::string(url);
+  return std::string(url.substr(0, start)).append("<elided>").append(url.substr(start + at));
 }
 
 std::string_view schemeOf(std::string_view url) {

@@ -18,7 +18,7 @@ struct URLRequest {
   std::string url;                      // never rewritten: goes out as it was given
   HTTPMethod method = HTTPMethod::get;  // of the first exchange; a redirect may change it
   HTTPHeaders headers{};                // without those that the transport adds: "Host", "Content-Length"
-  std::optional<std::string> body{};    // absent means none
+  std::optional<std::string> body{};    // absent means none; HEAD sends none
 };
 
 }  // namespace HalvernApi::Alamofire
