@@ -149,13 +149,14 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
 
   std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
-  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
+  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) + repeat("Y: y\r\n", 200) +
               "Content-Length: 100000\r\nConnection: close\r\n\r\n" + std::string(100'000, '\xff');
   (void)exchange(sandbox.port(), requests);
   const auto seen = sandbox.seen();
   ASSERT_EQ(seen.size(), 1000);
   EXPECT_EQ(seen.back().target, "/y");
   EXPECT_EQ(seen.back().body.size(), 65'536);
+  EXPECT_EQ(seen.back().headers.size(), 100);
   EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
   EXPECT_EQ(sandbox.connections(), 1);
   const std::string details =

@@ -1,19 +1,24 @@
 #include "State.hpp"
 
-#include <algorithm>
-
 namespace HalvernApi::Testing {
 namespace {
 
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-// Shortens names and values from the point where they come to more than `State::maxText` bytes.
+// Frees the rest: a text that is only resized keeps its memory.
+void shorten(std::string& text, std::size_t size = State::maxText) {
+  if (text.size() > size) text = text.substr(0, size);
+}
+
+// Drops headers that are too many, and shortens names and values from the point where they come to more than
+// `State::maxText` bytes.
 void shorten(std::vector<std::pair<std::string, std::string>>& headers) {
+  if (headers.size() > State::maxHeaders) headers = {headers.begin(), headers.begin() + State::maxHeaders};
   std::size_t left = State::maxText;
   for (auto& [name, value] : headers)
     for (std::string* const part : {&name, &value}) {
-      part->resize(std::min(part->size(), left));
+      shorten(*part, left);
       left -= part->size();
     }
 }
@@ -33,8 +38,8 @@ Script State::add(const SeenRequest& request, std::size_t& number) {
   calls.push_back({number, system_clock::now(), steady_clock::now(), request, request.body.size(), ++version});
   if (hasPage) {
     SeenRequest& kept = calls.back().request;
-    kept.body.resize(std::min(kept.body.size(), maxText));
-    kept.target.resize(std::min(kept.target.size(), maxText));
+    shorten(kept.body);
+    shorten(kept.target);
     shorten(kept.headers);
     if (calls.size() > maxCalls) calls.pop_front();
   }
@@ -62,7 +67,7 @@ void State::end(std::size_t number, Call::Outcome outcome, const Answer& answer)
   call.duration = steady_clock::now() - call.start;
   call.answer = answer;
   call.answerSize = answer.body.size();
-  call.answer.body.resize(std::min(call.answerSize, maxText));
+  shorten(call.answer.body);
 }
 
 const Call* State::find(std::size_t number) const {

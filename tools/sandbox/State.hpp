@@ -23,8 +23,8 @@ struct Call {
 };
 
 struct State {
-  // What is kept for a page: the last calls, texts of a call up to that many bytes, and the last e-mails.
-  static constexpr std::size_t maxCalls = 1000, maxText = std::size_t{64} << 10, maxMails = 100;
+  // What is kept for a page: the last calls, of each so many headers and bytes of text, and the last e-mails.
+  static constexpr std::size_t maxCalls = 1000, maxHeaders = 100, maxText = std::size_t{64} << 10, maxMails = 100;
 
   // Adds a call. Returns its script, of which one call is used up; without one, the usual behaviour.
   Script add(const SeenRequest& request, std::size_t& number);
