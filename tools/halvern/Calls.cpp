@@ -21,6 +21,7 @@ namespace {
 // The values of all options, with the defaults of those that are not given.
 struct Values {
   std::string baseUrl, apiKey, caFile, proxy;
+  std::vector<std::string> pins;
   double timeout = 60, maxTime = 7 * 24 * 60 * 60;
   bool json = false, verbose = false, noColor = false, check = false;
   std::string email, password, confirmPassword, refreshToken, facebookToken, accessToken;
@@ -40,8 +41,8 @@ struct Values {
 
 template <class... T>
 using MemberOf = std::variant<T Values::*...>;
-using Variable = MemberOf<std::string, std::optional<std::string>, double, bool, DeviceOrientation, Date, Sex,
-                          std::vector<Audiogram>>;
+using Variable = MemberOf<std::string, std::vector<std::string>, std::optional<std::string>, double, bool,
+                          DeviceOrientation, Date, Sex, std::vector<Audiogram>>;
 
 struct Option {
   enum class Kind { required, optional, secret, output };
@@ -61,6 +62,8 @@ const std::vector<Option> allOptions{
      "https://service.example", true},
     {&Values::apiKey, secret, "api-key", "TEXT", "The application's key", "api-key.txt"},
     {&Values::caFile, optional, "ca-file", "FILE", "Certificate authorities (PEM) to trust instead of the system's"},
+    {&Values::pins, optional, "pin", "HASH",
+     "SHA-256 of the server's public key, in Base64; refuses servers with another. May be given several times"},
     {&Values::proxy, optional, "proxy", "URL", "The proxy to use. The variable http_proxy is not read", "", true},
     {&Values::timeout, optional, "timeout", "SECONDS", "The longest silence"},
     {&Values::maxTime, optional, "max-time", "SECONDS", "The longest time that the whole call may take"},
@@ -262,6 +265,8 @@ void addOption(CLI::App& command, const Option& option, Values& values) {
       return command.add_option(name, value, option.help)
           ->capture_default_str()
           ->check(CLI::Range(0.001, 1e6).description(""));
+    } else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
+      return command.add_option(name, value, option.help)->expected(1)->take_all();
     } else if constexpr (std::is_convertible_v<std::string, T>) {
       return command.add_option(name, value, option.help)->capture_default_str();
     } else {
@@ -377,6 +382,7 @@ int run(const Call& call, Values& values) {
   configuration.timeoutIntervalForRequest = milliseconds(values.timeout);
   configuration.timeoutIntervalForResource = milliseconds(values.maxTime);
   if (!values.caFile.empty()) configuration.certificateAuthorityFile = values.caFile;
+  configuration.pinnedPublicKeys = values.pins;
   if (!values.proxy.empty()) configuration.proxyUrl = values.proxy;
   HttpApiService service(values.baseUrl, configuration, values.apiKey);
   holdOutput();
@@ -398,7 +404,7 @@ int chart(Values& values) {
 
 void addCalls(CLI::App& app, int& status) {
   for (const Call& call : calls) {
-    std::vector<Variable> options{&Values::baseUrl, &Values::apiKey,  &Values::caFile,  &Values::proxy,
+    std::vector<Variable> options{&Values::baseUrl, &Values::apiKey,  &Values::caFile,  &Values::pins, &Values::proxy,
                                   &Values::timeout, &Values::maxTime, &Values::verbose, &Values::json};
     options.insert(options.end(), call.options.begin(), call.options.end());
     if (call.options[0] == Variable(&Values::audiograms))
