@@ -67,6 +67,10 @@ std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags) {
   return result == CURLUE_OK ? text : "";
 }
 
+ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
+  if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
+}
+
 namespace {
 
 Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {

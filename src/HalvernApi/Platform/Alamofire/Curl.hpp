@@ -59,6 +59,14 @@ CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
 // A part of `url` without decoding, empty if it has none. `flags` are those of curl_url_get.
 std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags = CURLU_DEFAULT_PORT);
 
+// A URL that libcurl has parsed, shared by all transfers to it: libcurl parses a URL that is given as text each time.
+struct ParsedUrl {
+  explicit ParsedUrl(std::string url);
+
+  const std::string text;
+  CurlUrl parts;  // null if transfers must use the text
+};
+
 // The platform's error for a transfer of `handle` that ended with `result`. A null handle is allowed.
 Foundation::Failure failureOf(CURL* handle, CURLcode result);
 

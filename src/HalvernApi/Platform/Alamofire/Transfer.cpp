@@ -85,10 +85,6 @@ int closeSocket(void* sockets, curl_socket_t handle) {
 
 }  // namespace
 
-ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
-  if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
-}
-
 Transfer& Transfer::of(CURL* easy) {
   char* transfer = nullptr;
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);

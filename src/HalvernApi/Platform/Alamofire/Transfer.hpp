@@ -5,27 +5,13 @@
 
 #include <array>
 
+#include "HalvernApi/Platform/Alamofire/Clock.hpp"
 #include "HalvernApi/Platform/Alamofire/Curl.hpp"
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 #include "HalvernApi/Platform/Alamofire/Sockets.hpp"
 #include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
 
 namespace HalvernApi::Alamofire {
-
-using Clock = std::chrono::steady_clock;
-
-// An interval that can be added to any time of the clock without running over: from 0 to a year.
-constexpr std::chrono::milliseconds bounded(std::chrono::milliseconds interval) {
-  return std::clamp(interval, std::chrono::milliseconds(0), std::chrono::milliseconds(std::chrono::hours(24 * 365)));
-}
-
-// A URL in libcurl's parts, for all transfers that go there: libcurl takes text apart anew for each.
-struct ParsedUrl {
-  explicit ParsedUrl(std::string url);
-
-  const std::string text;
-  CurlUrl parts;  // null where libcurl is left with the text
-};
 
 // What the transfers of a session share. Outlives them.
 struct TransferContext {
