@@ -50,8 +50,8 @@ std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std
                                                     const ParameterEncoding& encoding,
                                                     const std::optional<std::string>& apiKey,
                                                     const std::optional<std::string>& accessToken) {
-  constexpr std::size_t room = 256;  // bytes, for the headers below and that of the body
-  HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), room);
+  constexpr std::size_t reservedBytes = 256;  // for the headers below and that of the body
+  HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), reservedBytes);
   headers.set("Accept", "application/json");
   headers.set("Api-Key", apiKey);
   headers.set("Access-Token", accessToken);

@@ -18,9 +18,9 @@ template <class T>
 Promise<T, Error> post(const HttpApiService& service, std::string_view path,
                        std::optional<std::string_view> accessToken, Decoded<T> (*decoder)(const JsonValue&),
                        std::optional<Body> body = std::nullopt) {
-  // URL and body go with this call; usual ones fit into this room.
-  std::array<unsigned char, 2048> room;
-  boost::json::monotonic_resource memory(room.data(), room.size());
+  // URL and body go with this call; usual ones fit into this buffer.
+  std::array<unsigned char, 2048> buffer;
+  boost::json::monotonic_resource memory(buffer.data(), buffer.size());
   boost::json::string url(&memory);
   url.append(service.baseUrl()).append(path);
   return request<T>(*service.manager(), url, HTTPMethod::post,

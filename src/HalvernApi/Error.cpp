@@ -29,9 +29,10 @@ Error Error::unknownJsonData() { return Error(Case::unknownJsonData, {}); }
 Error Error::notAuthorized() { return Error(Case::notAuthorized, {}); }
 
 Error::Error(ErrorResponse errorResponse)
-    : Error(std::holds_alternative<JsonDecodeError>(errorResponse.error)
-                ? unknownJsonData()
-                : Error(std::get<NSError>(std::move(errorResponse.error)), errorResponse.response, errorResponse.data)) {}
+    : Error(
+          std::holds_alternative<JsonDecodeError>(errorResponse.error)
+              ? unknownJsonData()
+              : Error(std::get<NSError>(std::move(errorResponse.error)), errorResponse.response, errorResponse.data)) {}
 
 Error::Error(NSError error, const std::optional<HTTPURLResponse>& response, const std::optional<Data>& data)
     : kind_(Case::unknownNSError) {

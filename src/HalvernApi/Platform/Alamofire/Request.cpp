@@ -24,12 +24,13 @@ std::string Request::debugDescription() const {
   std::string text = "$ curl -v -X ";
   text += rawValue(request()->method);
   for (const auto& [name, value] : request()->headers) {
-    const bool shown = std::any_of(std::begin(harmless), std::end(harmless),
-                                   [&own = name](std::string_view known) { return equalIgnoringCase(known, own); });
+    const bool isHarmless =
+        std::any_of(std::begin(harmless), std::end(harmless),
+                    [&own = name](std::string_view known) { return equalIgnoringCase(known, own); });
     text += " -H '";
     text += name;
     text += ": ";
-    text += shown ? value : "<elided>";
+    text += isHarmless ? value : "<elided>";
     text += '\'';
   }
   if (request()->body) text += " --data '<elided>'";
@@ -60,9 +61,9 @@ void DataRequest::show(const RawResponse& answer, bool validated,
                        const std::function<void(const DefaultDataResponse&)>& handler) {
   auto error = errorOf(answer, validated);
   if (!error) return handler(answer);
-  ErrorResponse shown = errorResponse(*std::move(error), answer);
-  DefaultDataResponse response{std::move(shown.response), std::move(shown.data),
-                               std::get<NSError>(std::move(shown.error))};
+  ErrorResponse failed = errorResponse(*std::move(error), answer);
+  DefaultDataResponse response{std::move(failed.response), std::move(failed.data),
+                               std::get<NSError>(std::move(failed.error))};
   handler(response);
   reserved_ = *std::move(response.error);
 }

@@ -21,6 +21,9 @@ struct TransferContext {
   int unsent = 0;           // transfers whose requests have not gone out
 };
 
+// The base of the type that begins transfers.
+struct TransferOwner {};
+
 class Transfer {
  public:
   explicit Transfer(TransferContext& context) : context_(context) {}
@@ -48,7 +51,7 @@ class Transfer {
   // When libcurl last delivered something, or took a piece of a large body; the clock's epoch when it has not.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
-  void* owner = nullptr;  // whoever has begun it
+  TransferOwner* owner = nullptr;  // of the exchange that was begun last
 
  private:
   CURLcode setSharedOptions();

@@ -60,7 +60,7 @@ std::optional<Failure> pinFault(const std::vector<std::string>& pins) {
 }  // namespace
 
 // A request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
-struct Transport::Exchange final : DataRequest, ListHook {
+struct Transport::Exchange final : DataRequest, TransferOwner, ListHook {
   Exchange(std::optional<URLRequest> request, std::shared_ptr<CompletionQueue> queue, std::size_t maxJsonBytes,
            std::weak_ptr<Transport> itsTransport)
       : DataRequest(std::move(request), std::move(queue), maxJsonBytes), transport(std::move(itsTransport)) {}
@@ -80,7 +80,7 @@ struct Transport::Exchange final : DataRequest, ListHook {
   std::optional<URLRequest> redirected;
   int redirects = 0;
   Clock::time_point started;
-  Clock::time_point heard;  // when it started or was last redirected; the transfer knows what was heard since
+  Clock::time_point lastActivity;  // its start or last redirect; the transfer has what came later
 };
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
@@ -183,12 +183,12 @@ void Transport::run() {
     curl_multi_perform(multi_.get(), &running);
     reap();
     endOverdue();
-    handOver();
+    postFinished();
     if (!mayBegin()) wait();
   }
   for (Exchanges* const exchanges : {&active_, &waiting_})
     while (!exchanges->empty()) interrupt(exchanges->front(), cancelled);
-  handOver();
+  postFinished();
   pool_.clear();
 }
 
@@ -197,20 +197,20 @@ bool Transport::takeInbox() {
   bool stopping = false;
   {
     const MutexLock lock(mutex_);
-    taken_.swap(inbox_);
+    batch_.swap(inbox_);
     asleep_ = false;
     stopping = stopping_;
   }
   context_.now = Clock::now();
-  if (!taken_.empty()) retireConnectionsAfterSleep();
-  for (Command& command : taken_) switch (command.kind) {
-      case Command::Kind::start: admit(std::move(command.exchange)); break;
+  if (!batch_.empty()) retireConnectionsAfterSleep();
+  for (Command& command : batch_) switch (command.kind) {
+      case Command::Kind::start: enqueue(std::move(command.exchange)); break;
       case Command::Kind::flush: context_.sockets.retire(); break;
       case Command::Kind::cancel:
         if (command.exchange->inFlight()) interrupt(*command.exchange, cancelled);
         break;
     }
-  taken_.clear();
+  batch_.clear();
   return !stopping;
 }
 
@@ -220,8 +220,8 @@ void Transport::retireConnectionsAfterSleep() {
   if (asleep - std::exchange(timeAsleep_, asleep) > maxUnnoticedSleep) context_.sockets.retire();
 }
 
-void Transport::admit(std::shared_ptr<Exchange> exchange) {
-  exchange->started = exchange->heard = context_.now;
+void Transport::enqueue(std::shared_ptr<Exchange> exchange) {
+  exchange->started = exchange->lastActivity = context_.now;
   waiting_.push_back(*exchange);
   exchange->self = std::move(exchange);
   deadline_ = std::min(deadline_, context_.now + std::min(requestLimit_, resourceLimit_));
@@ -275,7 +275,7 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
       if (next && ++exchange.redirects <= maxRedirects) {
         recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
         exchange.redirected = std::move(next);
-        exchange.heard = context_.now;
+        exchange.lastActivity = context_.now;
         begin(exchange);
         return;
       }
@@ -298,7 +298,7 @@ void Transport::finish(Exchange& exchange, RawResponse answer) {
   if (exchange.answer_->settleWithoutPosting(std::move(answer))) finished_.push(exchange.answer_);
 }
 
-void Transport::handOver() {
+void Transport::postFinished() {
   if (!finished_.empty()) queue_->post(std::move(finished_));
 }
 
@@ -310,9 +310,10 @@ void Transport::endOverdue() {
   for (Exchanges* const exchanges : {&active_, &waiting_})
     for (auto at = exchanges->begin(); at != exchanges->end();) {
       Exchange& exchange = *at++;
-      const auto heard =
-          exchange.transfer ? std::max(exchange.heard, exchange.transfer->lastActivity()) : exchange.heard;
-      const Clock::time_point silentUntil = heard + requestLimit_, wholeUntil = exchange.started + resourceLimit_;
+      Clock::time_point lastActivity = exchange.lastActivity;
+      if (exchange.transfer) lastActivity = std::max(lastActivity, exchange.transfer->lastActivity());
+      const Clock::time_point silentUntil = lastActivity + requestLimit_;
+      const Clock::time_point wholeUntil = exchange.started + resourceLimit_;
       if (context_.now >= wholeUntil)
         interrupt(exchange, tooLong);
       else if (context_.now >= silentUntil)

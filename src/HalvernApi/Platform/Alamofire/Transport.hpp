@@ -42,7 +42,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void run();
   bool takeInbox();
   void retireConnectionsAfterSleep();
-  void admit(std::shared_ptr<Exchange> exchange);
+  void enqueue(std::shared_ptr<Exchange> exchange);
   bool mayBegin() const { return !waiting_.empty() && activeCount_ < maxActive_; }
   void begin(Exchange& exchange);
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
@@ -52,7 +52,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   void interrupt(Exchange& exchange, const Foundation::Failure& failure);
   void finish(Exchange& exchange, RawResponse answer);
   void endOverdue();
-  void handOver();
+  void postFinished();
   void wait();
 
   const std::shared_ptr<Foundation::CompletionQueue> queue_;
@@ -76,7 +76,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   // The I/O thread, once it runs; but any thread may wake the multi handle, which therefore lives as long as this.
   TransferContext context_;
   CurlMulti multi_;
-  std::vector<Command> taken_;
+  std::vector<Command> batch_;
   std::vector<std::unique_ptr<Transfer>> pool_;
   std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
   Exchanges waiting_;                                   // for a transfer, longest first
