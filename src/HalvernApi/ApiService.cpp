@@ -1,6 +1,7 @@
 #include "HalvernApi/ApiService.hpp"
 
 #include <array>
+#include <boost/container/small_vector.hpp>
 #include <boost/json/monotonic_resource.hpp>
 
 #include "HalvernApi/Alamofire+Extensions.hpp"
@@ -18,14 +19,16 @@ template <class T>
 Promise<T, Error> post(const HttpApiService& service, std::string_view path,
                        std::optional<std::string_view> accessToken, Decoded<T> (*decoder)(const JsonValue&),
                        std::optional<Body> body = std::nullopt) {
-  // URL and body go with this call; usual ones fit into this buffer.
+  // A usual URL and body fit into these buffers on the stack.
+  const std::string& baseUrl = service.baseUrl();
+  boost::container::small_vector<char, 256> url(baseUrl.begin(), baseUrl.end());
+  url.insert(url.end(), path.begin(), path.end());
   std::array<unsigned char, 2048> buffer;
   boost::json::monotonic_resource memory(buffer.data(), buffer.size());
-  boost::json::string url(&memory);
-  url.append(service.baseUrl()).append(path);
-  return request<T>(*service.manager(), url, HTTPMethod::post,
-                    body ? std::optional(JsonObject(*body, &memory)) : std::nullopt, JSONEncoding::default_(),
-                    service.apiToken(), accessToken ? std::optional<std::string>(*accessToken) : std::nullopt, decoder);
+  std::optional<JsonObject> parameters;
+  if (body) parameters.emplace(*body, &memory);
+  return request<T>(*service.manager(), {url.data(), url.size()}, HTTPMethod::post, std::move(parameters),
+                    JSONEncoding::default_(), service.apiToken(), std::optional<std::string>(accessToken), decoder);
 }
 
 }  // namespace

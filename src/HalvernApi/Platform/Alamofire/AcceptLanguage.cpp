@@ -30,9 +30,11 @@ std::string acceptLanguage() {
   }
   if (languages.empty()) return "en";
   std::string text;
-  for (std::size_t index = 0; index < languages.size(); ++index)
-    text += (index == 0 ? "" : ", ") + languages[index] + ";q=" + (index == 0 ? "1." : "0.") +
-            std::to_string((10 - index) % 10);
+  for (std::size_t index = 0; index < languages.size(); ++index) {
+    if (index > 0) text += ", ";
+    text += languages[index];
+    text += index == 0 ? ";q=1.0" : ";q=0." + std::to_string(10 - index);
+  }
   return text;
 }
 

@@ -146,11 +146,15 @@ ErrorResponse DataRequest::errorResponse(std::variant<NSError, Statham::JsonDeco
   return response;
 }
 
-ErrorResponse DataRequest::currentException() try { throw; } catch (const std::bad_alloc&) {
-  return {makeError(Foundation::posixFailure(ENOMEM))};
-} catch (...) {  // a decoder may be the application's; what it threw may hold what it read
-  return {makeError(
-      {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
+ErrorResponse DataRequest::currentException() {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    return {makeError(Foundation::posixFailure(ENOMEM))};
+  } catch (...) {  // a decoder may be the application's; what it threw may hold what it read
+    return {makeError(
+        {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
+  }
 }
 
 DataRequest::Decoded<std::shared_ptr<const Statham::JsonValue>> DataRequest::json(const RawResponse& answer,

@@ -72,7 +72,9 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
              portOf(socket->handle, ::getpeername) == peerPort;
     });
     if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of these
-    **found = {(*found)->handle, localPort, peerPort, peer, false, (*found)->retired};
+    (*found)->peer = peer;
+    (*found)->peerPort = peerPort;
+    (*found)->localPort = localPort;
   }
   (*found)->inUse = true;
   return *found;

@@ -37,7 +37,8 @@ CURLcode withoutKeyLog(CURL*, void* context, void*) {
 
 CURLcode setPart(CURLU* url, CURLUPart part, const char* value) {
   const CURLUcode result = curl_url_set(url, part, value, 0);
-  return result == CURLUE_OK ? CURLE_OK : result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
+  if (result == CURLUE_OK) return CURLE_OK;
+  return result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
 }
 
 // Not by curl_url_get, which has the same result for a control character and if memory runs out.
@@ -147,8 +148,10 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
   sent_ = foundStaleConnection_ = succeeded_ = false;
   lastActivity_ = {};
   errorText_[0] = '\0';
-  if (!easy_)
-    if (const CURLcode result = setSharedOptions(); result != CURLE_OK) return result;
+  if (!easy_) {
+    const CURLcode result = setSharedOptions();
+    if (result != CURLE_OK) return result;
+  }
   EasyOptions options(easy_.get());
   setHeaders(request);
   options.set(CURLOPT_HTTPHEADER, headers_.data());
@@ -157,11 +160,14 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
     options.set(CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
     if (!url_->parts) options.set(CURLOPT_URL, url_->text.c_str());
   }
-  const bool isPost = request.method == HTTPMethod::post, isHead = request.method == HTTPMethod::head;
+  const bool isPost = request.method == HTTPMethod::post;
   const bool sendsBody = isPost || hasBody(request);
   if (const std::pair method(request.method, sendsBody); method_ != method) {
     method_ = method;
-    options.set(sendsBody ? CURLOPT_POST : isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
+    if (sendsBody)
+      options.set(CURLOPT_POST, 1L);
+    else
+      options.set(request.method == HTTPMethod::head ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
     options.set(CURLOPT_CUSTOMREQUEST, isPost ? nullptr : rawValue(request.method).data());
   }
   const std::string_view body = hasBody(request) ? std::string_view(*request.body) : std::string_view("");
@@ -172,7 +178,8 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
   options.set(CURLOPT_NOPROGRESS, body.size() < largeBody ? 1L : 0L);
   if (options.result() != CURLE_OK) return options.result();
   const CURLMcode added = curl_multi_add_handle(multi, easy_.get());
-  return added == CURLM_OK ? CURLE_OK : added == CURLM_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
+  if (added == CURLM_OK) return CURLE_OK;
+  return added == CURLM_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
 }
 
 bool Transfer::end(CURLM* multi) {
@@ -315,7 +322,8 @@ bool Transfer::append(std::string_view bytes) {
 
 int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
   Transfer& self = *static_cast<Transfer*>(transfer);
-  if (std::exchange(self.sentBytes_, sent) == sent) return 0;
+  if (sent == self.sentBytes_) return 0;
+  self.sentBytes_ = sent;
   // Newer libcurls send a piece whenever they are called, so also when the limit of a silence has just run out.
   const auto limit = bounded(self.context_.configuration.timeoutIntervalForRequest);
   const Clock::time_point now = self.context_.now, last = self.lastActivity_;

@@ -57,6 +57,11 @@ std::optional<Failure> pinFault(const std::vector<std::string>& pins) {
                     "A pinned public key is not a SHA-256 hash in Base64.");
 }
 
+std::optional<Failure> configurationFault(const Foundation::URLSessionConfiguration& configuration) {
+  if (const auto fault = proxyFault(configuration.proxyUrl)) return fault;
+  return pinFault(configuration.pinnedPublicKeys);
+}
+
 }  // namespace
 
 // A request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
@@ -85,10 +90,7 @@ struct Transport::Exchange final : DataRequest, TransferOwner, ListHook {
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
     : queue_(std::move(queue)),
-      configurationFault_([&] {
-        const auto fault = proxyFault(configuration.proxyUrl);
-        return fault ? fault : pinFault(configuration.pinnedPublicKeys);
-      }()),
+      configurationFault_(configurationFault(configuration)),
       requestLimit_(bounded(configuration.timeoutIntervalForRequest)),
       resourceLimit_(bounded(configuration.timeoutIntervalForResource)),
       maxConnections_(static_cast<std::size_t>(std::max(configuration.httpMaximumConnectionsPerHost, 1))),
@@ -106,13 +108,17 @@ std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request,
   const auto exchange = std::make_shared<Exchange>(
       std::move(request), inForkedChild() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
   std::optional<Failure> failure;
-  if (!error) failure = loadingFault(exchange->request()->url);
-  if (!error && !failure) failure = configurationFault_;
-  if (!error && !failure && !context_.configuration.pinnedPublicKeys.empty() && !isHttps(exchange->request()->url))
-    failure = urlFailure(Foundation::NSURLErrorServerCertificateUntrusted, "Without TLS no public key can be checked.");
+  if (!error) failure = faultOf(*exchange->request());
   if (!error && !failure) failure = send({Command::Kind::start, exchange});
   if (error || failure) exchange->answer_->settle(RawResponse{{{}, {}, std::move(error)}, failure});
   return exchange;
+}
+
+std::optional<Failure> Transport::faultOf(const URLRequest& request) const {
+  if (const auto fault = loadingFault(request.url)) return fault;
+  if (configurationFault_) return configurationFault_;
+  if (context_.configuration.pinnedPublicKeys.empty() || isHttps(request.url)) return std::nullopt;
+  return urlFailure(Foundation::NSURLErrorServerCertificateUntrusted, "Without TLS no public key can be checked.");
 }
 
 void Transport::flush() { (void)send({Command::Kind::flush, nullptr}); }
@@ -203,21 +209,26 @@ bool Transport::takeInbox() {
   }
   context_.now = Clock::now();
   if (!batch_.empty()) retireConnectionsAfterSleep();
-  for (Command& command : batch_) switch (command.kind) {
-      case Command::Kind::start: enqueue(std::move(command.exchange)); break;
-      case Command::Kind::flush: context_.sockets.retire(); break;
-      case Command::Kind::cancel:
-        if (command.exchange->inFlight()) interrupt(*command.exchange, cancelled);
-        break;
-    }
+  for (Command& command : batch_) execute(command);
   batch_.clear();
   return !stopping;
 }
 
+void Transport::execute(Command& command) {
+  switch (command.kind) {
+    case Command::Kind::start: enqueue(std::move(command.exchange)); break;
+    case Command::Kind::flush: context_.sockets.retire(); break;
+    case Command::Kind::cancel:
+      if (command.exchange->inFlight()) interrupt(*command.exchange, cancelled);
+      break;
+  }
+}
+
 // Connections do not survive a sleep of the device, nor do they say so.
 void Transport::retireConnectionsAfterSleep() {
-  const auto asleep = timeAsleep();
-  if (asleep - std::exchange(timeAsleep_, asleep) > maxUnnoticedSleep) context_.sockets.retire();
+  const auto before = timeAsleep_;
+  timeAsleep_ = timeAsleep();
+  if (timeAsleep_ - before > maxUnnoticedSleep) context_.sockets.retire();
 }
 
 void Transport::enqueue(std::shared_ptr<Exchange> exchange) {
@@ -259,9 +270,11 @@ void Transport::recycle(std::unique_ptr<Transfer> transfer) {
 
 void Transport::reap() {
   int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left))
-    if (message->msg == CURLMSG_DONE)
-      transferDone(*static_cast<Exchange*>(Transfer::of(message->easy_handle).owner), message->data.result);
+  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    TransferOwner* const owner = Transfer::of(message->easy_handle).owner;
+    transferDone(*static_cast<Exchange*>(owner), message->data.result);
+  }
 }
 
 void Transport::transferDone(Exchange& exchange, CURLcode result) {
@@ -270,20 +283,27 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
     return;
   }
   RawResponse answer = exchange.transfer->outcome(result);
-  if (!answer.failure && answer.response->statusCode / 100 == 3) try {
-      auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
-      if (next && ++exchange.redirects <= maxRedirects) {
-        recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
-        exchange.redirected = std::move(next);
-        exchange.lastActivity = context_.now;
-        begin(exchange);
-        return;
-      }
-      if (next) answer.failure = endlessRedirects;
-    } catch (const std::bad_alloc&) {
-      answer.failure = posixFailure(ENOMEM);
-    }
-  finish(exchange, std::move(answer));
+  if (!redirected(exchange, answer)) finish(exchange, std::move(answer));
+}
+
+// Follows the redirect that `answer` is, if any. False if the exchange ends with `answer`, which has a failure if the
+// redirect cannot be followed.
+bool Transport::redirected(Exchange& exchange, RawResponse& answer) try {
+  if (answer.failure || answer.response->statusCode / 100 != 3) return false;
+  auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
+  if (!next) return false;
+  if (++exchange.redirects > maxRedirects) {
+    answer.failure = endlessRedirects;
+    return false;
+  }
+  recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
+  exchange.redirected = std::move(next);
+  exchange.lastActivity = context_.now;
+  begin(exchange);
+  return true;
+} catch (const std::bad_alloc&) {
+  answer.failure = posixFailure(ENOMEM);
+  return false;
 }
 
 // Ends the exchange with what has arrived of its answer.

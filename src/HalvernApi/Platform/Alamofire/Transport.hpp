@@ -32,6 +32,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
                                            boost::intrusive::constant_time_size<false>>;
 
+  std::optional<Foundation::Failure> faultOf(const URLRequest& request) const;
   // The error says why nobody will look at `command`.
   std::optional<Foundation::Failure> send(Command command);
   std::optional<Foundation::Failure> ensureThreads() HALVERNAPI_REQUIRES(mutex_);
@@ -41,6 +42,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   // The I/O thread.
   void run();
   bool takeInbox();
+  void execute(Command& command);
   void retireConnectionsAfterSleep();
   void enqueue(std::shared_ptr<Exchange> exchange);
   bool mayBegin() const { return !waiting_.empty() && activeCount_ < maxActive_; }
@@ -48,6 +50,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
   void transferDone(Exchange& exchange, CURLcode result);
+  bool redirected(Exchange& exchange, RawResponse& answer);
   void recycle(std::unique_ptr<Transfer> transfer);
   void interrupt(Exchange& exchange, const Foundation::Failure& failure);
   void finish(Exchange& exchange, RawResponse answer);
