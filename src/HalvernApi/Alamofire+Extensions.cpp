@@ -9,19 +9,20 @@
 namespace HalvernApi {
 namespace {
 
-// The URL as an optional value prints: `Optional(https://...)` or `nil`.
+// `Optional(https://...)`, or `nil` if the request has no URL.
 std::string urlText(const DataRequest& request) {
   return request.request() ? "Optional(" + Alamofire::printableUrl(request.request()->url) + ')' : "nil";
 }
 
-// Builds a line only when somebody listens; logging never alters what it logs.
+// Calls the log hook with `line()`, which is only computed if there is a hook. An exception of either is ignored: it
+// must not change the call that is logged.
 template <class Line>
 void log(Line line) try {
   if (const auto hook = Environment::log) hook(line());
 } catch (...) {
 }
 
-// In one piece, whatever other threads print.
+// Locks the stream, so that no output of other threads appears inside the line.
 void printLine(std::string_view text) {
   [[maybe_unused]] const SigpipeBlock block;
   flockfile(stdout);
@@ -33,7 +34,7 @@ void printLine(std::string_view text) {
 void logAnswer(const DataRequest& request, const DefaultDataResponse& answer) {
   if (answer.response) {
     log([&] { return "STATUS " + std::to_string(answer.response->statusCode) + ' ' + urlText(request); });
-    // Deliberate, and whether or not anybody logs: see SECURITY.md.
+    // Bodies are printed on purpose, also without a log hook: see SECURITY.md.
     if (answer.data && Foundation::isUtf8(Foundation::textOf(*answer.data)))
       printLine(Foundation::textOf(*answer.data));
   } else if (answer.error) {
@@ -58,7 +59,7 @@ std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std
   auto request = session.request(url, method, parameters, encoding, std::move(headers));
   log([&] { return std::string(rawValue(method)) + ' ' + urlText(*request); });
   log([&] { return request->debugDescription(); });
-  // Before validation, so that it sees every answer.
+  // Attached before `validate`, so that it gets every answer as it is, without a validation error.
   request->response([&request = *request](const DefaultDataResponse& answer) { logAnswer(request, answer); });
   request->validate();
   return request;

@@ -9,7 +9,7 @@ namespace HalvernApi {
 // \cond
 namespace Detail {
 
-// What `request` does before it decodes.
+// The part of `request` that does not depend on T: sends the request and validates its answer.
 HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(SessionManager& session, std::string_view url,
                                                               HTTPMethod method,
                                                               const std::optional<JsonObject>& parameters,
@@ -20,15 +20,15 @@ HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(SessionManager& se
 }  // namespace Detail
 // \endcond
 
-// The one road that every call takes: sends a request, checks status and content type of its answer, and decodes it.
-// The service's operations go by it; an application may, for an endpoint of its own. Any thread. Never fails itself:
-// every failure is the promise's, as an Error.
+// Sends a request, checks the status and the content type of its answer, and decodes the answer. All operations of the
+// service use this function. An application may use it for endpoints of its own. Any thread. Every failure is an Error
+// of the promise.
 //
-// `apiKey` and `accessToken` go into the headers "Api-Key" and "Access-Token"; an absent one is not sent, an empty one
-// is. Absent `parameters` make a request without a body. `decoder`, usually a record's `decodeJson`, runs on the
-// completion queue; when it throws, the promise fails. An answer 204 or 205 without a body reads as null.
+// `apiKey` and `accessToken` are sent as the headers "Api-Key" and "Access-Token". An absent one is not sent, an empty
+// one is. Without `parameters` the request has no body. `decoder`, usually a record's `decodeJson`, runs on the
+// completion queue. If it throws, the promise fails. It gets null for an answer 204 or 205 without a body.
 //
-// The body of every answer is printed on standard output, if it is UTF-8; log lines go to Environment::log.
+// The body of every answer is printed to standard output if it is UTF-8. Log lines are passed to Environment::log.
 template <class T>
 Promise<T, Error> request(SessionManager& session, std::string_view url, HTTPMethod method,
                           std::optional<JsonObject> parameters, const ParameterEncoding& encoding,

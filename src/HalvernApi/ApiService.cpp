@@ -12,7 +12,7 @@ namespace {
 
 using Body = std::initializer_list<std::pair<boost::json::string_view, boost::json::value_ref>>;
 
-// For operations with an empty result: what the answer says plays no part.
+// The decoder of operations with an empty result: any JSON is accepted.
 Expected<Unit, JsonDecodeError> discard(const JsonValue&) { return Unit(); }
 
 template <class T>

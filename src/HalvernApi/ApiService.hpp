@@ -9,9 +9,11 @@
 #include "HalvernApi/ProfileResponse.hpp"
 #include "HalvernApi/ValidatedEmailResponse.hpp"
 
-// The client of the account and hearing-aid web service, with the names of the layers below that applications use.
+// The client of the account and hearing-aid web service. Also holds the names of the layers below that applications
+// use.
 //
-// Failures are values: nothing throws. Records and errors are plain values, and equal when all their fields are.
+// Failures of calls are values, not exceptions. Records and errors are plain values. Two are equal if all their fields
+// are equal.
 namespace HalvernApi {
 
 namespace Alamofire {
@@ -19,16 +21,16 @@ class SessionManager;
 }
 using Alamofire::SessionManager;
 
-// The ten operations of the account and hearing-aid web service: the interface to code against, and to replace in
-// tests.
+// The ten operations of the account and hearing-aid web service. Applications use this interface, so that tests can
+// replace the service by a fake.
 //
-// Operations may be called from any thread. Each sends one POST at once and returns a promise of the decoded answer;
-// none blocks, checks its arguments or fails itself. The promise fails with what went wrong; see Error. Arguments are
-// copied before the call returns.
+// Operations may be called from any thread. Each sends one POST immediately and returns a promise of the decoded
+// answer. Operations do not block and do not check their arguments. Every failure is an Error of the promise. Arguments
+// are copied before the call returns.
 //
-// `appInstanceId` identifies this installation of the application: make it once, keep it, and pass the same one always;
-// `appInstanceName` is its name for people. `accessToken` is that of the last sign-in; where the service refuses it,
-// the promise fails with `notAuthorized`.
+// `appInstanceId` identifies this installation of the application: create it once, store it, and always pass the same
+// one. `appInstanceName` is a name for it that people can read. `accessToken` is the one from the last sign-in. If the
+// service rejects it, the promise fails with `notAuthorized`.
 class HALVERNAPI_EXPORT ApiService {
  public:
   virtual ~ApiService();
@@ -38,66 +40,66 @@ class HALVERNAPI_EXPORT ApiService {
                                                        std::string_view appInstanceId,
                                                        std::string_view appInstanceName) = 0;
 
-  // Signs in again with the refresh token of an earlier sign-in; both its tokens are to be replaced by the new ones.
+  // Signs in again with the refresh token of an earlier sign-in. The new tokens replace both tokens of that sign-in.
   virtual Promise<AuthenticationResponse, Error> relogin(std::string_view refreshToken,
                                                          std::string_view appInstanceId) = 0;
 
-  // Makes an account and signs in to it. The service compares the two passwords, and mails a confirmation link.
+  // Creates an account and signs in to it. The service compares the two passwords and sends an e-mail with a
+  // confirmation link.
   virtual Promise<AuthenticationResponse, Error> register_(std::string_view email, std::string_view password,
                                                            std::string_view confirmPassword,
                                                            std::string_view appInstanceId,
                                                            std::string_view appInstanceName) = 0;
 
-  // Signs in with the access token that Facebook's sign-in gave to the application, which is the first argument.
+  // Signs in with the access token that the application got from Facebook's sign-in.
   virtual Promise<AuthenticationResponse, Error> authenticate(std::string_view withFacebookToken,
                                                               std::string_view appInstanceId,
                                                               std::string_view appInstanceName) = 0;
 
-  // Has the e-mail with the confirmation link sent again.
+  // Asks the service to send the e-mail with the confirmation link again.
   virtual Promise<Unit, Error> resendValidationEmail(std::string_view accessToken) = 0;
 
-  // Has an e-mail sent with which the user can choose a new password. Nobody needs to be signed in.
+  // Asks the service to send an e-mail with which the user can choose a new password. The user need not be signed in.
   virtual Promise<ForgotPasswordResponse, Error> sendPasswordReset(std::string_view email) = 0;
 
   // Whether the user's e-mail address has been confirmed.
   virtual Promise<ValidatedEmailResponse, Error> checkIfValidated(std::string_view accessToken) = 0;
 
-  // Adds a hearing aid to the account: its versions and tube as it says them, and the ear that it is for. An absent
-  // serial number is one that is not known.
+  // Adds a hearing aid to the account. Versions and tube are the hearing aid's own texts, `orientation` is the ear that
+  // it is for. Leave the serial number absent if it is not known.
   virtual Promise<Unit, Error> registerDevice(std::string_view appInstanceId, std::string_view productName,
                                               std::optional<std::string_view> serialNumber,
                                               std::string_view hardwareVersion, std::string_view firmwareVersion,
                                               std::string_view tube, DeviceOrientation orientation,
                                               std::string_view accessToken) = 0;
 
-  // Sends audiograms, as they are and in their order, for a fitting configuration of each ear.
+  // Sends audiograms, unchanged and in the given order, and gets a fitting configuration for each ear.
   virtual Promise<ConfigurationResponse, Error> profile(const std::vector<Audiogram>& audiograms,
                                                         std::string_view accessToken) = 0;
 
-  // Stores the user's date of birth, as it reads in the device's time zone, and sex.
+  // Stores the user's sex and date of birth. The date that is sent is `birthdate` in the device's time zone.
   virtual Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) = 0;
 };
 
-// The service, over HTTP. Make one and keep it, as it keeps its connections; it is shared by reference. Calls are
-// independent of one another, and nothing is kept between them: no token, no answer.
+// The service over HTTP. Create one object and keep it, because it keeps its connections open. It cannot be copied or
+// moved. Calls are independent of each other: the object stores no tokens and no answers.
 //
-// Destroying the service cancels the calls that are in flight and does not wait for their handlers, which run
-// afterwards, with `network` -999: they must not use what dies with the service.
+// Destroying the service cancels the calls in flight: they fail with `network` -999. The destructor does not wait for
+// their handlers, which run later. Handlers must not use objects that are destroyed with the service.
 class HALVERNAPI_EXPORT HttpApiService : public ApiService {
  public:
-  // `baseUrl` is put in front of every path as it is, so it does not end in a slash. `apiToken` goes out with every
-  // request as the header "Api-Key". Nothing is checked here, and nothing is connected before the first call: a base
-  // URL or a key that is no good fails the calls.
+  // Every URL is `baseUrl` followed by a path that begins with a slash, so `baseUrl` must not end with one. `apiToken`
+  // is sent with every request as the header "Api-Key". The constructor checks nothing and opens no connection: with an
+  // invalid base URL or key, the calls fail.
   HttpApiService(std::string baseUrl, const URLSessionConfiguration& configuration, std::string apiToken);
   ~HttpApiService() override;
   HttpApiService(const HttpApiService&) = delete;
   HttpApiService& operator=(const HttpApiService&) = delete;
 
-  // As it was given.
   const std::string& baseUrl() const { return baseUrl_; }
-  // The session that carries the calls, for `request`. Whoever keeps it keeps the calls in flight alive.
+  // The session of all calls, for use with `request`. Calls in flight continue as long as a copy of this pointer
+  // exists.
   const std::shared_ptr<SessionManager>& manager() const { return manager_; }
-  // The API key, as it was given.
   const std::string& apiToken() const { return apiToken_; }
 
   Promise<AuthenticationResponse, Error> login(std::string_view email, std::string_view password,

@@ -4,21 +4,20 @@
 
 namespace HalvernApi {
 
-// A measured point of an Audiogram. The numbers travel as they are; the service reads them as hertz and decibels of
-// hearing level. An immutable value: any thread.
+// A measured point of an Audiogram. The numbers are sent unchanged. An immutable value: any thread.
 class HALVERNAPI_EXPORT FrequencyVolumePair {
  public:
-  // Nothing is checked here; a volume that is not finite fails the call that it is sent with.
+  // Checks nothing. A call that sends a volume that is not finite fails.
   FrequencyVolumePair(std::int64_t frequency, double volume) : frequency_(frequency), volume_(volume) {}
 
-  // In hertz.
+  // In hertz, as the service reads it.
   std::int64_t frequency() const { return frequency_; }
-  // In decibels of hearing level.
+  // In decibels of hearing level, as the service reads it.
   double volume() const { return volume_; }
 
-  // Reads `{"frequency": 1000, "volume": 35.5}`. Both keys are needed; others are ignored.
+  // Reads `{"frequency": 1000, "volume": 35.5}`. Both keys are required, others are ignored.
   static Expected<FrequencyVolumePair, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads.
+  // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const FrequencyVolumePair&, const FrequencyVolumePair&) = default;
@@ -28,10 +27,11 @@ class HALVERNAPI_EXPORT FrequencyVolumePair {
   double volume_;
 };
 
-// One hearing measurement of one ear, to be sent for a fitting configuration. An immutable value: any thread.
+// A hearing measurement of one ear. The service computes a fitting configuration from it. An immutable value: any
+// thread.
 class HALVERNAPI_EXPORT Audiogram {
  public:
-  // Nothing is checked, sorted or merged; there may be no values at all.
+  // Does not check, sort or merge the values. There may be none.
   Audiogram(DeviceOrientation orientation, std::string serialNumber, std::string tube,
             std::vector<FrequencyVolumePair> values)
       : orientation_(orientation),
@@ -41,17 +41,17 @@ class HALVERNAPI_EXPORT Audiogram {
 
   // The ear that was measured.
   DeviceOrientation orientation() const { return orientation_; }
-  // Of the hearing aid that sits on this ear.
+  // Of the hearing aid for this ear.
   const std::string& serialNumber() const { return serialNumber_; }
-  // The tube of that hearing aid, in the maker's words.
+  // The tube of that hearing aid, in the manufacturer's words.
   const std::string& tube() const { return tube_; }
   // The measured points, in the order in which they are sent.
   const std::vector<FrequencyVolumePair>& values() const { return values_; }
 
-  // Reads `{"orientation": "Left", "serialNumber": "1234", "tube": "M", "values": [...]}`. All keys are needed; others
-  // are ignored. Every bad key and every bad value is reported at once.
+  // Reads `{"orientation": "Left", "serialNumber": "1234", "tube": "M", "values": [...]}`. All keys are required,
+  // others are ignored. The error lists every bad key and every bad value.
   static Expected<Audiogram, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads.
+  // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const Audiogram&, const Audiogram&) = default;
@@ -63,7 +63,7 @@ class HALVERNAPI_EXPORT Audiogram {
   std::vector<FrequencyVolumePair> values_;
 };
 
-// Prints the ear and the number of points: the measurement itself is a medical record.
+// Prints the ear and the number of points, but no values, because they are medical data.
 HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const Audiogram&);
 
 }  // namespace HalvernApi

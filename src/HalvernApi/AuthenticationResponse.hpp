@@ -5,11 +5,11 @@
 
 namespace HalvernApi {
 
-// The answer to every way of signing in: the outcome, the tokens, and what the service knows of the user. The tokens
-// are the caller's to keep. An immutable value: any thread.
+// The answer to all operations that sign in: the outcome, the tokens, and what the service knows about the user. The
+// caller stores the tokens. An immutable value: any thread.
 class HALVERNAPI_EXPORT AuthenticationResponse {
  public:
-  // For tests and fakes: nothing is checked.
+  // For tests and fakes. Checks nothing.
   AuthenticationResponse(bool isSuccessful, bool isEmailConfirmed, std::string accessToken, std::string refreshToken,
                          std::optional<Date> dateOfBirth, std::optional<Sex> sex, std::string email)
       : isSuccessful_(isSuccessful),
@@ -20,26 +20,26 @@ class HALVERNAPI_EXPORT AuthenticationResponse {
         sex_(sex),
         email_(std::move(email)) {}
 
-  // Whether the user is signed in, in the service's own word: an answer that says false is an answer like any other.
+  // Whether the user is signed in. If false, the promise succeeds all the same.
   bool isSuccessful() const { return isSuccessful_; }
   // Whether the user has opened the link in the confirmation e-mail.
   bool isEmailConfirmed() const { return isEmailConfirmed_; }
-  // For the operations that act for the user, until the service refuses it. A secret.
+  // For the operations that take an `accessToken`. Valid until the service rejects it. A secret.
   const std::string& accessToken() const { return accessToken_; }
   // For ApiService::relogin. A secret.
   const std::string& refreshToken() const { return refreshToken_; }
-  // The user's, at midnight in this device's time zone where ApiService::update was given it so. Absent when the
-  // service does not know it.
+  // Absent if the service does not know it. It is midnight in this device's time zone if ApiService::update was called
+  // with such a date.
   const std::optional<Date>& dateOfBirth() const { return dateOfBirth_; }
-  // The user's. Absent when the service says nothing; `Sex::unknown` when it says that it is not known.
+  // Absent if the answer does not contain it, `Sex::unknown` if the answer says that it is not known.
   const std::optional<Sex>& sex() const { return sex_; }
   // The address of the account.
   const std::string& email() const { return email_; }
 
-  // Reads an object with the fields' names as keys; `dateOfBirth` and `sex` may be missing or null, other keys are
-  // ignored. Every bad key is reported at once.
+  // Reads an object whose keys are the names of the fields. `dateOfBirth` and `sex` may be missing or null. Other keys
+  // are ignored. The error lists every bad key.
   static Expected<AuthenticationResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads, with null for what is absent. It holds the tokens.
+  // Writes what `decodeJson` reads, the tokens included, with null for what is absent.
   JsonObject encodeJson() const;
 
   friend bool operator==(const AuthenticationResponse&, const AuthenticationResponse&) = default;
@@ -54,7 +54,7 @@ class HALVERNAPI_EXPORT AuthenticationResponse {
   std::string email_;
 };
 
-// Prints the two flags; tokens and personal data are elided.
+// Prints the two flags, but no tokens and no personal data.
 HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const AuthenticationResponse&);
 
 }  // namespace HalvernApi

@@ -7,7 +7,7 @@ namespace {
 
 using Hook = std::function<void(const std::string&)>;
 
-// Made before any object of the application, and never unmade.
+// Constructed before any object of the application. The hook is never destroyed.
 struct Storage {
   Storage() noexcept { new (&hook) Hook; }
   ~Storage() {}

@@ -7,17 +7,17 @@
 
 namespace HalvernApi {
 
-// The library's one setting for the whole process: where its log lines go.
+// The library's only setting for the whole process.
 struct HALVERNAPI_EXPORT Environment {
-  // Takes one line, without a line end. Empty, as it is from the start, means no logging. A call has two lines when it
-  // starts, its method and URL and a curl command line without its secrets, and one when it ends, which begins with
-  // "STATUS ", "ERROR " or "EMPTY RESPONSE ".
+  // The log hook, which gets one line, without a line end. An empty hook, the default, means no logging. The library
+  // logs two lines when a call starts: its method and URL, and a curl command line without its secrets. It logs one
+  // line when the call ends, which begins with "STATUS ", "ERROR " or "EMPTY RESPONSE ". No line contains a token, a
+  // key or a password.
   //
-  // Read without a lock each time
-  // a line is due, on the threads that call operations and on completion queues: set it before the first call, and make
-  // it safe to call from several threads. A copy of it runs, which may set it anew. When it throws, the line is lost.
-  // No line holds a token, a key or a password. The hook is there before any object of the application, and until the
-  // process is gone.
+  // The hook is called on the threads that call operations and on completion queues, so it must be safe to call from
+  // several threads. The library reads this variable without a lock for each line: set it before the first call. It
+  // calls a copy of the hook, so the hook may replace itself. If the hook throws, the line is lost. The variable exists
+  // before any object of the application is constructed, and until the process has ended.
   static std::function<void(const std::string&)>& log;
 };
 

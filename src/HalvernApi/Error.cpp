@@ -8,12 +8,12 @@
 namespace HalvernApi {
 namespace {
 
-// The words of the service for a request that it rejected with 400.
+// The text with which the service explains a 400.
 std::optional<std::string> rejectionMessage(const std::optional<Data>& data) try {
   if (!data) return std::nullopt;
   const auto body = decode<ServerErrorResponse>(*data, ServerErrorResponse::decodeJson);
   if (!body) return std::nullopt;
-  // Only the first validation error is ever reported.
+  // Only the first validation error is reported.
   if (const auto& errors = body->validationErrors(); errors && !errors->empty()) return errors->front();
   return body->message();
 } catch (const std::bad_alloc&) {

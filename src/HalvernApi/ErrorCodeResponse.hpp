@@ -7,36 +7,33 @@
 
 namespace HalvernApi {
 
-// The body with which the service describes a rejected request. Error makes `validationError` of it; an application
-// needs it for endpoints of its own. A plain value: any thread.
+// The body with which the service explains why it rejected a request. Error turns it into a `validationError`.
+// Applications need this class for endpoints of their own only. A plain value: any thread.
 class HALVERNAPI_EXPORT ServerErrorResponse {
  public:
-  // For tests and fakes: nothing is checked.
+  // For tests and fakes. Checks nothing.
   ServerErrorResponse(std::int64_t errorCode, std::optional<std::string> message,
                       std::optional<std::vector<std::string>> validationErrors)
       : errorCode_(errorCode), message_(std::move(message)), validationErrors_(std::move(validationErrors)) {}
 
   // The service's own number.
   std::int64_t errorCode() const { return errorCode_; }
-  // What is wrong with the request as a whole; absent when the service says nothing of it.
+  // What is wrong with the request as a whole. May be absent.
   const std::optional<std::string>& message() const { return message_; }
-  // What is wrong with its fields, in words for the user, which may quote what the user typed. Absent or empty when no
-  // field is to blame.
+  // What is wrong with its fields, as texts for the user, which may quote the user's input. Absent or empty if all
+  // fields are valid.
   const std::optional<std::vector<std::string>>& validationErrors() const { return validationErrors_; }
 
-  // Replaces `errorCode()`.
   void setErrorCode(std::int64_t errorCode) { errorCode_ = errorCode; }
-  // Replaces `message()`.
   void setMessage(std::optional<std::string> message) { message_ = std::move(message); }
-  // Replaces `validationErrors()`.
   void setValidationErrors(std::optional<std::vector<std::string>> validationErrors) {
     validationErrors_ = std::move(validationErrors);
   }
 
-  // Reads an object with the fields' names as keys, of which only `errorCode` is needed; other keys are ignored. Every
-  // bad key is reported at once.
+  // Reads an object whose keys are the names of the fields. Only `errorCode` is required. Other keys are ignored. The
+  // error lists every bad key.
   static Expected<ServerErrorResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads, with null for what is absent.
+  // Writes what `decodeJson` reads, with null for what is absent.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ServerErrorResponse&, const ServerErrorResponse&) = default;
@@ -47,7 +44,7 @@ class HALVERNAPI_EXPORT ServerErrorResponse {
   std::optional<std::vector<std::string>> validationErrors_;
 };
 
-// Prints the code and the number of texts: the texts may quote what the user typed.
+// Prints the code and the number of texts, but not the texts, which may quote the user's input.
 HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const ServerErrorResponse&);
 
 }  // namespace HalvernApi

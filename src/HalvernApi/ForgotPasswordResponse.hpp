@@ -4,7 +4,7 @@
 
 namespace HalvernApi {
 
-// The answer to a request for a password reset. An immutable value: any thread.
+// The answer of ApiService::sendPasswordReset. An immutable value: any thread.
 class HALVERNAPI_EXPORT ForgotPasswordResponse {
  public:
   // For tests and fakes.
@@ -15,7 +15,7 @@ class HALVERNAPI_EXPORT ForgotPasswordResponse {
 
   // Reads `{"result": true}`; other keys are ignored.
   static Expected<ForgotPasswordResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads.
+  // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ForgotPasswordResponse&, const ForgotPasswordResponse&) = default;

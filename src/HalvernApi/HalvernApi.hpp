@@ -1,8 +1,8 @@
-// Everything that the library offers.
+// Includes all public headers of the library.
 #pragma once
 
 #if __cplusplus < 202002L
-#error "HalvernApi takes C++20: compile with -std=c++20, or set CMAKE_CXX_STANDARD to 20"
+#error "HalvernApi requires C++20: compile with -std=c++20, or set CMAKE_CXX_STANDARD to 20"
 #else
 
 #include "HalvernApi/Alamofire+Extensions.hpp"

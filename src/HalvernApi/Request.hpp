@@ -13,8 +13,8 @@ concept RequestOrPointer = std::derived_from<std::remove_cvref_t<T>, Request> ||
 };
 // \endcond
 
-// A place in a chain of calls where a debug build of an application may hook in. Returns `request`, a Request of any
-// type or a pointer of any kind to one, unchanged, and does nothing else: `debugLog(request->validate())`. Any thread.
+// Returns its argument, a Request or any kind of pointer to one, and does nothing else. In a chain of calls, it is the
+// place for a breakpoint or a hook of a debug build: `debugLog(request->validate())`. Any thread.
 template <RequestOrPointer R>
 R debugLog(R&& request) {
   return std::forward<R>(request);

@@ -8,7 +8,7 @@ namespace HalvernApi {
 enum class HALVERNAPI_EXPORT SexCase : std::uint8_t { male, female, unknown };
 // \endcond
 
-// The user's sex as the service knows it, for `switch (sex) { case Sex::male: ... }`. A value: any thread.
+// The user's sex as the service stores it. Works in `switch (sex) { case Sex::male: ... }`. A value: any thread.
 class HALVERNAPI_EXPORT Sex : public Statham::RawEnum<Sex, SexCase> {
  public:
   using RawEnum::RawEnum;

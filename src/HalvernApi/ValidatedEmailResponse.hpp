@@ -4,7 +4,7 @@
 
 namespace HalvernApi {
 
-// The answer to the question whether the e-mail address has been confirmed. An immutable value: any thread.
+// The answer of ApiService::checkIfValidated. An immutable value: any thread.
 class HALVERNAPI_EXPORT ValidatedEmailResponse {
  public:
   // For tests and fakes.
@@ -15,7 +15,7 @@ class HALVERNAPI_EXPORT ValidatedEmailResponse {
 
   // Reads `{"result": true}`; other keys are ignored.
   static Expected<ValidatedEmailResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // What `decodeJson` reads.
+  // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ValidatedEmailResponse&, const ValidatedEmailResponse&) = default;

@@ -4,10 +4,10 @@
 
 namespace HalvernApi::Alamofire {
 
-// The session's own failures, as against those of the transport; `code` is one of AFError.
+// The domain of errors that the session finds, as opposed to errors of the transport. `code` is an AFError.
 inline constexpr std::string_view AFErrorDomain = "Alamofire.AFError";
 
-// The numbers of AFErrorDomain.
+// The codes of AFErrorDomain.
 enum AFError : int {
   invalidURL,                   // the text is not a URL; nothing was sent
   parameterEncodingFailed,      // JSON cannot carry a parameter; nothing was sent
@@ -16,7 +16,7 @@ enum AFError : int {
   responseSerializationFailed,  // the body is not JSON, or the decoder threw
 };
 
-// `description` is a sentence for a developer; it never quotes what was sent or received.
+// `description` is a sentence for a developer. It must not quote data that was sent or received.
 inline Foundation::NSError makeError(AFError code, std::string description) {
   return {std::string(AFErrorDomain), static_cast<int>(code), std::move(description)};
 }

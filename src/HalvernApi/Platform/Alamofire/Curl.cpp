@@ -53,7 +53,7 @@ CurlUrl parseUrl(const std::string& url, unsigned flags) {
   CurlUrl parts(curl_url());
   const CURLUcode result =
       parts ? curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), flags) : CURLUcode{CURLUE_OUT_OF_MEMORY};
-  // Any login will do, so a bad one is libcurl's other word for it.
+  // libcurl accepts any login. It reports a bad one only if memory runs out while it reads the login.
   if (result == CURLUE_OUT_OF_MEMORY || result == CURLUE_BAD_LOGIN) throw std::bad_alloc();
   return result == CURLUE_OK ? std::move(parts) : nullptr;
 }
@@ -68,7 +68,7 @@ std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags) {
 }
 
 ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
-  if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some libcurls lose it when they copy the parts
+  if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some versions of libcurl lose it in copies
 }
 
 namespace {
@@ -85,12 +85,12 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_GOT_NOTHING:
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR: return Foundation::NSURLErrorNetworkConnectionLost;
-    case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP/1 or later: schemes were looked at before
+    case CURLE_UNSUPPORTED_PROTOCOL:  // the answer is not HTTP/1 or later; the URL's scheme has been checked before
 #if LIBCURL_VERSION_NUM >= 0x080600
-    case CURLE_TOO_LARGE:  // headers
+    case CURLE_TOO_LARGE:  // the headers are
 #endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
-    case CURLE_WRITE_ERROR:  // by libcurl's decoders: callbacks say themselves what they refuse
+    case CURLE_WRITE_ERROR:  // of libcurl's decoders; callbacks of the library set a failure of their own
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_FILESIZE_EXCEEDED: return Foundation::NSURLErrorDataLengthExceedsMaximum;
     case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;

@@ -1,7 +1,7 @@
-// What belongs to libcurl as a whole: its handles as values that clean up after themselves, options whose results are
-// checked, URLs in parts, what this libcurl can do, and its errors as the platform's. Any thread. Not installed.
+// Helpers for libcurl: owning handles, options whose results are checked, parsed URLs, the features of this libcurl,
+// and its errors translated to those of the platform. Any thread. Not installed.
 //
-// Functions that need memory throw std::bad_alloc when libcurl has none: that is never taken for an absent or malformed
+// The functions throw std::bad_alloc if libcurl runs out of memory. They do not report it as an absent or malformed
 // value.
 #pragma once
 
@@ -26,7 +26,7 @@ using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
 using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;
 using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 
-// Sets options of one handle, up to the first that libcurl refuses.
+// Sets options of one handle. After the first failure, `set` does nothing and `result` is that failure.
 class EasyOptions {
  public:
   explicit EasyOptions(CURL* easy) : easy_(easy) {}
@@ -41,20 +41,20 @@ class EasyOptions {
   CURLcode result_ = CURLE_OK;
 };
 
-// Once for the process, before anything else of libcurl.
+// Initialises libcurl, the first time that it is called. Must precede all other uses of libcurl.
 void initialiseCurl();
 
-// The content encodings that this libcurl can decode, as "Accept-Encoding" has them.
+// The content encodings that this libcurl can decode, as the value of "Accept-Encoding".
 std::string acceptEncoding();
 // "HalvernApi/1.0.0 libcurl/7.88.1"
 std::string userAgent();
-// As libcurl numbers its versions: 0x075801 is 7.88.1.
+// In libcurl's format: 0x075801 is 7.88.1.
 unsigned curlVersion();
-// An error when this libcurl does not use OpenSSL: others write session keys where SSLKEYLOGFILE says, and cannot tell
-// why a certificate is refused.
+// An error if this libcurl does not use OpenSSL. Other TLS libraries write session keys to the file that SSLKEYLOGFILE
+// names, and do not report why a certificate was rejected.
 std::optional<Foundation::Failure> tlsFault();
 
-// The URL in parts; null when libcurl cannot make sense of it. `flags` are those of curl_url_set.
+// The parsed URL, or null if libcurl cannot parse it. `flags` are those of curl_url_set.
 CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
 // A part of `url` without decoding, empty if it has none. `flags` are those of curl_url_get.
 std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags = CURLU_DEFAULT_PORT);

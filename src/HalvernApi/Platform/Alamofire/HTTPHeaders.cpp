@@ -13,7 +13,7 @@ using Foundation::equalIgnoringCase;
 
 namespace {
 
-// Replaces what would end a name or a line too early by a character that `headerFault` refuses.
+// Replaces every `separator`, which would end a name or a line too early, by a character that `headerFault` rejects.
 void replace(std::string& block, std::size_t start, char separator) {
   std::replace(block.begin() + static_cast<std::ptrdiff_t>(start), block.end(), separator, '\1');
 }
@@ -60,7 +60,7 @@ std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
   return line != end() ? std::optional((*line).value) : std::nullopt;
 }
 
-// Looks for the separator first, because most names differ in length.
+// Compares the lengths first, because most names differ in length.
 HTTPHeaders::Iterator HTTPHeaders::lineOf(std::string_view name) const {
   Iterator line = begin();
   for (; line != end(); ++line) {
@@ -76,12 +76,12 @@ std::string_view headerFault(const HTTPHeaders& headers) {
     if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
     const auto isControl = [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7f; };
     const auto isPrintable = [](unsigned char c) { return c >= 0x20 && c < 0x7f; };
-    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // as nearly every value is
+    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // one pass is enough for nearly all values
       if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
       if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
     }
     for (const char* framing : {"Content-Length", "Transfer-Encoding", "Expect"})
-      if (equalIgnoringCase(framing, name)) return "A header that frames the message is the session's to set.";
+      if (equalIgnoringCase(framing, name)) return "The session itself sets the headers that frame the message.";
   }
   return {};
 }

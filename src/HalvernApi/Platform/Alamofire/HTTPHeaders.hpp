@@ -8,13 +8,13 @@
 
 namespace HalvernApi::Alamofire {
 
-// The headers of a request, in the order in which they were set; names compare without regard to case. A plain value,
-// in one block of memory, whose lines libcurl takes as they are.
+// The headers of a request, in the order in which they were set. Names are compared ignoring case. A plain value. All
+// headers are in one block of memory, whose lines are passed to libcurl as they are.
 class HALVERNAPI_EXPORT HTTPHeaders {
  public:
-  // A name and its value. Valid until the headers change.
+  // Valid until the headers are changed.
   struct Header {
-    std::string_view name;   // begins the header's line, which ends with a NUL
+    std::string_view name;   // points to the start of the header's line, which ends with a NUL
     std::string_view value;  // may be empty
   };
   // \cond
@@ -28,19 +28,19 @@ class HALVERNAPI_EXPORT HTTPHeaders {
   // \endcond
 
   HTTPHeaders() = default;
-  // As if each were set in turn.
+  // Calls `set` for each header in turn.
   HTTPHeaders(std::initializer_list<Header> headers);
-  // A copy with room for `more` bytes.
+  // A copy with `more` bytes of memory reserved.
   HTTPHeaders(const HTTPHeaders& other, std::size_t more);
 
-  // An absent value removes the header; one that is empty, or blank, is sent as a header without a value.
+  // Sets the header, which becomes the last one. An absent value removes it. An empty or blank value is sent as a
+  // header without a value.
   void set(std::string_view name, std::optional<std::string_view> value);
-  // The header's value, valid until the headers change; absent when there is no such header.
+  // The header's value, valid until the headers are changed. Absent if there is no such header.
   std::optional<std::string_view> find(std::string_view name) const;
 
   // For `for (const auto& [name, value] : headers)`.
   Iterator begin() const { return {block_.data()}; }
-  // Behind the last one.
   Iterator end() const { return {block_.data() + block_.size()}; }
 
  private:
@@ -50,7 +50,8 @@ class HALVERNAPI_EXPORT HTTPHeaders {
 };
 
 // \cond
-// What would break the header block or the framing of the message, in words; empty when nothing does.
+// A sentence on the first header that would break the header block or the framing of the message. Empty if all are
+// valid.
 std::string_view headerFault(const HTTPHeaders& headers);
 // \endcond
 

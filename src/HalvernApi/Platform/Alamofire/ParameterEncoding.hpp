@@ -6,21 +6,22 @@
 
 namespace HalvernApi::Alamofire {
 
-// How the parameters of a request become part of it: JSONEncoding, or an application's own.
+// Writes the parameters of a request into the request. Applications may pass an encoding of their own instead of
+// JSONEncoding.
 class HALVERNAPI_EXPORT ParameterEncoding {
  public:
   virtual ~ParameterEncoding();
-  // Any thread. Puts the parameters into the request; absent ones leave it as it is. The error, if there is one, fails
-  // the request before anything is sent.
+  // Called on the threads that start requests, several at once perhaps. Adds the parameters to `request`, or does
+  // nothing if they are absent. If it returns an error, the request fails with it and nothing is sent.
   virtual std::optional<Foundation::NSError> encode(URLRequest& request,
                                                     const std::optional<Statham::JsonObject>& parameters) const = 0;
 };
 
-// The parameters as one JSON object in the body, with "Content-Type: application/json" where there is no such header
-// yet. Fails on text that is not UTF-8 and on numbers that are not finite.
+// Writes the parameters as one JSON object into the body. Sets "Content-Type: application/json" if the request has no
+// such header. Fails for text that is not UTF-8 and for numbers that are not finite. Any thread.
 class HALVERNAPI_EXPORT JSONEncoding final : public ParameterEncoding {
  public:
-  // One for all requests; never destroyed.
+  // A shared instance, which is never destroyed.
   static const JSONEncoding& default_();
   std::optional<Foundation::NSError> encode(URLRequest& request,
                                             const std::optional<Statham::JsonObject>& parameters) const override;

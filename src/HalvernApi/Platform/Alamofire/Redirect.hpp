@@ -5,9 +5,10 @@
 
 namespace HalvernApi::Alamofire {
 
-// The request that follows one which was answered with `status` and a "Location" that stands for the absolute URL
-// `target`. Absent when the answer is the last: it does not redirect, or it leads to another origin. As browsers and
-// RFC 9110 have it, 301 and 302 turn a POST into a GET, 303 all but a HEAD, and 307 and 308 repeat the request.
+// The next request if the answer to `request` has the status `status` and redirects to the absolute URL `target`.
+// Absent if the answer is not a redirect, or leads to another origin. Methods change as in RFC 9110 and in browsers:
+// after 301 and 302 a POST becomes a GET, after 303 every method but HEAD becomes a GET, and 307 and 308 repeat the
+// request unchanged.
 std::optional<URLRequest> redirect(const URLRequest& request, int status, const std::string& target);
 
 }  // namespace HalvernApi::Alamofire

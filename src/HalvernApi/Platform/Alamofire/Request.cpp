@@ -133,7 +133,7 @@ NSError DataRequest::makeError(const Failure& failure, std::string_view words) {
   return error;
 }
 
-// Without what has arrived, except for the status, if there is no memory for it.
+// Contains the answer, or only its status if memory runs out.
 ErrorResponse DataRequest::errorResponse(std::variant<NSError, Statham::JsonDecodeError> error,
                                          const RawResponse& answer) {
   ErrorResponse response{std::move(error)};
@@ -151,7 +151,7 @@ ErrorResponse DataRequest::currentException() {
     throw;
   } catch (const std::bad_alloc&) {
     return {makeError(Foundation::posixFailure(ENOMEM))};
-  } catch (...) {  // a decoder may be the application's; what it threw may hold what it read
+  } catch (...) {  // not quoted: the decoder may be the application's, and its exception may contain data of the answer
     return {makeError(
         {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
   }

@@ -6,17 +6,18 @@
 
 namespace HalvernApi::Alamofire {
 
-// A request that was started. Every member may be called from any thread.
+// A request that was started. Any thread may call its members.
 class HALVERNAPI_EXPORT Request {
  public:
   virtual ~Request();
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
 
-  // Absent when the URL's text cannot be a URL.
+  // Absent if the text of the URL is not a URL.
   const std::optional<URLRequest>& request() const { return request_; }
 
-  // A curl command line for bug reports: what may be a secret (the body, and every header but harmless ones) is elided.
+  // A curl command line for bug reports. Possible secrets are elided: the body, and the values of all headers except
+  // harmless ones.
   std::string debugDescription() const;
 
  protected:
@@ -28,34 +29,34 @@ class HALVERNAPI_EXPORT Request {
   const std::optional<URLRequest> request_;
 };
 
-// What an exchange came to, before anything is decoded. A plain value: any thread.
+// The outcome of an exchange, not decoded. A plain value: any thread.
 struct DefaultDataResponse {
-  std::optional<Foundation::HTTPURLResponse> response{};  // absent when no answer came
-  std::optional<Foundation::Data> data{};                 // the body as far as it came
-  std::optional<Foundation::NSError> error{};             // what ended the exchange, or what validation found
+  std::optional<Foundation::HTTPURLResponse> response{};  // absent if no answer was received
+  std::optional<Foundation::Data> data{};                 // the part of the body that was received
+  std::optional<Foundation::NSError> error{};             // of the exchange or of validation; absent if it succeeded
 };
 
 // \cond
-// An answer as the session delivers it. `error` is set where the call failed before it was sent; of what went wrong
-// later there is the failure, from which the error is made for those who ask for it.
+// The outcome as the transport reports it. `error` is set if the call failed before it was sent. Errors of the exchange
+// are in `failure`, which needs no memory; handlers get an NSError that is made from it.
 struct RawResponse : DefaultDataResponse {
   std::optional<Foundation::Failure> failure{};
-  std::string words{};  // libcurl's own for the failure; empty without any, or without memory for them
+  std::string words{};  // libcurl's description of the failure; empty if there is none, or no memory for it
 };
 // \endcond
 
-// A request whose answer has a body. Made and owned by a session until the answer has come, and by whoever keeps it.
-// Every member may be called from any thread.
+// A request whose answer has a body. Made by a session, which keeps it alive until it is finished. Any thread may call
+// its members.
 class HALVERNAPI_EXPORT DataRequest : public Request,
                                       public Promissum::Cancellable,
                                       public std::enable_shared_from_this<DataRequest> {
  public:
   // \cond
-  // The answer's shared state; it always comes to a value.
+  // The shared state of the answer. It always gets a value, never an error.
   using Answer = Promissum::PromiseState<RawResponse, Foundation::Unit>;
   // \endcond
 
-  // What makes a T of the answer's JSON, such as a record's `decodeJson`.
+  // Makes a T from the JSON of the answer, such as a record's `decodeJson`.
   template <class T>
   using Decoder = std::function<Foundation::Expected<T, Statham::JsonDecodeError>(const Statham::JsonValue&)>;
   // \cond
@@ -63,14 +64,14 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   using Decoded = Foundation::Expected<T, Promissum::ErrorResponse>;
   // \endcond
 
-  // Handlers attached from now on see an unacceptable answer as an error: a status outside 200..299, or a body whose
-  // media type does not match the request's "Accept".
+  // Handlers that are attached later get an error if the status is not in 200..299, or if there is a body whose media
+  // type does not match the request's "Accept".
   DataRequest& validate();
 
-  // `handler` runs once on the completion queue, also when the answer is there already.
+  // Calls `handler` once on the completion queue, even if the answer has already been received.
   DataRequest& response(std::function<void(const DefaultDataResponse&)> handler);
 
-  // The body parsed as JSON and decoded. `decoder` runs on the completion queue; when it throws, the promise fails.
+  // Parses the body as JSON and decodes it. `decoder` runs on the completion queue. If it throws, the promise fails.
   template <class T>
   Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
       Decoder<T> decoder) {
@@ -82,8 +83,8 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   }
 
   // \cond
-  // The same, but for what `conclude` makes of a Decoded<T> and the answer: another Expected. Spares the promise that
-  // `mapResult` would make.
+  // Like responseJsonDecodePromise, but the result is what `conclude` returns for a Decoded<T> and the answer: another
+  // Expected. Saves the promise that `mapResult` would add.
   template <class T, class Conclude>
   auto decodedPromise(Decoder<T> decoder, Conclude conclude) {
     using Result = std::invoke_result_t<Conclude&, Decoded<T>, const DefaultDataResponse&>;
@@ -101,7 +102,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
 
  protected:
   // \cond
-  // JSON values of the answer take at most `maxJsonBytes`.
+  // `maxJsonBytes` limits the memory for the JSON values of the answer.
   DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue, std::size_t maxJsonBytes);
 
   const boost::intrusive_ptr<Answer> answer_;
@@ -121,7 +122,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
     }
   }
 
-  // The rest belongs to the callbacks of the answer, which run one at a time.
+  // The functions below and `reserved_` are used by callbacks of the answer, which run one at a time.
   Decoded<std::shared_ptr<const Statham::JsonValue>> json(const RawResponse& answer, bool validated);
   void show(const RawResponse& answer, bool validated, const std::function<void(const DefaultDataResponse&)>& handler);
   std::optional<Foundation::NSError> errorOf(const RawResponse& answer, bool validated);
@@ -129,10 +130,10 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   Promissum::ErrorResponse currentException();
   static Promissum::ErrorResponse errorResponse(std::variant<Foundation::NSError, Statham::JsonDecodeError> error,
                                                 const RawResponse& answer);
-  // Needs no memory the first time. `words` are said instead of the failure's if there are any, and memory for them.
+  // The first call allocates no memory. `words` replace the failure's own if they are not empty and fit into memory.
   Foundation::NSError makeError(const Foundation::Failure& failure, std::string_view words = {});
 
-  Foundation::NSError reserved_;  // memory for an error that has to be made when there is none
+  Foundation::NSError reserved_;  // its memory is used for an error, in case no other is left
   const std::size_t maxJsonBytes_;
   std::atomic<bool> validated_ = false;
 };

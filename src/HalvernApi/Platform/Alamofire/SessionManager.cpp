@@ -21,7 +21,7 @@ SessionManager::~SessionManager() {
 }
 
 const HTTPHeaders& SessionManager::defaultHTTPHeaders() {
-  // Never destroyed: a call may begin at any moment, exit included.
+  // Never destroyed, because calls may be made during exit.
   static const auto& headers = *new HTTPHeaders{
       {"Accept-Encoding", acceptEncoding()}, {"Accept-Language", acceptLanguage()}, {"User-Agent", userAgent()}};
   return headers;
@@ -36,7 +36,7 @@ std::shared_ptr<DataRequest> SessionManager::request(std::string_view url, HTTPM
     if (isUrlText(url)) error = encoding.encode(request, parameters);
   } catch (const std::bad_alloc&) {
     throw;
-  } catch (...) {  // an encoding may be the application's
+  } catch (...) {  // the encoding may be the application's
     error = makeError(AFError::parameterEncodingFailed, "The encoding of the parameters threw an exception.");
   }
   if (!isUrlText(request.url))

@@ -4,45 +4,44 @@
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 #include "HalvernApi/Platform/Foundation/URLSessionConfiguration.hpp"
 
-// HTTP: sessions, requests and their answers.
+// HTTP sessions, requests and answers.
 namespace HalvernApi::Alamofire {
 
 class Transport;
 
-// An HTTP session: connections that are kept alive and shared, one thread that does all input and output, and the
-// completion queue on which the handlers of its requests run.
+// An HTTP session. It has persistent connections that its requests share, one thread that does all input and output,
+// and the completion queue on which the handlers of its requests run.
 //
-// Every member may be called from any thread. Threads and connections come with the first request. After fork() a
-// session is of no use in the child: a request that is started there fails, and promises from before do not settle
-// there.
+// Any thread may call its members. Threads and connections are created by the first request. After fork() a session is
+// useless in the child: requests that are started there fail, and earlier promises do not settle there.
 class HALVERNAPI_EXPORT SessionManager {
  public:
-  // Copies the configuration, and checks nothing: what is wrong with it fails the requests.
+  // Copies the configuration without checking it. If it is invalid, the requests fail.
   explicit SessionManager(const Foundation::URLSessionConfiguration& configuration);
-  // Ends what is in flight: every promise settles, with NSURLErrorCancelled, soon and on the completion queue. Neither
-  // waits for the network nor for handlers, and may be called inside one.
+  // Cancels all requests in flight: their promises soon settle with NSURLErrorCancelled, on the completion queue. Does
+  // not wait for the network or for handlers. May run inside a handler.
   ~SessionManager();
   SessionManager(const SessionManager&) = delete;
   SessionManager& operator=(const SessionManager&) = delete;
 
-  // "Accept-Encoding", "Accept-Language" (the user's languages by LANGUAGE, LC_ALL, LC_MESSAGES and LANG, as they are
-  // at the first call; "en" where these name none) and "User-Agent". `request` of HalvernApi begins with them; here
-  // they are the caller's to pass.
+  // "Accept-Encoding", "Accept-Language" and "User-Agent". The languages are the user's by LANGUAGE, LC_ALL,
+  // LC_MESSAGES and LANG at the time of the first call, or "en" if these name none. The function `request` of
+  // HalvernApi adds these headers; callers of the member `request` pass them if they want them.
   static const HTTPHeaders& defaultHTTPHeaders();
 
-  // Starts a request at once, with `headers` and those of URLSessionConfiguration::httpAdditionalHeaders that are not
-  // among them. Never fails itself: whatever is wrong comes as the request's answer.
+  // Starts a request immediately. Adds those headers of URLSessionConfiguration::httpAdditionalHeaders that `headers`
+  // does not contain. Every failure is reported as the outcome of the request.
   std::shared_ptr<DataRequest> request(std::string_view url, HTTPMethod method,
                                        const std::optional<Statham::JsonObject>& parameters,
                                        const ParameterEncoding& encoding, HTTPHeaders headers);
 
-  // Lets requests that start later use new connections, for when the device has moved to another network: connections
-  // from before may be dead without a sign of it. Requests in flight continue. The session does it by itself when the
-  // device has been asleep.
+  // Makes all requests that start later use new connections. Call it when the device has moved to another network,
+  // because earlier connections may be dead without an error. Requests in flight continue. The session does this by
+  // itself after the device was asleep.
   void flush();
 
  private:
-  HTTPHeaders additionalHeaders_;  // unchanged after construction
+  HTTPHeaders additionalHeaders_;  // not changed after construction
   const std::shared_ptr<Transport> transport_;
 };
 

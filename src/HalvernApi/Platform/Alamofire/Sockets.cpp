@@ -22,7 +22,7 @@ bool hasSomethingToRead(curl_socket_t handle) {
   return poll(&entry, 1, 0) > 0;
 }
 
-// Leaves libcurl a connection that is plainly dead.
+// libcurl then sees that the connection is closed, with no data left that it could take for an answer.
 void shutDownAndEmpty(curl_socket_t handle) {
   ::shutdown(handle, SHUT_RDWR);
   std::array<char, 16384> rest;
@@ -50,7 +50,7 @@ void Sockets::close(curl_socket_t handle) {
   const auto closed =
       std::find_if(sockets_.begin(), sockets_.end(), [handle](const auto& socket) { return socket->handle == handle; });
   if (closed != sockets_.end()) {
-    (*closed)->handle = CURL_SOCKET_BAD;  // its user may not have released it yet
+    (*closed)->handle = CURL_SOCKET_BAD;  // a transfer may still have a pointer to the socket
     sockets_.erase(closed);
   }
   closesocket(handle);
@@ -71,7 +71,7 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
       return socket->localPort == 0 && portOf(socket->handle, ::getsockname) == localPort &&
              portOf(socket->handle, ::getpeername) == peerPort;
     });
-    if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of these
+    if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // unknown socket
     (*found)->peer = peer;
     (*found)->peerPort = peerPort;
     (*found)->localPort = localPort;
@@ -89,7 +89,7 @@ void Sockets::release(const std::shared_ptr<Socket>& socket) {
 void Sockets::retire() {
   for (const auto& socket : sockets_) {
     socket->retired = true;
-    // Without a port it is still connecting, for a request that has begun.
+    // One without a local port is still connecting, for a request that has already begun.
     if (!socket->inUse && socket->localPort != 0) shutDownAndEmpty(socket->handle);
   }
 }

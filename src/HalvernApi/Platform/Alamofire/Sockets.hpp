@@ -1,6 +1,6 @@
-// The sockets of one session's connections: close-on-exec from birth, never one of the standard streams, and known one
-// by one, so that a connection on which something arrived while nobody asked, or that is older than the last `retire`,
-// is not used again. For one thread at a time. Not installed.
+// The sockets of the connections of one session. They are created close-on-exec and are never one of the standard
+// streams. A connection is not used again if data arrived on it while it was idle, or if it is older than the last
+// `retire`. Not thread-safe: the I/O thread uses it. Not installed.
 #pragma once
 
 #include <curl/curl.h>
@@ -15,25 +15,26 @@ class Sockets {
  public:
   struct Socket {
     curl_socket_t handle;
-    // The two ends; the local port is 0 until a request is sent over the connection for the first time.
+    // The endpoints. The local port is 0 until the connection is used for its first request.
     int localPort = 0;
     int peerPort = 0;
     std::string peer{};
-    bool inUse = false;    // a request was sent, or is about to be, whose answer has not been read
+    bool inUse = false;    // between `use` and `release`
     bool retired = false;  // must not carry another request
   };
 
-  // CURL_SOCKET_BAD if the system has none to give; may throw std::bad_alloc.
+  // CURL_SOCKET_BAD if the system cannot create a socket. May throw std::bad_alloc.
   curl_socket_t open(const curl_sockaddr& address);
   void close(curl_socket_t handle);
 
-  // The connection with these ends, over which a request is about to be sent; the caller releases it. Null if it was
-  // retired, or if something has arrived on it while it was idle: it is shut down then.
+  // Called when a request is about to be sent over the connection with these endpoints. The caller releases the socket
+  // when the answer has been read or will not be read. If the connection was retired, or if data arrived on it while it
+  // was idle, this function shuts it down and returns null.
   std::shared_ptr<Socket> use(const char* peer, int peerPort, int localPort);
-  // The answer was read, or will not be. A null pointer is allowed.
+  // A null pointer is allowed.
   static void release(const std::shared_ptr<Socket>& socket);
-  // Lets no connection that exists now carry another request. Idle ones are shut down at once, others when they are
-  // released.
+  // No connection that exists now will be used for another request. Idle ones are shut down immediately, others when
+  // they are released.
   void retire();
 
  private:

@@ -17,19 +17,19 @@ constexpr std::string_view tooManyHeaders = "The headers of the answer are too l
 constexpr std::string_view connectionLost =
     "The connection was lost before an answer came; the server may have seen the request.";
 constexpr std::size_t maxHeaderBytes = std::size_t{256} * 1024;
-constexpr curl_off_t maxFirstGuess = curl_off_t{1024} * 1024;
-constexpr std::size_t largeBody = std::size_t{64} * 1024;  // larger ones libcurl sends in several pieces
+constexpr curl_off_t maxFirstReserve = curl_off_t{1024} * 1024;
+constexpr std::size_t largeBody = std::size_t{64} * 1024;  // libcurl sends larger ones in several parts
 
-// Up to 7.88 libcurl remembers the last header that a handle received after it has freed it.
+// Before 8.0 libcurl keeps a pointer to the last header that a handle received after it has freed that header.
 bool remembersFreedHeaders() { return curlVersion() < 0x080000; }
 
-// Before 8.6 libcurl has the same result for a header line of more than 100 KiB and if memory runs out.
+// Before 8.6 libcurl reports a header line of more than 100 KiB with the same result as a lack of memory.
 bool reportsLongHeadersAsNoMemory() { return curlVersion() < 0x080600; }
 
-// libcurl sends none with HEAD, where one has no meaning (RFC 9110, 9.3.2).
+// libcurl does not send a body with HEAD, where it has no meaning (RFC 9110, 9.3.2).
 bool hasBody(const URLRequest& request) { return request.body && request.method != HTTPMethod::head; }
 
-// Never write session keys where SSLKEYLOGFILE says.
+// Prevents that session keys are written to the file that SSLKEYLOGFILE names.
 CURLcode withoutKeyLog(CURL*, void* context, void*) {
   SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
   return CURLE_OK;
@@ -41,7 +41,7 @@ CURLcode setPart(CURLU* url, CURLUPart part, const char* value) {
   return result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
 }
 
-// Not by curl_url_get, which has the same result for a control character and if memory runs out.
+// curl_url_get could decode, but it reports a control character with the same result as a lack of memory.
 std::string percentDecoded(const std::string& text) {
   int size = 0;
   const std::unique_ptr<char, CurlCleanup<curl_free>> decoded(
@@ -50,7 +50,8 @@ std::string percentDecoded(const std::string& text) {
   return {decoded.get(), static_cast<std::size_t>(size)};
 }
 
-// In parts, so that libcurl's error messages, which quote the proxy, never hold its password.
+// Sets user and password by options of their own. libcurl's error messages quote the proxy's URL, which then contains
+// no password.
 CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   const CurlUrl url = parseUrl(proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
   if (const std::string user = urlPart(url, CURLUPART_USER); !user.empty())
@@ -60,13 +61,13 @@ CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD})
     if (const CURLcode result = setPart(url.get(), secret, nullptr); result != CURLE_OK) return result;
   options.set(CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
-  // Again, because libcurl takes its default if memory runs out while it reads the URL's.
+  // Set again, because libcurl uses its default port if memory runs out while it reads the port in the URL.
   if (const std::string port = urlPart(url, CURLUPART_PORT, 0); !port.empty())
     options.set(CURLOPT_PROXYPORT, std::stol(port));
   return options.result();
 }
 
-// For OpenSSL; without it no https call is made.
+// Only for a libcurl with OpenSSL. Without OpenSSL, https calls fail before a transfer begins.
 void setTlsOptions(EasyOptions& options, const Foundation::URLSessionConfiguration& configuration) {
   options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
@@ -92,7 +93,7 @@ Transfer& Transfer::of(CURL* easy) {
   return *reinterpret_cast<Transfer*>(transfer);
 }
 
-// Options that all exchanges of a session share.
+// Creates the handle and sets the options that are the same for all exchanges of a session.
 CURLcode Transfer::setSharedOptions() {
   const Foundation::URLSessionConfiguration& configuration = context_.configuration;
   easy_.reset(curl_easy_init());
@@ -102,12 +103,12 @@ CURLcode Transfer::setSharedOptions() {
                                 CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA})
     options.set(data, static_cast<void*>(this));
   options.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&context_.sockets));
-  // The third: do not wait for a name that is being looked up.
+  // QUICK_EXIT: do not wait for the end of a name lookup.
   for (const CURLoption flag :
        {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
     options.set(flag, 1L);
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
-  if (remembersFreedHeaders()) options.set(CURLOPT_HEADER, 1L);  // to see them first, in onBody
+  if (remembersFreedHeaders()) options.set(CURLOPT_HEADER, 1L);  // onBody gets headers before libcurl reads them
   options.set(CURLOPT_HEADERFUNCTION, onHeader);
   options.set(CURLOPT_WRITEFUNCTION, onBody);
   options.set(CURLOPT_XFERINFOFUNCTION, onProgress);
@@ -115,17 +116,17 @@ CURLcode Transfer::setSharedOptions() {
   options.set(CURLOPT_OPENSOCKETFUNCTION, onConnection);
   options.set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
   options.set(CURLOPT_PROTOCOLS_STR, "http,https");
-  options.set(CURLOPT_ACCEPT_ENCODING, "");                        // decode all that this libcurl can
+  options.set(CURLOPT_ACCEPT_ENCODING, "");                        // decode all encodings that this libcurl supports
   options.set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});  // see docs/decisions/0003-http-1.1.md
-  options.set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // the network may be another one when the next connection is made
-  // Names with several addresses: libcurl leaves each a share of this.
+  options.set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // the device may be in another network when it connects again
+  // If a name has several addresses, libcurl spends a part of this time on each.
   options.set(CURLOPT_CONNECTTIMEOUT_MS,
               static_cast<long>(
                   std::max(bounded(configuration.timeoutIntervalForRequest), std::chrono::milliseconds(1)).count()));
   options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
   if (!tlsFault()) setTlsOptions(options, configuration);
   options.set(CURLOPT_NOPROXY, "");
-  options.set(CURLOPT_PROXY, "");  // none, rather than the environment's
+  options.set(CURLOPT_PROXY, "");  // ignore the proxies of the environment
   return configuration.proxyUrl ? setProxy(options, *configuration.proxyUrl) : options.result();
 }
 
@@ -134,7 +135,7 @@ void Transfer::setHeaders(const URLRequest& request) {
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   for (const auto& [name, value] : request.headers)
     if (hasBody(request) || !Foundation::equalIgnoringCase(name, "Content-Type")) add(name.data());
-  if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // suppresses libcurl's own
+  if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // removes libcurl's own
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
 }
@@ -157,7 +158,7 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
   options.set(CURLOPT_HTTPHEADER, headers_.data());
   if (url_ != url) {
     url_ = std::move(url);
-    options.set(CURLOPT_CURLU, url_->parts.get());  // newer libcurls then forget the text
+    options.set(CURLOPT_CURLU, url_->parts.get());  // newer versions then forget CURLOPT_URL
     if (!url_->parts) options.set(CURLOPT_URL, url_->text.c_str());
   }
   const bool isPost = request.method == HTTPMethod::post;
@@ -191,18 +192,18 @@ bool Transfer::end(CURLM* multi) {
 
 RawResponse Transfer::outcome(CURLcode result) {
   std::optional<Failure>& failure = answer_.failure;
-  if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;  // it could not copy the parts
+  if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;  // libcurl could not copy the parts
   if (!failure && result == CURLE_OUT_OF_MEMORY && reportsLongHeadersAsNoMemory() && sent_ && !answer_.response)
     refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
   else if (!failure && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
-    refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl wanted to send the request again
+    refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl tried to send the request again
   else if (!failure && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
   if (!failure && result != CURLE_OK) {
     failure = failureOf(easy_.get(), result);
     try {
       if (result != CURLE_OUT_OF_MEMORY) answer_.words = errorText_.data();
-    } catch (const std::bad_alloc&) {  // then libcurl's general words have to do
+    } catch (const std::bad_alloc&) {  // the failure keeps libcurl's general text for `result`
     }
   }
   succeeded_ = !failure;
@@ -232,7 +233,8 @@ std::string Transfer::redirectTarget() const {
   return target != nullptr ? target : "";
 }
 
-// Called for each connection that libcurl opens. It opens another one for a request that it wants to send again.
+// libcurl calls this for each connection that it opens. If the request has already been sent, libcurl is about to send
+// it again, which is refused.
 curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr* address) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (!self.sent_) return self.context_.sockets.open(*address);
@@ -243,7 +245,8 @@ curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr
   return CURL_SOCKET_BAD;
 }
 
-// Called when a request is about to be sent over a connection, again for each one that libcurl tries.
+// libcurl calls this when it is about to send a request over a connection. A second call in one exchange means that
+// libcurl is about to send the request again, which is refused.
 int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int localPort) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (self.sent_) {
@@ -283,13 +286,14 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t count, void* t
   Transfer& self = *static_cast<Transfer*>(transfer);
   self.lastActivity_ = self.context_.now;
   if (self.answer_.response) return self.append({data, count}) ? count : 0;
-  return self.acceptsHeader(*data) ? count : 0;  // before libcurl looks at it
+  return self.acceptsHeader(*data) ? count : 0;  // by CURLOPT_HEADER, before libcurl reads the header
 }
 
-// Refuses a first header that continues another: some libcurls would look at freed memory.
+// Refuses a continuation line as the first header, for which some versions of libcurl read freed memory. The status
+// line counts as the first line of a header block.
 bool Transfer::acceptsHeader(char first) {
   if (headerLines_ != 1 || (first != ' ' && first != '\t')) return true;
-  refuse(Foundation::NSURLErrorBadServerResponse, "The first header continues none.");
+  refuse(Foundation::NSURLErrorBadServerResponse, "The first header of the answer is a continuation line.");
   return false;
 }
 
@@ -298,16 +302,16 @@ bool Transfer::append(std::string_view bytes) {
   if (!answer_.data) answer_.data.emplace();
   Foundation::Data& body = *answer_.data;
   if (bytes.size() > maxSize - body.size()) {
-    refuse(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer is larger than it may be.");
+    refuse(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer exceeds the maximum size.");
     answer_.data.reset();
     return false;
   }
   try {
     const std::size_t size = body.size() + bytes.size();
     if (body.empty()) {
-      curl_off_t length = 0;  // as announced, so perhaps a lie: worth a first guess, not more
+      curl_off_t length = 0;  // the server's claim, which is not trusted beyond maxFirstReserve
       curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-      body.reserve(std::max(size, static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, maxFirstGuess))));
+      body.reserve(std::max(size, static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, maxFirstReserve))));
     } else if (size > body.capacity()) {
       body.reserve(std::min(maxSize, 2 * size));
     }
@@ -324,7 +328,8 @@ int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, cur
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (sent == self.sentBytes_) return 0;
   self.sentBytes_ = sent;
-  // Newer libcurls send a piece whenever they are called, so also when the limit of a silence has just run out.
+  // Newer versions of libcurl send a part in every call, also in the call after the time limit on silence has passed.
+  // Such a part does not count as activity.
   const auto limit = bounded(self.context_.configuration.timeoutIntervalForRequest);
   const Clock::time_point now = self.context_.now, last = self.lastActivity_;
   if (last == Clock::time_point() || now - last < limit) self.lastActivity_ = now;

@@ -1,6 +1,6 @@
-// One of libcurl's easy handles, which carries one exchange after the other: the options of a request, the callbacks
-// with which libcurl delivers the answer, and the outcome. Knows nothing of threads, promises and redirects. For the
-// thread of its multi handle alone. Not installed.
+// A libcurl easy handle that carries out one exchange after another. It sets the options of a request, receives the
+// answer by libcurl's callbacks, and reports the outcome. It does not know threads, promises and redirects. Used by the
+// thread of its multi handle only. Not installed.
 #pragma once
 
 #include <array>
@@ -13,12 +13,12 @@
 
 namespace HalvernApi::Alamofire {
 
-// What the transfers of a session share. Outlives them.
+// Shared by the transfers of a session. Must outlive them.
 struct TransferContext {
   Foundation::URLSessionConfiguration configuration;
   Sockets sockets{};
   Clock::time_point now{};  // when libcurl was last called
-  int unsent = 0;           // transfers whose requests have not gone out
+  int unsent = 0;           // number of transfers whose requests have not been sent
 };
 
 // The base of the type that begins transfers.
@@ -29,26 +29,27 @@ class Transfer {
   explicit Transfer(TransferContext& context) : context_(context) {}
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
-  // The one whose handle libcurl names.
+  // The transfer that owns `easy`.
   static Transfer& of(CURL* easy);
 
-  // Sets all options and starts the exchange. The request has to stay until `end`. An error means that nothing is sent;
-  // may also throw std::bad_alloc.
+  // Sets all options and starts the exchange. `request` must not change or be destroyed before `end`. After an error
+  // nothing is sent. May also throw std::bad_alloc. Call `end` in all cases.
   CURLcode begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
-  // Takes the handle out of libcurl, at any time. False if it must not carry another exchange: after a failure, because
-  // libcurl counts the connections that a handle has lost, and gives up with a wrong reason after the fifth.
+  // Removes the handle from `multi`, at any time. False if the transfer must not be used again. That is so after a
+  // failure, because libcurl counts the connections that a handle has lost, and after the fifth it fails with a wrong
+  // reason.
   bool end(CURLM* multi);
 
-  // Once libcurl says that the transfer is done: the answer, and the failure for `result` or for what a callback
-  // refused.
+  // The answer when libcurl has reported that the transfer is done. It has a failure if `result` is an error or a
+  // callback has refused to continue.
   RawResponse outcome(CURLcode result);
-  // Before that: what has arrived of the answer, with the failure that ends the exchange.
+  // The part of the answer that was received so far, with the given failure. For a transfer that is not done.
   RawResponse interrupted(const Foundation::Failure& failure);
-  // The absolute URL that the answer's "Location" stands for; empty without one.
+  // The answer's "Location" as an absolute URL. Empty if there is none.
   std::string redirectTarget() const;
-  // The connection turned out to be of no use before anything was sent over it: the request can begin again.
+  // The connection was useless, which was found out before anything was sent over it. The request can begin again.
   bool foundStaleConnection() const { return foundStaleConnection_; }
-  // When libcurl last delivered something, or took a piece of a large body; the clock's epoch when it has not.
+  // The last time at which libcurl delivered data, or sent a part of a large body. The clock's epoch if it did neither.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
   TransferOwner* owner = nullptr;  // of the exchange that was begun last
@@ -71,22 +72,22 @@ class Transfer {
   static int onRequest(void* transfer, char* peer, char* local, int peerPort, int localPort);
 
   TransferContext& context_;
-  // Of the exchange.
-  RawResponse answer_;  // so far; it has a failure once a callback has refused to continue
+  // Of the current exchange.
+  RawResponse answer_;  // so far; has a failure if a callback has refused to continue
   std::size_t headerBytes_ = 0;
-  int headerLines_ = 0;  // of the header block so far
+  int headerLines_ = 0;  // of the current header block
   curl_off_t sentBytes_ = 0;
-  bool sent_ = false;  // the request went out, or at least began to
+  bool sent_ = false;  // the request was sent, perhaps in part
   bool foundStaleConnection_ = false;
   bool succeeded_ = false;
   Clock::time_point lastActivity_;
   std::shared_ptr<Sockets::Socket> socket_;
-  // Options that stay set from one exchange to the next.
+  // Options that are kept for the next exchange.
   std::shared_ptr<const ParsedUrl> url_;
   std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether it sends a body
-  std::vector<curl_slist> headers_;                    // refer to the request's
+  std::vector<curl_slist> headers_;                    // point to the request's headers
   std::array<char, CURL_ERROR_SIZE> errorText_{};
-  CurlEasy easy_;  // null before the first exchange; the last member, because it refers to others when it is destroyed
+  CurlEasy easy_;  // null before the first exchange; the last member, because its cleanup uses the others
 };
 
 }  // namespace HalvernApi::Alamofire

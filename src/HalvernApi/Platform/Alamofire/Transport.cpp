@@ -23,15 +23,15 @@ constexpr std::size_t minActive = 100;  // enough to keep every connection busy;
 constexpr std::size_t minPoolSize = 64;
 constexpr std::size_t maxPoolSize = 1024;
 constexpr std::size_t maxParsedUrls = 16;
-constexpr std::size_t maxJsonFactor = 4;  // bytes of JSON values for a byte of the largest answer
+constexpr std::size_t maxJsonFactor = 4;  // bytes of JSON values for each byte of maximumResponseSize
 
 constexpr std::chrono::seconds maxUnnoticedSleep{1};
 
 constexpr Failure cancelled = urlFailure(Foundation::NSURLErrorCancelled, "The request was cancelled.");
-constexpr Failure tooLong = urlFailure(Foundation::NSURLErrorTimedOut, "The exchange took longer than it may.");
+constexpr Failure tooLong = urlFailure(Foundation::NSURLErrorTimedOut, "The exchange exceeded its time limit.");
 constexpr Failure silent = urlFailure(Foundation::NSURLErrorTimedOut, "The server was silent for too long.");
 constexpr Failure endlessRedirects =
-    urlFailure(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirects without end.");
+    urlFailure(Foundation::NSURLErrorHTTPTooManyRedirects, "The server redirected the request too many times.");
 
 std::optional<Failure> proxyFault(const std::optional<std::string>& proxyUrl) {
   if (!proxyUrl) return std::nullopt;
@@ -43,7 +43,7 @@ std::optional<Failure> proxyFault(const std::optional<std::string>& proxyUrl) {
   return urlFailure(Foundation::NSURLErrorBadURL, "The URL of the proxy cannot be read.");
 }
 
-// A SHA-256 hash in Base64 whose spare bits are 0, as libcurl compares the text.
+// Whether `pin` is a SHA-256 hash in Base64. libcurl compares the text, so its unused last bits must be 0.
 bool isPin(const std::string& pin) {
   constexpr std::size_t hashBytes = 32, textBytes = 44;
   constexpr std::string_view withoutSpareBits = "AEIMQUYcgkosw048";
@@ -64,7 +64,9 @@ std::optional<Failure> configurationFault(const Foundation::URLSessionConfigurat
 
 }  // namespace
 
-// A request on its way to an answer. Made on the caller's thread, then touched by the I/O thread alone.
+// A request in flight. Constructed on the caller's thread; `cancelOrDelegate` may be called on any thread. The members
+// below `transport` are used by the I/O thread only. Callbacks of the answer run on the completion queue; they use
+// members of DataRequest only.
 struct Transport::Exchange final : DataRequest, TransferOwner, ListHook {
   Exchange(std::optional<URLRequest> request, std::shared_ptr<CompletionQueue> queue, std::size_t maxJsonBytes,
            std::weak_ptr<Transport> itsTransport)
@@ -80,12 +82,12 @@ struct Transport::Exchange final : DataRequest, TransferOwner, ListHook {
   bool inFlight() const { return self != nullptr; }
 
   const std::weak_ptr<Transport> transport;
-  std::shared_ptr<Exchange> self;      // while in flight
+  std::shared_ptr<Exchange> self;      // not null while in flight
   std::unique_ptr<Transfer> transfer;  // null while waiting for one
   std::optional<URLRequest> redirected;
   int redirects = 0;
   Clock::time_point started;
-  Clock::time_point lastActivity;  // its start or last redirect; the transfer has what came later
+  Clock::time_point lastActivity;  // when it was started or last redirected; the transfer knows later activity
 };
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
@@ -97,14 +99,14 @@ Transport::Transport(const Foundation::URLSessionConfiguration& configuration, s
       maxActive_(std::max(minActive, maxConnections_)),
       maxJsonBytes_(maxJsonFactor * std::min(configuration.maximumResponseSize, SIZE_MAX / maxJsonFactor)),
       context_{configuration} {
-  context_.configuration.completionQueue = nullptr;  // the queue has it, and decides when it goes
+  context_.configuration.completionQueue = nullptr;  // `queue` owns it
   pool_.reserve(std::clamp(maxConnections_, minPoolSize, maxPoolSize));
 }
 
 Transport::~Transport() = default;
 
 std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request, std::optional<NSError> error) {
-  // In the child of a fork the session's queue may be locked, and its threads are not there.
+  // In the child of a fork the session's queue may be locked, and its threads do not exist.
   const auto exchange = std::make_shared<Exchange>(
       std::move(request), inForkedChild() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
   std::optional<Failure> failure;
@@ -138,21 +140,21 @@ std::optional<Failure> Transport::send(Command command) {
   return std::nullopt;
 }
 
-// The error says why there are none; the next request tries again.
+// After an error, the next request tries again.
 std::optional<Failure> Transport::ensureThreads() {
   if (started_) return std::nullopt;
   if (!multi_) {
     initialiseCurl();
     CurlMulti multi(curl_multi_init());
     if (!multi) return posixFailure(ENOMEM);
-    // Idle ones, some to other hosts.
+    // CURLMOPT_MAXCONNECTS limits idle connections, some of which may be to other hosts.
     const long maxConnections = static_cast<long>(maxConnections_), maxIdle = maxConnections + 4L;
     if (curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maxConnections) != CURLM_OK ||
         curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, maxIdle) != CURLM_OK)
       return posixFailure(ENOMEM);
     multi_ = std::move(multi);
   }
-  // First the thread that handlers need: no call is accepted that could not be answered.
+  // The thread for handlers is started first: a call is accepted only if its answer can be delivered.
   if (!queue_->prepare()) return posixFailure(EAGAIN);
   Foundation::ProcessExit::stopAtExit(weak_from_this());
   started_ = thread_.start([self = shared_from_this()] { self->run(); });
@@ -198,7 +200,7 @@ void Transport::run() {
   pool_.clear();
 }
 
-// False when the thread is to end. Whatever is in the inbox then ends with the rest.
+// False if the thread must end. The exchanges that were in the inbox are then cancelled together with all others.
 bool Transport::takeInbox() {
   bool stopping = false;
   {
@@ -224,7 +226,7 @@ void Transport::execute(Command& command) {
   }
 }
 
-// Connections do not survive a sleep of the device, nor do they say so.
+// Connections do not survive a sleep of the device, and the system does not report that.
 void Transport::retireConnectionsAfterSleep() {
   const auto before = timeAsleep_;
   timeAsleep_ = timeAsleep();
@@ -286,8 +288,8 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
   if (!redirected(exchange, answer)) finish(exchange, std::move(answer));
 }
 
-// Follows the redirect that `answer` is, if any. False if the exchange ends with `answer`, which has a failure if the
-// redirect cannot be followed.
+// Follows the redirect if `answer` is one. False if the exchange must finish with `answer`. That gets a failure if
+// there were too many redirects, or if memory ran out.
 bool Transport::redirected(Exchange& exchange, RawResponse& answer) try {
   if (answer.failure || answer.response->statusCode / 100 != 3) return false;
   auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
@@ -296,7 +298,7 @@ bool Transport::redirected(Exchange& exchange, RawResponse& answer) try {
     answer.failure = endlessRedirects;
     return false;
   }
-  recycle(std::move(exchange.transfer));  // first: it refers to the request that is replaced now
+  recycle(std::move(exchange.transfer));  // first, because it points to the request that is replaced
   exchange.redirected = std::move(next);
   exchange.lastActivity = context_.now;
   begin(exchange);
@@ -306,7 +308,7 @@ bool Transport::redirected(Exchange& exchange, RawResponse& answer) try {
   return false;
 }
 
-// Ends the exchange with what has arrived of its answer.
+// Finishes the exchange with `failure` and the part of its answer that was received.
 void Transport::interrupt(Exchange& exchange, const Failure& failure) {
   finish(exchange, exchange.transfer ? exchange.transfer->interrupted(failure) : RawResponse{{}, failure});
 }
@@ -322,8 +324,8 @@ void Transport::postFinished() {
   if (!finished_.empty()) queue_->post(std::move(finished_));
 }
 
-// Looks at the exchanges when the first of them may have run out of time, and finds out when that will be next: what
-// libcurl delivers moves limits only further away.
+// Finishes the exchanges whose time limit is reached, and computes the next deadline. Does nothing before the deadline:
+// activity can only move the limits to later times.
 void Transport::endOverdue() {
   if (context_.now < deadline_) return;
   deadline_ = Clock::time_point::max();
@@ -344,7 +346,7 @@ void Transport::endOverdue() {
 }
 
 void Transport::wait() {
-  // Some libcurls do not wait for the moment at which to try a host's next address.
+  // Some versions of libcurl do not end the wait when it is time to try a host's next address.
   const std::chrono::milliseconds maxWait =
       context_.unsent > 0 ? std::chrono::milliseconds(250) : std::chrono::hours(1);
   context_.now = Clock::now();
@@ -356,7 +358,7 @@ void Transport::wait() {
   }
   const int timeout = static_cast<int>(std::clamp(rest, std::chrono::milliseconds(0), maxWait).count());
   if (curl_multi_poll(multi_.get(), nullptr, 0, timeout, nullptr) == CURLM_OK) return;
-  // The system refuses to wait for sockets, for want of memory or descriptors: try again soon.
+  // The system cannot wait for sockets, because memory or descriptors ran out. Try again soon.
   const auto retry = Clock::now() + std::chrono::milliseconds(20);
   MutexLock lock(mutex_);
   while (asleep_ && !stopping_ && changed_.wait(lock, retry)) {

@@ -1,5 +1,5 @@
-// The network side of a session: one thread that has libcurl carry all exchanges, started by the first request. Every
-// exchange that is started comes to an answer. Not installed.
+// The network side of a session: one I/O thread that runs libcurl for all exchanges. The first request starts it. Every
+// exchange that is started gets an answer, perhaps a failure. Not installed.
 #pragma once
 
 #include <boost/intrusive/list.hpp>
@@ -15,11 +15,12 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
             std::shared_ptr<Foundation::CompletionQueue> queue);
   ~Transport() override;
 
-  // Any thread. A request with an `error` is answered with it and never reaches the network.
+  // Any thread. A request with an `error` fails with it and is not sent.
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
   // Any thread. Requests that start later use new connections.
   void flush();
-  // Any thread. Ends every exchange, and returns when that is done unless it is the I/O thread that calls.
+  // Any thread. Cancels all exchanges and ends the I/O thread. Waits until that is done, unless the I/O thread itself
+  // calls.
   void stop() override;
 
  private:
@@ -32,14 +33,15 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
                                            boost::intrusive::constant_time_size<false>>;
 
+  // The reason why this session cannot send `request`, if there is one.
   std::optional<Foundation::Failure> faultOf(const URLRequest& request) const;
-  // The error says why nobody will look at `command`.
+  // Puts `command` into the inbox. The error says why it was not accepted.
   std::optional<Foundation::Failure> send(Command command);
   std::optional<Foundation::Failure> ensureThreads() HALVERNAPI_REQUIRES(mutex_);
   void wake();
   bool inForkedChild() const { return origin_.inForkedChild(); }
 
-  // The I/O thread.
+  // These run on the I/O thread.
   void run();
   bool takeInbox();
   void execute(Command& command);
@@ -60,7 +62,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
 
   const std::shared_ptr<Foundation::CompletionQueue> queue_;
   const Foundation::OriginalProcess origin_{};
-  const std::optional<Foundation::Failure> configurationFault_;  // fails every call
+  const std::optional<Foundation::Failure> configurationFault_;  // every call fails with it
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;
   const std::size_t maxConnections_;  // to one host
@@ -76,17 +78,18 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Foundation::Mutex joining_;  // held while the thread is joined
   Foundation::Thread thread_;  // started under mutex_, joined under joining_
 
-  // The I/O thread, once it runs; but any thread may wake the multi handle, which therefore lives as long as this.
+  // Used by the I/O thread only, as soon as it runs. There is one exception: any thread may wake the multi handle,
+  // which is therefore not destroyed before this object.
   TransferContext context_;
   CurlMulti multi_;
   std::vector<Command> batch_;
   std::vector<std::unique_ptr<Transfer>> pool_;
-  std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // the last ones, newest last
-  Exchanges waiting_;                                   // for a transfer, longest first
+  std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // a cache, oldest first
+  Exchanges waiting_;                                   // for a transfer, in order of arrival
   Exchanges active_;
   std::size_t activeCount_ = 0;                            // transfers that are not in the pool
-  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends before it
-  std::chrono::nanoseconds timeAsleep_{0};                 // of the device, when the inbox was last read
+  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit is reached earlier
+  std::chrono::nanoseconds timeAsleep_{0};                 // of the device, when the last commands were taken
   Foundation::TaskList finished_;
 };
 

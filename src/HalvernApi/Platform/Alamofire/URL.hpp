@@ -7,22 +7,22 @@
 
 namespace HalvernApi::Alamofire {
 
-// Whether every character may stand in a URL: those of RFC 3986, so no blanks, control characters or bytes beyond
+// Whether RFC 3986 allows every character in a URL. It does not allow blanks, control characters and characters outside
 // ASCII.
 bool isUrlText(std::string_view text);
 
-// As it is, but with the user information in front of the host, where a password may stand, elided.
+// `url` with the user information in front of the host elided, because it may contain a password.
 HALVERNAPI_EXPORT std::string printableUrl(std::string_view url);
 
-// The scheme in front of the first colon; empty when there is none.
+// The scheme in front of the first colon. Empty if there is none.
 std::string_view schemeOf(std::string_view url);
 bool isHttps(std::string_view url);
 
-// Refuses other schemes than http and https, a missing host, and https by a libcurl without OpenSSL; libcurl checks the
-// rest.
+// An error if the scheme is neither http nor https, if the host is missing, or if the scheme is https and libcurl does
+// not use OpenSSL. libcurl checks everything else.
 std::optional<Foundation::Failure> loadingFault(std::string_view url);
 
-// Whether scheme, host and port are the same, as libcurl reads them. False for what it cannot read.
+// Whether scheme, host and port are the same, as parsed by libcurl. False if libcurl cannot parse one of the URLs.
 bool sameOrigin(const std::string& left, const std::string& right);
 
 }  // namespace HalvernApi::Alamofire

@@ -4,21 +4,21 @@
 
 namespace HalvernApi::Alamofire {
 
-// The method of a request; the service's operations are all POSTs.
+// The method of a request. All operations of the service use POST.
 enum class HTTPMethod { get, head, post, put, patch, delete_ };
 
-// As it stands in the request line.
+// The method's name in the request line.
 constexpr std::string_view rawValue(HTTPMethod method) {
   constexpr std::string_view names[] = {"GET", "HEAD", "POST", "PUT", "PATCH", "DELETE"};
   return names[static_cast<std::size_t>(method)];
 }
 
-// A request as it goes out. A plain value: any thread.
+// A request as it is sent. A plain value: any thread.
 struct URLRequest {
-  std::string url;                      // never rewritten: goes out as it was given
+  std::string url;                      // sent unchanged
   HTTPMethod method = HTTPMethod::get;  // of the first exchange; a redirect may change it
-  HTTPHeaders headers{};                // without those that the transport adds: "Host", "Content-Length"
-  std::optional<std::string> body{};    // absent means none; HEAD sends none
+  HTTPHeaders headers{};                // without "Host" and "Content-Length", which the transport adds
+  std::optional<std::string> body{};    // absent means no body; not sent with HEAD
 };
 
 }  // namespace HalvernApi::Alamofire
