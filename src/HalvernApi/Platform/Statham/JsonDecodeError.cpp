@@ -88,10 +88,12 @@ void JsonDecodeError::describe(const std::string& path, std::string& out) const 
   }
   if (!out.empty()) out += "; ";
   if (!path.empty()) out += path + ": ";
-  if (kind() == Case::wrongType)
-    (out += "expected " + type() + ", found ") += nameOf(node_->value, type());
-  else
+  if (kind() == Case::wrongType) {
+    out += "expected " + type() + ", found ";
+    out += nameOf(node_->value, type());
+  } else {
     out += kind() == Case::missingKey ? "missing" : "not one of the texts of " + type();
+  }
 }
 
 bool operator==(const JsonDecodeError& left, const JsonDecodeError& right) {

@@ -45,28 +45,33 @@ class Builder {
     held_ -= 2 * count;
     const auto members = static_cast<double>(count);
     cost_ += members * members * (bytesOfAComparison + static_cast<double>(longestKey_));
-    return take(code, count * (sizeof(boost::json::key_value_pair) + indexBytes)) && (stack_.push_object(count), true);
+    const std::size_t bytes = count * (sizeof(boost::json::key_value_pair) + indexBytes);
+    return add(code, bytes, [&] { stack_.push_object(count); });
   }
   bool on_array_end(std::size_t count, Code& code) {
     held_ -= count;
-    return take(code, count * sizeof(JsonValue)) && (stack_.push_array(count), true);
+    return add(code, count * sizeof(JsonValue), [&] { stack_.push_array(count); });
   }
   bool on_key_part(Text part, std::size_t size, Code& code) { return on_string_part(part, size, code); }
   bool on_string_part(Text part, std::size_t size, Code& code) {
-    return fits(code, size) && (stack_.push_chars(part), true);
+    if (!fits(code, size)) return false;
+    stack_.push_chars(part);
+    return true;
   }
   bool on_key(Text text, std::size_t size, Code& code) {
     longestKey_ = std::max(longestKey_, size);
-    return take(code, size) && (stack_.push_key(text), true);
+    return add(code, size, [&] { stack_.push_key(text); });
   }
   bool on_string(Text text, std::size_t size, Code& code) {
-    return take(code, size) && (stack_.push_string(text), true);
+    return add(code, size, [&] { stack_.push_string(text); });
   }
   bool on_int64(std::int64_t value, Text text, Code& code) {
     if (value == 0 && text.starts_with('-')) return on_double(-0.0, text, code);  // no integer has that sign
-    return take(code) && (stack_.push_int64(value), true);
+    return add(code, 0, [&] { stack_.push_int64(value); });
   }
-  bool on_uint64(std::uint64_t value, Text, Code& code) { return take(code) && (stack_.push_uint64(value), true); }
+  bool on_uint64(std::uint64_t value, Text, Code& code) {
+    return add(code, 0, [&] { stack_.push_uint64(value); });
+  }
   bool on_double(double value, [[maybe_unused]] Text text, Code& code) {
 #if BOOST_VERSION < 108200  // before its precise mode, the parser may miss the last bits
 #ifdef __cpp_lib_to_chars
@@ -76,10 +81,14 @@ class Builder {
     value = ::strtod_l(std::string(text).c_str(), nullptr, plain);
 #endif
 #endif
-    return take(code) && (stack_.push_double(value), true);
+    return add(code, 0, [&] { stack_.push_double(value); });
   }
-  bool on_bool(bool value, Code& code) { return take(code) && (stack_.push_bool(value), true); }
-  bool on_null(Code& code) { return take(code) && (stack_.push_null(), true); }
+  bool on_bool(bool value, Code& code) {
+    return add(code, 0, [&] { stack_.push_bool(value); });
+  }
+  bool on_null(Code& code) {
+    return add(code, 0, [&] { stack_.push_null(); });
+  }
 
  private:
   static constexpr std::size_t blockBytes = 40;  // what a block on the heap costs besides what it holds
@@ -89,11 +98,14 @@ class Builder {
   static constexpr double bytesOfAComparison = 32;
   static constexpr double maxCost = 400'000'000 * bytesOfAComparison;  // less than a second
 
-  // One more value on the stack, which holds `bytes` on the heap.
-  bool take(Code& code, std::size_t bytes = 0) {
+  // Calls `push`, which adds a value to the stack, if there is room for that value and its `bytes` on the heap.
+  template <class Push>
+  bool add(Code& code, std::size_t bytes, Push push) {
     ++held_;
     if (bytes != 0) keptBytes_ += bytes + blockBytes;
-    return fits(code, 0);
+    if (!fits(code, 0)) return false;
+    push();
+    return true;
   }
   // Three times: while the stack doubles, the old one and the new one are there. A text being read stands on it, too.
   bool fits(Code& code, std::size_t textBytes) {
