@@ -1,4 +1,4 @@
-// Text in ASCII, such as the names in HTTP and in URLs. Any thread. Not installed.
+// Functions for ASCII text, such as names in HTTP and in URLs. Any thread. Not installed.
 #pragma once
 
 #include <string_view>

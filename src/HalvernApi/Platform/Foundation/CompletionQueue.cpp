@@ -71,7 +71,7 @@ struct CompletionQueue::State {
         while (!stopping && incoming.empty()) arrived.wait(lock);
         if (incoming.empty()) return;
       }
-      const auto queue = self.lock();  // there is one as long as there are tasks
+      const auto queue = self.lock();  // not null: the tasks keep the queue alive
       runAll(queue.get());
     }
   }
@@ -94,7 +94,7 @@ const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
     const std::shared_ptr<CompletionQueue> queue = std::make_shared<CompletionQueue>(nullptr);
     const OriginalProcess origin{};
   };
-  static std::atomic<Shared*> current = nullptr;  // what it points to is never destroyed: exit may need it
+  static std::atomic<Shared*> current = nullptr;  // the object is never destroyed: exit may need it
   Shared* known = current;
   while (known == nullptr || known->origin.inForkedChild()) {
     auto made = std::make_unique<Shared>();
@@ -124,7 +124,7 @@ bool CompletionQueue::prepare() {
 
 void CompletionQueue::post(TaskList tasks) {
   bool scheduled = false;
-  std::vector<Task::Pointer> unhandled;  // destroyed without the lock: a task may own objects of the application
+  std::vector<Task::Pointer> unhandled;  // destroyed after unlocking: a task may own objects of the application
   {
     const MutexLock lock(state_->mutex);
     if (state_->ensureThread(*this)) {
@@ -144,9 +144,10 @@ void CompletionQueue::post(TaskList tasks) {
 
 void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
 
-// Asks the application's queue to run the tasks that wait, and again after each batch: the queue has other work, too.
+// Asks the application's queue to run the waiting tasks. Asks again after each batch, so that it can do other work in
+// between.
 void CompletionQueue::schedule() {
-  thread_local CompletionQueue* asking = nullptr;  // the queue whose executor this thread is asking
+  thread_local CompletionQueue* asking = nullptr;  // the queue for which this thread is inside `async`
   CompletionQueue* const before = std::exchange(asking, this);
   executor_->async([self = shared_from_this()] {
     do {
@@ -154,13 +155,13 @@ void CompletionQueue::schedule() {
       const MutexLock lock(self->state_->mutex);
       self->state_->scheduled = !self->state_->incoming.empty();
       if (!self->state_->scheduled) return;
-    } while (asking == self.get());  // asking inside `async` would be a recursion
+    } while (asking == self.get());  // calling `async` inside `async` would recurse
     self->schedule();
   });
   asking = before;
 }
 
-// On the calling thread, without handlers. Tasks that these add are run by the outermost call.
+// Runs the tasks on the calling thread, without handlers. If these tasks add others, the outermost call runs them.
 void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   thread_local TaskList* pending = nullptr;
   if (pending != nullptr) return pending->append(std::move(tasks));
@@ -178,7 +179,7 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
 }
 
 void CompletionQueue::stop() {
-  // In the child of a fork the mutex may be locked for good, and the tasks belong to the parent.
+  // In a forked child, the mutex may stay locked forever, and the tasks belong to the parent.
   if (!origin_.inForkedChild()) runWithoutHandlers(state_->take());
 }
 

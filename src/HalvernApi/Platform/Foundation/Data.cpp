@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The six bits that a character stands for; negative for one that is not in the alphabet.
+// The six bits that each character encodes; negative for characters outside the alphabet.
 constexpr auto sixBits = [] {
   std::array<std::int32_t, 256> table{};
   table.fill(-1);
@@ -27,7 +27,7 @@ Data dataOf(std::string_view text) {
 }
 
 bool isUtf8(std::string_view text) {
-  // Whole words of ASCII first: that is what nearly every text consists of.
+  // Skips whole words of ASCII first, because nearly every text is ASCII.
   constexpr std::uint64_t highBits = 0x8080808080808080;
   std::size_t ascii = 0;
   for (std::uint64_t word = 0; ascii + sizeof word <= text.size(); ascii += sizeof word) {

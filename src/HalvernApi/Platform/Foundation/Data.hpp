@@ -12,18 +12,18 @@ namespace HalvernApi::Foundation {
 // A block of bytes, such as the body of an answer.
 using Data = std::vector<std::byte>;
 
-// The bytes seen as text, without a copy; valid as long as `data` is unchanged.
+// Views the bytes as text, without a copy. Valid until `data` is changed or destroyed.
 inline std::string_view textOf(const Data& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
 
 // A copy of the bytes of `text`.
 HALVERNAPI_EXPORT Data dataOf(std::string_view text);
 
-// Whether `text` is UTF-8 as RFC 3629 has it: no surrogates, nothing longer than it need be. Any thread.
+// Whether `text` is valid UTF-8 (RFC 3629), without surrogates and overlong sequences. Any thread.
 HALVERNAPI_EXPORT bool isUtf8(std::string_view text);
 
-// Base64 of RFC 4648, standard alphabet, padded to a multiple of four. Absent when any other character (line breaks and
-// blanks included), a wrong length or padding in the wrong place is found. Unused bits of the last group are ignored.
-// Any thread.
+// Decodes Base64 (RFC 4648, standard alphabet, padded to a multiple of four). Absent if the length is wrong, the
+// padding is in the wrong place, or `text` contains any other character, such as a line break or a blank. Unused bits
+// of the last group are ignored. Any thread.
 HALVERNAPI_EXPORT std::optional<Data> decodeBase64(std::string_view text);
 
 }  // namespace HalvernApi::Foundation

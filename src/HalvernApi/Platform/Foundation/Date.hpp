@@ -6,8 +6,8 @@
 
 namespace HalvernApi::Foundation {
 
-// A point in time with microseconds, from years before 1 to beyond 9999. A birth date is midnight of its day in the
-// device's time zone; see `decodeDate`. A plain value: any thread.
+// A point in time in microseconds. Years before 1 and after 9999 are possible. A birth date is midnight of its day in
+// the device's time zone; see `decodeDate`. A plain value: any thread.
 class Date {
  public:
   // A finer duration is rounded down to whole microseconds.
@@ -18,7 +18,7 @@ class Date {
   constexpr std::chrono::sys_time<std::chrono::microseconds> time() const { return time_; }
 
   friend constexpr bool operator==(const Date&, const Date&) = default;
-  // Not every standard library compares time points so.
+  // Compares the counts, because some standard libraries have no `<=>` for time points.
   friend constexpr std::strong_ordering operator<=>(const Date& left, const Date& right) {
     return left.time_.time_since_epoch().count() <=> right.time_.time_since_epoch().count();
   }

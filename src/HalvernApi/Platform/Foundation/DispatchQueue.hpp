@@ -6,16 +6,16 @@
 
 namespace HalvernApi::Foundation {
 
-// Where completion handlers run: an application hands in its own main loop by deriving from this, and setting
+// Runs completion handlers. To run them in its own main loop, an application derives from this class and sets
 // URLSessionConfiguration::completionQueue.
 class HALVERNAPI_EXPORT DispatchQueue {
  public:
   virtual ~DispatchQueue();
 
-  // Runs `task` soon, after those handed over before it, and returns at once. Called from any thread, the session's I/O
-  // thread included, so it must not block; it must not throw. Running `task` inside the call is allowed only to a queue
-  // whose tasks may hold up the network, and never wait for a call. Tasks still come after a session was destroyed, for
-  // the calls that this cancelled. A task that is dropped leaves its handlers unrun.
+  // Runs `task` soon, after the tasks of earlier calls, and returns at once. Called from any thread, including the
+  // session's I/O thread, so it must not block. It must not throw. A queue may run `task` inside this call only if its
+  // tasks may delay the network and never wait for a call. Tasks also arrive after a session was destroyed, for the
+  // calls that its destruction cancelled. If the queue drops a task, the handlers of that task do not run.
   virtual void async(std::function<void()> task) = 0;
 };
 

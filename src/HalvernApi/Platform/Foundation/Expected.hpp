@@ -2,15 +2,14 @@
 
 #include <tl/expected.hpp>
 
-// What everything else stands on: errors, bytes, dates, and the settings of a session.
+// Basic types for the rest of the library: errors, bytes, dates and the settings of a session.
 namespace HalvernApi::Foundation {
 
-// A value or the error in its place, as std::expected of C++23: `if (result) use(*result); else
-// report(result.error());`
+// A value or an error, like std::expected of C++23: `if (result) use(*result); else report(result.error());`
 template <class T, class E>
 using Expected = tl::expected<T, E>;
 
-// An error on its way into an Expected: `return Unexpected<Error>(error);`
+// Wraps an error that is returned as an Expected: `return Unexpected<Error>(error);`
 template <class E>
 using Unexpected = tl::unexpected<E>;
 
@@ -18,7 +17,7 @@ using Unexpected = tl::unexpected<E>;
 using tl::in_place, tl::unexpect;
 // \endcond
 
-// The value of an operation that has nothing to tell but that it succeeded. All are equal.
+// The value of an operation whose only result is that it succeeded. All are equal.
 struct Unit {
   // \cond
   friend constexpr bool operator==(Unit, Unit) { return true; }

@@ -1,4 +1,4 @@
 #pragma once
 
-// Marks what the shared library shows; everything else is hidden.
+// Marks the symbols that the shared library exports. All others are hidden.
 #define HALVERNAPI_EXPORT __attribute__((visibility("default")))

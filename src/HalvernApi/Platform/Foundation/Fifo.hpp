@@ -1,5 +1,6 @@
-// A list of objects that have a member `next` of the pointer type, which owns them: first in, first out. It allocates
-// nothing, so queueing works when memory has run out. An object stands in one list at a time. For one thread at a time.
+// A first-in, first-out list of objects that have a member `next` of the pointer type. `next` owns the following
+// object. The list allocates nothing, so queueing works when memory has run out. An object can be in one list at a
+// time. One thread at a time may use a list.
 #pragma once
 
 #include <utility>
@@ -13,7 +14,7 @@ class Fifo {
   explicit Fifo(Pointer only) { push(std::move(only)); }
   Fifo(Fifo&& other) noexcept : first_(std::move(other.first_)), last_(other.last_) {}
   ~Fifo() {
-    while (pop()) {  // one by one: a long list must not end in deep recursion
+    while (pop()) {  // one by one: destroying a long list must not recurse deeply
     }
   }
   Fifo& operator=(Fifo&&) = delete;
@@ -32,7 +33,7 @@ class Fifo {
     last_ = other.last_;
   }
 
-  // Null when there is none.
+  // Null if the list is empty.
   Pointer pop() {
     Pointer object = std::move(first_);
     if (object) first_ = std::move(object->next);
@@ -41,7 +42,7 @@ class Fifo {
 
  private:
   Pointer first_;
-  typename Pointer::element_type* last_ = nullptr;  // meaningful where there is a first
+  typename Pointer::element_type* last_ = nullptr;  // valid only if first_ is not null
 };
 
 }  // namespace HalvernApi::Foundation

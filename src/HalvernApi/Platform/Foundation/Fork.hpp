@@ -1,13 +1,13 @@
-// Whether this process is the child of a fork: threads do not live on in a child, and mutexes may be locked there for
-// good. Any thread. Not installed.
+// Detects that this process is the child of a fork: in a child, the threads of the parent do not exist, and mutexes may
+// stay locked forever. Any thread. Not installed.
 #pragma once
 
 namespace HalvernApi::Foundation {
 
-// How often this process is the child of a fork since the first call.
+// How many forks are between the process that made the first call and this process.
 int forkCount();
 
-// The process in which this was made.
+// The process in which the object was created.
 class OriginalProcess {
  public:
   bool inForkedChild() const { return forkCount() != forkCount_; }

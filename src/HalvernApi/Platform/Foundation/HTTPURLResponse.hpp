@@ -4,10 +4,10 @@
 
 namespace HalvernApi::Foundation {
 
-// What came back of an HTTP exchange besides the body. A plain value: any thread.
+// The answer to an HTTP request, without its body. A plain value: any thread.
 struct HTTPURLResponse {
-  int statusCode = 0;         // of the last answer, where redirects were followed
-  std::string contentType{};  // the "Content-Type" header as received; empty when there was none
+  int statusCode = 0;         // of the last answer if redirects were followed
+  std::string contentType{};  // the "Content-Type" header as received; empty if there was none
 
   friend bool operator==(const HTTPURLResponse&, const HTTPURLResponse&) = default;
 };

@@ -1,5 +1,5 @@
-// A mutex, a lock of it and a condition variable for which Clang checks that what a mutex guards is only used while it
-// is locked (-Wthread-safety). Any thread.
+// A mutex, a lock and a condition variable. Clang checks that data guarded by a mutex is used only while the mutex is
+// locked (-Wthread-safety). Any thread.
 #pragma once
 
 #include <chrono>
@@ -32,7 +32,7 @@ class HALVERNAPI_CHECKED_BY_CLANG(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-// Holds the mutex from construction to destruction, unless it is unlocked meanwhile.
+// Locks the mutex from construction to destruction, except between calls of `unlock` and `lock`.
 class HALVERNAPI_CHECKED_BY_CLANG(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) HALVERNAPI_CHECKED_BY_CLANG(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -52,7 +52,8 @@ class Condition {
  public:
   void notifyOne() { changed_.notify_one(); }
   void notifyAll() { changed_.notify_all(); }
-  // Unlocks, and locks again once it was notified; may also return without that. False at the deadline.
+  // Unlocks, waits for a notification and locks again. May also return without a notification. Returns false after
+  // `deadline`.
   bool wait(MutexLock& lock, Deadline deadline = {}) {
     if (deadline) return changed_.wait_until(lock.lock_, *deadline) == std::cv_status::no_timeout;
     changed_.wait(lock.lock_);

@@ -13,31 +13,32 @@ inline constexpr std::string_view NSURLErrorDomain = "NSURLErrorDomain";
 // Failures of the operating system; `code` is an errno.
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
-// The numbers of NSURLErrorDomain that occur.
+// The codes of NSURLErrorDomain that the library reports.
 enum NSURLError : int {
   NSURLErrorUnknown = -1,                          // none of the following
   NSURLErrorCancelled = -999,                      // cancelled, or the session was destroyed
-  NSURLErrorBadURL = -1000,                        // the URL, or the one of the proxy, cannot be used
+  NSURLErrorBadURL = -1000,                        // the URL or the proxy's URL cannot be used
   NSURLErrorTimedOut = -1001,                      // a time limit of the configuration has run out
   NSURLErrorUnsupportedURL = -1002,                // the URL's scheme is neither http nor https
-  NSURLErrorCannotFindHost = -1003,                // the name of the host is not known
+  NSURLErrorCannotFindHost = -1003,                // the host name cannot be resolved
   NSURLErrorCannotConnectToHost = -1004,           // the host does not accept a connection
   NSURLErrorNetworkConnectionLost = -1005,         // the connection ended before the answer was complete
   NSURLErrorHTTPTooManyRedirects = -1007,          // redirected too often
   NSURLErrorBadServerResponse = -1011,             // the answer is not HTTP, or its headers are too long
   NSURLErrorCannotDecodeContentData = -1016,       // the body is not compressed as its header says
-  NSURLErrorDataLengthExceedsMaximum = -1103,      // larger than the configuration's maximum
-  NSURLErrorSecureConnectionFailed = -1200,        // no TLS connection for another reason than the following
+  NSURLErrorDataLengthExceedsMaximum = -1103,      // the answer exceeds the configuration's maximum
+  NSURLErrorSecureConnectionFailed = -1200,        // TLS failed for a reason other than the following
   NSURLErrorServerCertificateHasBadDate = -1201,   // the certificate has expired
-  NSURLErrorServerCertificateUntrusted = -1202,    // no trusted authority has signed it, or it is for another host
-  NSURLErrorServerCertificateNotYetValid = -1204,  // the certificate is not valid yet: is the device's clock right?
+  NSURLErrorServerCertificateUntrusted = -1202,    // untrusted certificate, wrong host, or a key that is not pinned
+  NSURLErrorServerCertificateNotYetValid = -1204,  // the certificate is not valid yet: the device's clock may be wrong
 };
 
-// The platform's error value: a domain, a number in it, and words for a developer. A plain value: any thread.
+// An error of the platform: a domain, a code of that domain and a description for developers. A plain value: any
+// thread.
 struct HALVERNAPI_EXPORT NSError {
-  std::string domain;  // NSURLErrorDomain, NSPOSIXErrorDomain or AFErrorDomain, where the library has made it
-  int code = 0;        // what it means depends on the domain
-  std::string localizedDescription;  // never holds a token, a key or a password
+  std::string domain;                // NSURLErrorDomain, NSPOSIXErrorDomain or AFErrorDomain, if the library made it
+  int code = 0;                      // its meaning depends on the domain
+  std::string localizedDescription;  // never contains a token, a key or a password
 
   // `Error Domain=NSURLErrorDomain Code=-1004 "Could not connect to the server"`
   std::string description() const;
@@ -48,8 +49,8 @@ struct HALVERNAPI_EXPORT NSError {
 };
 
 // \cond
-// An error that owns no memory, so that it can be made and carried when memory has run out. `words` are a literal, or
-// as long-lived as one.
+// An error that owns no memory, so that it can be created and passed on when memory has run out. `words` must be a
+// string literal or live as long as one.
 struct Failure {
   std::string_view domain;
   int code;

@@ -1,5 +1,5 @@
-// What the library takes from POSIX and, on Windows, what stands for it there under the same names. Windows knows no
-// fork, and none of the signals that threads have to be kept from. Any thread. Not installed.
+// What the library uses of POSIX. For Windows, this file defines replacements with the same names. Windows has no fork,
+// and none of the signals that threads must block. Any thread. Not installed.
 #pragma once
 
 #ifdef _WIN32
@@ -18,9 +18,9 @@ struct LocalTime : std::tm {
   std::time_t tm_gmtoff;
 };
 
-// The C library's knows nothing before 1970.
+// Replaces the C library's conversion, which does not support times before 1970.
 inline void localtime_r(const std::time_t* time, LocalTime* local) {
-  constexpr std::time_t ticks = 10'000'000, epoch = 11'644'473'600;  // a second; seconds from 1601 to 1970
+  constexpr std::time_t ticks = 10'000'000, epoch = 11'644'473'600;  // ticks per second; seconds from 1601 to 1970
   const auto fileTime = static_cast<unsigned long long>((*time + epoch) * ticks);
   FILETIME utc{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)}, wallClock{};
   SYSTEMTIME fields{};
@@ -45,7 +45,7 @@ inline bool pthread_main_np() { return ::GetCurrentThreadId() == loadingThread; 
 constexpr int SOCK_CLOEXEC = 0, SHUT_RDWR = SD_BOTH, MSG_DONTWAIT = 0;  // libcurl's sockets never block
 inline SOCKET aboveStandardStreams(SOCKET handle) { return handle; }
 inline std::chrono::nanoseconds timeAsleep() {
-  ULONGLONG withSleep = 0, withoutSleep = 0;  // in 100 ns
+  ULONGLONG withSleep = 0, withoutSleep = 0;  // in units of 100 ns
   ::QueryInterruptTime(&withSleep);
   ::QueryUnbiasedInterruptTime(&withoutSleep);
   return std::chrono::nanoseconds(100 * static_cast<long long>(withSleep - withoutSleep));
@@ -77,15 +77,16 @@ using LocalTime = std::tm;
 constexpr int SOCK_CLOEXEC = 0;
 #endif
 inline void closeOnExec(int handle) { ::fcntl(handle, F_SETFD, FD_CLOEXEC); }
-// A descriptor that is none of the standard streams: in a process that has closed one of them, a socket could otherwise
-// get what is meant for standard output. Takes `handle`; -1 if the system has no other descriptor to give.
+// Returns a descriptor that is none of the standard streams: in a process that has closed one of them, a socket could
+// otherwise receive what is written to standard output. Takes ownership of `handle`. Returns -1 if the system has no
+// other descriptor.
 inline int aboveStandardStreams(int handle) {
   if (handle < 0 || handle > STDERR_FILENO) return handle;
   const int other = ::fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   ::close(handle);
   return other;
 }
-// The time that the device has been asleep since it was started.
+// How long the device has been asleep since it was started.
 inline std::chrono::nanoseconds timeAsleep() {
 #ifdef CLOCK_BOOTTIME
   constexpr clockid_t withSleep = CLOCK_BOOTTIME, withoutSleep = CLOCK_MONOTONIC;
@@ -103,8 +104,8 @@ inline std::chrono::nanoseconds timeAsleep() {
 }
 inline void closesocket(int handle) { ::close(handle); }
 
-// While it exists, writes of this thread to a pipe that nobody reads raise no SIGPIPE. Where the thread blocks that
-// signal already, as the library's own threads do, it may stay pending.
+// While an object exists, writes of this thread to a pipe or socket that nobody reads do not raise SIGPIPE. If the
+// thread already blocks the signal, as the library's own threads do, the signal may stay pending.
 class SigpipeBlock {
  public:
   SigpipeBlock() {

@@ -24,7 +24,8 @@ struct Process {
 
 Process& process();
 
-// A child must not inherit the mutex locked, and none of its parent's threads is inside anything there.
+// A forked child must not inherit the mutex locked. The parent's other threads do not exist in the
+// child, so the count starts at 0 there.
 void beforeFork() HALVERNAPI_UNCHECKED { process().mutex.lock(); }
 void afterForkInParent() HALVERNAPI_UNCHECKED { process().mutex.unlock(); }
 void afterForkInChild() HALVERNAPI_UNCHECKED {
@@ -32,7 +33,7 @@ void afterForkInChild() HALVERNAPI_UNCHECKED {
   process().mutex.unlock();
 }
 
-// Never destroyed: threads look at it until the process is gone.
+// Never destroyed: threads use it until the process has ended.
 Process& process() {
   static Process& state = *[] {
     pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
@@ -53,7 +54,7 @@ void beginExit() {
   for (const auto& weak : stoppables)
     if (const auto stoppable = weak.lock()) stoppable->stop();
   lock.lock();
-  // A handler may be what called exit; it is not waited for.
+  // The handler that called exit, if any, is not waited for.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   while (state.inside > insideHere && state.left.wait(lock, deadline)) {
   }

@@ -1,4 +1,4 @@
-// What a completion queue runs. Any thread.
+// A unit of work for a completion queue. Any thread.
 #pragma once
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -14,16 +14,16 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   using Pointer = boost::intrusive_ptr<Task>;
 
   virtual ~Task();
-  // Runs everything. False if handlers are left because the process began to exit.
+  // Runs all callbacks. Returns false if handlers remain because the process has begun to exit.
   [[nodiscard]] virtual bool run() noexcept = 0;
-  // Runs only what settles promises, and none of the application's handlers. False if handlers are left, which a later
-  // `run` calls.
+  // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain; a
+  // later `run` calls them.
   [[nodiscard]] virtual bool runWithoutHandlers() noexcept = 0;
-  // True if there is something to run and the task is in no queue. The caller must then put it into one; until it has
-  // run, the function returns false.
+  // Returns true if there is something to run and the task is in no queue. The caller must then put the task into a
+  // queue. Until the task has run, further calls return false.
   [[nodiscard]] virtual bool claimPosting() = 0;
 
-  Pointer next;  // for the list that the task stands in
+  Pointer next;  // for the list that contains the task
 };
 
 using TaskList = Fifo<Task::Pointer>;

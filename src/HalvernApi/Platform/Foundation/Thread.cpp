@@ -18,7 +18,7 @@ Thread::~Thread() {
     thread_.join();
 }
 
-// The new thread inherits the signal mask: signals that come from outside are blocked meanwhile.
+// The new thread inherits the signal mask, so asynchronous signals are blocked while it is created.
 bool Thread::start(std::function<void()> run) {
 #ifndef _WIN32
   sigset_t blocked, before;
@@ -29,7 +29,7 @@ bool Thread::start(std::function<void()> run) {
   origin_ = {};
   try {
     thread_ = std::thread(std::move(run));
-  } catch (const std::exception&) {  // no thread to be had, or no memory
+  } catch (const std::exception&) {  // the system has no thread or no memory left
   }
 #ifndef _WIN32
   pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -8,19 +8,20 @@
 
 namespace HalvernApi::Foundation {
 
-// A thread to which no asynchronous signal is delivered: the application's signal handlers never run on it, and a
-// SIGPIPE that its writes raise stays pending on it for good.
+// A thread that receives no asynchronous signals. The application's signal handlers never run on it, and a SIGPIPE that
+// its writes raise stays pending on it forever.
 class Thread {
  public:
   Thread() = default;
-  // Joins. Only detaches when called on the thread itself, after process exit began, or in the child of a fork.
+  // Joins the thread. Detaches it instead if called on the thread itself, after process exit began, or in a forked
+  // child.
   ~Thread();
 
-  // False when the system has no thread to give. At most one thread for each object.
+  // Returns false if the system cannot create a thread. Each object starts one thread at most.
   bool start(std::function<void()> run);
   bool started() const { return thread_.joinable(); }
   bool isThis() const { return thread_.get_id() == std::this_thread::get_id(); }
-  // Not on the thread itself.
+  // Must not be called on the thread itself.
   void join() { thread_.join(); }
 
  private:
