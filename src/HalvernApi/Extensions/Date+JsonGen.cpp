@@ -15,17 +15,17 @@ namespace {
 
 using std::chrono::hours, std::chrono::minutes, std::chrono::seconds;
 
-// Has the C library look again at what the time zone is. Where TZ does not say, it looks at a file, which takes a
-// microsecond or two: it does so at most ten times a second.
+// Makes the C library update the time zone. If TZ is not set, the C library looks at a file, which takes a microsecond
+// or two. Therefore this happens at most ten times a second.
 void refreshTimeZone() {
-  static std::atomic<std::int64_t> lastLook = 0;  // 0 when TZ was set
+  static std::atomic<std::int64_t> lastLook = 0;  // in tenths of a second; 0 if TZ was set
   std::int64_t now = 0;
   if (std::getenv("TZ") == nullptr) {
     using Tenths = std::chrono::duration<std::int64_t, std::deci>;
     now = std::chrono::ceil<Tenths>(std::chrono::steady_clock::now().time_since_epoch()).count();
     if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
-  static std::mutex mutex;  // the C library has one, too, of which ThreadSanitizer knows nothing
+  static std::mutex mutex;  // the C library has its own, but ThreadSanitizer does not know it
   const std::lock_guard lock(mutex);
   ::tzset();
   lastLook.store(now, std::memory_order_relaxed);
@@ -39,18 +39,18 @@ LocalTime localTime(std::time_t time) {
 
 std::time_t offsetAt(std::time_t time) { return localTime(time).tm_gmtoff; }
 
-// The time at which a local wall clock shows what one in UTC shows at `wallClock`.
+// The time at which local clocks show `wallClock`, which is given as if it were UTC.
 std::time_t timeOf(std::time_t wallClock) {
   constexpr std::time_t maxOffset = std::time_t{25} * 3600;
   const std::time_t before = offsetAt(wallClock - maxOffset), then = offsetAt(wallClock - before);
   if (then == before) return wallClock - before;
   for (const std::time_t offset : {then, offsetAt(wallClock + maxOffset)})
     if (offsetAt(wallClock - offset) == offset) return wallClock - offset;
-  return wallClock - before;  // skipped by a change of the clocks
+  return wallClock - before;  // the change of the clocks skips this local time
 }
 
 std::optional<Date> parse(std::string_view text) {
-  // A year of four to six digits, and behind it everything in its place.
+  // A year of four to six digits, then each part at a fixed position.
   constexpr std::string_view pattern = "-00-00T00:00:00";
   if (text.size() < pattern.size() + 4 || text.size() > pattern.size() + 6) return std::nullopt;
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
@@ -64,7 +64,7 @@ std::optional<Date> parse(std::string_view text) {
   for (const char c : yearText) year = 10 * year + (c - '0');
   const auto number = [rest](std::size_t at) { return 10 * (rest[at] - '0') + (rest[at + 1] - '0'); };
   const int hour = number(7), minute = number(10), second = number(13);
-  // The calendar repeats itself every 400 years, and the library's knows no more than 32767.
+  // The calendar repeats every 400 years, and std::chrono::year ends at 32767.
   const std::chrono::year_month_day day(std::chrono::year(2000 + year % 400),
                                         std::chrono::month(static_cast<unsigned>(number(1))),
                                         std::chrono::day(static_cast<unsigned>(number(4))));

@@ -5,18 +5,19 @@
 
 namespace HalvernApi {
 
-// Reads a date from JSON: "yyyy-MM-dd'T'HH:mm:ss", in the device's time zone as it is at the moment, without an offset.
-// Any thread, as long as none changes the environment variable TZ meanwhile.
+// Reads a date from JSON: "yyyy-MM-dd'T'HH:mm:ss", without an offset, in the device's current time zone. Any thread, as
+// long as no thread changes the environment variable TZ at the same time.
 //
-// Every field takes exactly two digits, a year four, or more if the first is not 0. A local time that a change of the
-// clocks skips is read with the offset from before the change (so 02:30 becomes 03:30), one that it repeats as the
-// earlier of the two. The time zone is the C library's: TZ as a name, a rule or a file, or else the system's, within a
-// tenth of a second of a change. Without its data a zone that has a name is UTC.
+// Every field has exactly two digits. A year has four digits, or more if the first is not 0. A local time that a change
+// of the clocks skips is read with the offset from before the change (so 02:30 becomes 03:30). A local time that occurs
+// twice is read as the earlier of the two. The time zone is the C library's: TZ as a name, a rule or a file, or
+// otherwise the system's. A change of the system's time zone takes effect within a tenth of a second. A named zone
+// without data is UTC.
 //
 // Fails with wrongType and "ISO 8601 formatted NSDate".
 HALVERNAPI_EXPORT Expected<Date, JsonDecodeError> decodeDate(const JsonValue& json);
-// The text that `decodeDate` reads, rounded down to whole seconds. The year before 1 is 0000, and those before it are
-// negative; they are not read.
+// Writes the text that `decodeDate` reads, rounded down to whole seconds. The year before 1 is written as 0000, and
+// earlier years as negative numbers. `decodeDate` does not read those.
 HALVERNAPI_EXPORT std::string encodeDate(Date date);
 
 namespace Statham {

@@ -24,8 +24,8 @@ struct Process {
 
 Process& process();
 
-// A forked child must not inherit the mutex locked. The parent's other threads do not exist in the
-// child, so the count starts at 0 there.
+// A forked child must not inherit the mutex locked. The parent's other threads do not exist in the child, so the
+// count starts at 0 there.
 void beforeFork() HALVERNAPI_UNCHECKED { process().mutex.lock(); }
 void afterForkInParent() HALVERNAPI_UNCHECKED { process().mutex.unlock(); }
 void afterForkInChild() HALVERNAPI_UNCHECKED {

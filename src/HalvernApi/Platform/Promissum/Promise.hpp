@@ -9,7 +9,7 @@
 #include "HalvernApi/Platform/Foundation/Expected.hpp"
 #include "HalvernApi/Platform/Promissum/PromiseCore.hpp"
 
-// Promises: results that are still to come.
+// Promises: the results of asynchronous operations.
 namespace HalvernApi::Promissum {
 
 using Foundation::Expected;
@@ -18,37 +18,37 @@ using Foundation::Unexpected;
 template <class Value, class E>
 class Promise;
 
-// What a function for `map` returns.
+// A type that a function for `map` may return.
 template <class T>
 concept NotVoid = !std::is_void_v<T>;
 
-// What a function for `flatMap` returns.
+// A type that a function for `flatMap` may return.
 template <class T, class E>
 concept PromiseThatFailsWith = std::same_as<T, Promise<typename T::ValueType, E>>;
 
 // \cond
-// The shared result behind promises of one type. For those who make promises; applications use PromiseSource.
+// The state that all copies of a promise share. For code that makes promises; applications use PromiseSource.
 template <class Value, class E>
 class PromiseState final : public PromiseCore {
  public:
   using PromiseCore::PromiseCore;
   using Result = Expected<Value, E>;
 
-  // Nothing happens when it was settled before. The caller holds a reference.
+  // Does nothing if the promise has already been settled. The caller must hold a reference.
   void settle(Result result) {
     if (settleWithoutPosting(std::move(result))) post();
   }
-  // True if there are callbacks: the caller must then put this into its queue, as a task.
+  // Returns true if there are callbacks. The caller must then put this object into its queue as a task.
   [[nodiscard]] bool settleWithoutPosting(Result result) {
     if (!claim()) return false;
     result_.emplace(std::move(result));
     return publish();
   }
 
-  // Once settled.
+  // Only after the promise has settled.
   const Result& result() const { return *result_; }
 
-  // Calls `f` with the result once there is one.
+  // Calls `f` with the result once the promise has settled.
   template <class F>
   void whenSettled(Kind kind, F f) {
     struct Call final : Callback {
@@ -62,18 +62,19 @@ class PromiseState final : public PromiseCore {
   }
 
  private:
-  std::optional<Result> result_;  // written by who claimed it, before it is published; unchanged from then on
+  std::optional<Result> result_;  // written between `claim` and `publish`; never changed after that
 };
 
 // \endcond
 
-// A handle to the one result that an asynchronous operation comes to, a value or an error. Copies are cheap and share
-// the result; every member may be called from any thread. Dropping all handles neither cancels the operation nor keeps
-// callbacks from running.
+// A handle to the result of an asynchronous operation: a value or an error. Copies are cheap and share the result.
+// Every member may be called from any thread. Dropping all handles neither cancels the operation nor prevents callbacks
+// from running.
 //
-// Callbacks run on the completion queue (of the session that made the promise, or one that all other promises share),
-// one at a time, in the order in which they were attached, never inside the call that attaches them. Once the process
-// exits, none begins. A callback that throws ends the process.
+// Callbacks run on the completion queue of the session that made the promise, or on one queue that all promises without
+// a session share. They run one at a time, in the order in which they were attached, and never inside the call that
+// attaches them. Once the process exits, no callback of `then`, `trap` or `finally` begins, and no coroutine continues.
+// A callback that throws ends the process.
 template <class Value, class E>
 class [[nodiscard]] Promise {
  public:
@@ -81,24 +82,26 @@ class [[nodiscard]] Promise {
   using State = PromiseState<Value, E>;
   // \endcond
 
-  // What it comes to, and `get` and `co_await` give.
+  // What `get` and `co_await` return.
   using Result = Expected<Value, E>;
-  // What it comes to on success.
+  // The type of the result on success.
   using ValueType = Value;
-  // What it comes to on failure.
+  // The type of the result on failure.
   using ErrorType = E;
 
   // \cond
   explicit Promise(boost::intrusive_ptr<State> state) : state_(std::move(state)) {}
   // \endcond
 
-  // Settled from the start, for fakes of a service. Handlers run on a thread that all promises without a session share.
+  // A promise that is settled from the start, for fakes of a service. Its handlers run on a thread that all promises
+  // without a session share.
   static Promise resolved(Value value) { return settled(Result(std::move(value))); }
-  // As `resolved`, with an error.
+  // Like `resolved`, but with an error.
   static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
 
-  // A promise of what `f` makes of this one's Expected: another Expected. `f` runs on the completion queue. Adds no hop
-  // between threads. Cancelling the new promise cancels this one.
+  // Returns a promise of `f(result)`, where `result` is the Expected of this promise and `f` returns another Expected.
+  // `f` runs on the completion queue, without an additional switch of threads. Cancelling the new promise cancels this
+  // one.
   template <class F, class Next = std::decay_t<std::invoke_result_t<F&, const Result&>>>
   Promise<typename Next::value_type, typename Next::error_type> mapResult(F f) const {
     using NextState = PromiseState<typename Next::value_type, typename Next::error_type>;
@@ -109,7 +112,7 @@ class [[nodiscard]] Promise {
     return Promise<typename Next::value_type, typename Next::error_type>(std::move(next));
   }
 
-  // A promise of `f(value)`; an error is passed on.
+  // Returns a promise of `f(value)`. An error is passed on.
   template <class F, NotVoid U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
   Promise<U, E> map(F f) const {
     return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<U, E> {
@@ -124,7 +127,7 @@ class [[nodiscard]] Promise {
   void map(F f) const = delete;  // map takes a function that returns a value: use then
   // \endcond
 
-  // A promise of the same value, or of `f(error)`.
+  // Returns a promise of the same value, or of `f(error)`.
   template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
   Promise<Value, E2> mapError(F f) const {
     return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<Value, E2> {
@@ -133,8 +136,8 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // A promise of what the promise `f(value)` comes to; an error is passed on. Cancelling it cancels whichever is
-  // pending.
+  // Returns a promise with the result of the promise `f(value)`. An error is passed on. Cancelling the new promise
+  // cancels the one of these two promises that is pending.
   template <class F, class Next = std::invoke_result_t<F&, const Value&>>
   Next flatMap(F f) const {
     static_assert(PromiseThatFailsWith<Next, E>,
@@ -153,7 +156,7 @@ class [[nodiscard]] Promise {
     return Next(std::move(next));
   }
 
-  // Has `f(value)` run on success. Gives this promise back, for the next callback.
+  // Calls `f(value)` on success. Returns this promise, so that calls can be chained.
   template <class F>
   const Promise& then(F f) const {
     static_assert(std::is_invocable_v<F&, const Value&>, "then takes a function of the promise's value");
@@ -163,7 +166,7 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // Has `f(error)` run on failure, cancellation included.
+  // Calls `f(error)` on failure, including cancellation. Returns this promise.
   template <class F>
   const Promise& trap(F f) const {
     static_assert(std::is_invocable_v<F&, const E&>, "trap takes a function of the promise's error");
@@ -173,32 +176,32 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // Has `f()` run either way.
+  // Calls `f()` on success and on failure. Returns this promise.
   template <class F>
   const Promise& finally(F f) const {
     return handle([f = std::move(f)](const Result&) mutable { std::invoke(f); });
   }
 
-  // Blocks until settled. Inside a handler it runs that queue's other tasks while it waits; elsewhere on the thread of
-  // an application's queue it would keep the answer from arriving.
+  // Blocks until the promise has settled. Inside a handler, it runs other tasks of the same completion queue while it
+  // waits. Do not call it elsewhere on the thread of an application's queue: it would prevent the answer from arriving.
   [[nodiscard]] Result get() const {
     state_->wait(std::chrono::milliseconds::max());
     return state_->result();
   }
 
-  // As `get`, but gives up after `timeout` with false.
+  // Like `get`, but returns false if the promise has not settled after `timeout`.
   bool waitFor(std::chrono::milliseconds timeout) const { return state_->wait(timeout); }
 
-  // Asks the exchange beneath, through any chain of promises derived from one another, to end: it fails with
-  // `network` -999 soon. Nothing happens once settled, or where there is no exchange beneath.
+  // Cancels the underlying exchange, also through a chain of derived promises. Soon, the exchange fails with
+  // `network` -999. Does nothing if the promise has settled or there is no exchange.
   void cancel() const { state_->cancel(); }
 
-  // `co_await promise` yields an Expected<Value, E>; the coroutine goes on in a task of the completion queue.
-  // Destroying the coroutine is how to stop waiting: nothing touches it afterwards.
+  // `co_await promise` returns an Expected<Value, E>. The coroutine continues in a task of the completion queue. To
+  // stop waiting, destroy the coroutine: nothing uses it afterwards.
   auto operator co_await() const {
     struct Awaiter {
       boost::intrusive_ptr<State> state;
-      // Set by whichever comes first: the end of waiting, or this awaiter's.
+      // True once the coroutine was resumed or this awaiter was destroyed.
       std::shared_ptr<std::atomic<bool>> over = std::make_shared<std::atomic<bool>>(false);
 
       explicit Awaiter(boost::intrusive_ptr<State> awaited) : state(std::move(awaited)) {}
@@ -207,7 +210,7 @@ class [[nodiscard]] Promise {
       ~Awaiter() { *over = true; }
       bool await_ready() const noexcept { return false; }
       void await_suspend(std::coroutine_handle<> coroutine) {
-        // From a copy: the coroutine may go on, and end this awaiter, before the call returns.
+        // A copy, because the coroutine may continue and destroy this awaiter before the call returns.
         const auto kept = state;
         kept->whenSettled(Kind::handler, [coroutine, over = over](const Result&) {
           if (!over->exchange(true)) coroutine.resume();
@@ -238,13 +241,13 @@ class [[nodiscard]] Promise {
   boost::intrusive_ptr<State> state_;
 };
 
-// The end of a promise that settles it: for code that has a result to give, such as a fake of a service. Copies settle
-// the same promise; every member may be called from any thread. Dropping the last copy before it has settled its
-// promise is a programming error, and asserted.
+// Makes a promise and settles it. For code that has a result of its own, such as a fake of a service. Copies settle the
+// same promise. Every member may be called from any thread. Destroying the last copy before the promise has settled is
+// a programming error, which an assertion reports.
 template <class Value, class E>
 class PromiseSource {
  public:
-  // A source of a promise of its own, whose callbacks run on a thread that all promises without a session share.
+  // Makes a new promise. Its callbacks run on a thread that all promises without a session share.
   PromiseSource() : state_(new PromiseState<Value, E>(nullptr)) { state_->addSource(); }
   // \cond
   PromiseSource(const PromiseSource& other) : state_(other.state_) { state_->addSource(); }
@@ -255,10 +258,10 @@ class PromiseSource {
   ~PromiseSource() { state_->removeSource(); }
   // \endcond
 
-  // The promise that it settles: the same one at every call.
+  // The promise that this source settles: always the same one.
   Promise<Value, E> promise() const { return Promise<Value, E>(state_); }
 
-  // Settles the promise with a value. The first call of `resolve` and `reject` wins; later ones do nothing.
+  // Settles the promise with a value. Only the first call of `resolve` or `reject` has an effect.
   void resolve(Value value) const { state_->settle(std::move(value)); }
   // Settles the promise with an error.
   void reject(E error) const { state_->settle(Unexpected<E>(std::move(error))); }

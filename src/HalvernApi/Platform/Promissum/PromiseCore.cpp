@@ -35,8 +35,8 @@ void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
     : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
 
-// A callback may own the next promise of a long chain, whose callbacks are then destroyed here and not in a deeper
-// recursion.
+// A callback may own the next promise of a long chain. The callbacks of that promise are destroyed in this loop, and
+// not in a deeper recursion.
 PromiseCore::~PromiseCore() {
   thread_local Callbacks* destroying = nullptr;
   if (destroying != nullptr) {
@@ -100,7 +100,7 @@ bool PromiseCore::runWithoutHandlers() noexcept {
   return runCallbacks([](Kind kind) { return kind == Kind::continuation; });
 }
 
-// No lock is held while a callback runs or is destroyed: what it holds may be the application's.
+// No lock is held while a callback runs or is destroyed: it may own objects of the application.
 bool PromiseCore::runCallbacks(bool (*mayRun)(Kind)) noexcept {
   Callbacks left;
   for (;;) {

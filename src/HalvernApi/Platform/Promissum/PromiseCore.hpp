@@ -1,5 +1,5 @@
-// What all promises share whatever their types: settling once, waiting, cancelling, and callbacks on the completion
-// queue. Applications use Promise and PromiseSource, which are typed skins over this. Any thread.
+// The part of a promise that does not depend on its types: settling once, waiting, cancelling, and callbacks on the
+// completion queue. Applications use Promise and PromiseSource, which add the types. Any thread.
 #pragma once
 
 #include <atomic>
@@ -16,22 +16,22 @@ class CompletionQueue;
 
 namespace HalvernApi::Promissum {
 
-// What a promise asks to end when it is cancelled. Any thread.
+// Work that ends when a promise is cancelled. Any thread.
 class HALVERNAPI_EXPORT Cancellable {
  public:
   virtual ~Cancellable();
 
-  // Ends the work, which does nothing once it has ended, or names what to cancel in its place.
+  // Cancels the work and returns null, or returns other work to cancel instead. Does nothing if the work has ended.
   virtual std::shared_ptr<Cancellable> cancelOrDelegate() = 0;
-  // Cancels `work` or whatever stands in its place, however long the chain; null is allowed.
+  // Cancels `work`, or the work that it refers to, through a chain of any length. `work` may be null.
   static void cancel(std::shared_ptr<Cancellable> work);
 };
 
-// Passes a cancellation on to work that is only known later, and may change. Any thread.
+// Passes a cancellation on to work that becomes known later and may change. Any thread.
 class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
  public:
   std::shared_ptr<Cancellable> cancelOrDelegate() override;
-  void follow(std::weak_ptr<Cancellable> work);  // cancels it at once when the relay was cancelled before
+  void follow(std::weak_ptr<Cancellable> work);  // cancels `work` at once if the relay was cancelled before
 
  private:
   Foundation::Mutex mutex_;
@@ -49,13 +49,14 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 //                           '--------------> posted ------------'
 //                 publish, with callbacks
 //
-// A posted promise is in its queue, as a task, or the caller of the function that posted it has to put it there. Only
-// that task runs callbacks, so they run one at a time and in order.
+// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. Only that
+// task runs callbacks, so they run one at a time and in order.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
 
-  // A handler is the application's and does not begin once the process exits; a continuation settles another promise.
+  // A handler belongs to the application and is not started once the process exits. A continuation settles another
+  // promise.
   enum class Kind { handler, continuation };
 
   class HALVERNAPI_EXPORT Callback {
@@ -64,7 +65,7 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
     virtual ~Callback();
     virtual void run(PromiseCore& settled) noexcept = 0;
 
-    std::unique_ptr<Callback> next;  // for the list that the callback stands in
+    std::unique_ptr<Callback> next;  // for the list that contains the callback
     const Kind kind;
   };
 
@@ -77,14 +78,14 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
   void attach(std::unique_ptr<Callback> callback);
-  // Puts a posted promise into its queue; as the next task when called inside a task of that queue.
+  // Puts a posted promise into its queue. Inside a task of that queue, it becomes the next task.
   void post();
   [[nodiscard]] bool run() noexcept override;
   [[nodiscard]] bool runWithoutHandlers() noexcept override;
   [[nodiscard]] bool claimPosting() override;
 
-  // Waits until the promise has settled; false if that takes longer than `timeout`. A century or more is no limit.
-  // Inside a handler, other tasks of its queue run meanwhile.
+  // Waits until the promise has settled. Returns false if that takes longer than `timeout`. A century or more means no
+  // limit. Inside a handler, other tasks of its queue run during the wait.
   bool wait(std::chrono::milliseconds timeout);
 
   void cancel() const;
@@ -95,8 +96,8 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   void removeSource();
 
  protected:
-  // Settling takes two steps: the first caller of `claim` gets true and stores the result, then it calls `publish`,
-  // which wakes those who wait. `publish` returns whether the promise is posted now.
+  // Settling takes two steps. The first caller of `claim` gets true and stores the result. Then it calls `publish`,
+  // which wakes waiting threads and returns whether the promise is posted now.
   [[nodiscard]] bool claim();
   [[nodiscard]] bool publish();
 

@@ -9,19 +9,19 @@
 
 namespace HalvernApi::Promissum {
 
-// What a promise of a decoded answer comes to. The request and the bytes of the body are not kept: once decoded, they
-// would only take up memory with the promise.
+// The result of a successful call. The request and the bytes of the body are not kept: once the answer is decoded, they
+// would only take up memory.
 template <class T>
 struct SuccessResponse {
-  T result;                              // as the decoder made it
-  Foundation::HTTPURLResponse response;  // that it came with
+  T result;                              // the value that the decoder returned
+  Foundation::HTTPURLResponse response;  // the answer without its body
 };
 
-// What it comes to when there is none, or none that is acceptable. A plain value: any thread.
+// The result of a failed call: there was no answer, or none that is acceptable. A plain value: any thread.
 struct ErrorResponse {
   std::variant<Foundation::NSError, Statham::JsonDecodeError> error;  // what went wrong
-  std::optional<Foundation::HTTPURLResponse> response{};              // absent when no answer came
-  std::optional<Foundation::Data> data{};                             // the body as far as it came
+  std::optional<Foundation::HTTPURLResponse> response{};              // absent if no answer arrived
+  std::optional<Foundation::Data> data{};                             // the part of the body that arrived
 };
 
 }  // namespace HalvernApi::Promissum

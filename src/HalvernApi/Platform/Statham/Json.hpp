@@ -4,10 +4,10 @@
 
 namespace HalvernApi::Statham {
 
-// The JSON value: Boost.JSON's, here by name only, so that a record's header costs next to nothing to include. Whoever
-// looks into a value includes JsonCodec.hpp, which brings the whole type.
+// The JSON value of Boost.JSON. It is only declared here, so that including the header of a record costs little. Code
+// that reads a value includes JsonCodec.hpp, which has the whole type.
 using JsonValue = boost::json::value;
-// An object of JSON, whose members are in the order in which they were put in: what a request takes for its body.
+// A JSON object. Its members keep the order in which they were added. The body of a request is one.
 using JsonObject = boost::json::object;
 
 }  // namespace HalvernApi::Statham

@@ -6,20 +6,19 @@
 
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
-// JSON: values, and how each type is read from them and written as them.
+// JSON values, and how each type is read from JSON and written as JSON.
 namespace HalvernApi::Statham {
 
-// What a decoder gives.
+// The result of a decoder.
 template <class T>
 using Decoded = Foundation::Expected<T, JsonDecodeError>;
 
-// How a value of type T is read from JSON and written as JSON: bool, std::string, std::int64_t, double, Date,
-// std::optional and std::vector of those, and any type with `decodeJson` and `encodeJson` of its own. Free of state:
-// any thread.
+// Reads a value of type T from JSON and writes it as JSON. T is bool, std::string, std::int64_t, double, Date, a
+// std::optional or std::vector of those, or any type that has `decodeJson` and `encodeJson`. Stateless: any thread.
 //
-// A bool takes booleans only; an integer integers within 64 bits, and doubles with an integral value nearer to zero
-// than two to the power of 63; a double every number that it can hold, if only roughly. An optional is absent for null.
-// A vector takes arrays and reports every bad element.
+// A bool accepts only booleans. An integer accepts integers within 64 bits, and doubles with an integral value whose
+// magnitude is less than 2 to the power of 63. A double accepts every number that it can represent, if only
+// approximately. An optional is absent for null. A vector accepts arrays and reports every bad element.
 template <class T>
 struct JsonCodec {
   static_assert(!std::is_arithmetic_v<T>,
@@ -27,12 +26,12 @@ struct JsonCodec {
 
   // Fails with wrongType, or as `T::decodeJson` does.
   static Decoded<T> decodeJson(const JsonValue& json) { return T::decodeJson(json); }
-  // What `decodeJson` reads.
+  // Returns JSON that `decodeJson` reads.
   static JsonValue encodeJson(const T& value) { return JsonValue(value.encodeJson()); }
 };
 
 // \cond
-// What JSON has by itself.
+// The codec of a type that JSON itself has.
 template <class T>
 struct HALVERNAPI_EXPORT ScalarCodec {
   static Decoded<T> decodeJson(const JsonValue& json);
@@ -48,12 +47,12 @@ struct JsonCodec<std::int64_t> : ScalarCodec<std::int64_t> {};
 template <>
 struct JsonCodec<double> : ScalarCodec<double> {};
 
-// What the decoder `F` reads.
+// The type of the values that the decoder `F` reads.
 template <class F>
 using DecodedBy = typename std::invoke_result_t<F&, const JsonValue&>::value_type;
 // \endcond
 
-// A decoder of what `decode` reads, for which null is absent.
+// Returns a decoder that reads null as an absent value and passes all other JSON to `decode`.
 template <class F>
 auto optionalDecoder(F decode) {
   return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::optional<DecodedBy<F>>> {
@@ -62,14 +61,14 @@ auto optionalDecoder(F decode) {
   };
 }
 
-// What `encode` makes of the value; null when it is absent.
+// Returns `encode(*value)`, or null if the value is absent.
 template <class T, class F>
 JsonValue encodeOptional(const std::optional<T>& value, F encode) {
   return value ? JsonValue(encode(*value)) : JsonValue(nullptr);
 }
 
-// A decoder of arrays of what `decode` reads. Reports every bad element with its index, though never more than a
-// thousand: what is wrong with an answer must not take up many times the room of the answer.
+// Returns a decoder of arrays that calls `decode` for each element. It reports every bad element with its index, but
+// stops after a thousand of them, so that the errors do not take many times the memory of the answer.
 template <class F>
 auto arrayDecoder(F decode) {
   return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::vector<DecodedBy<F>>> {
@@ -91,7 +90,7 @@ auto arrayDecoder(F decode) {
   };
 }
 
-// An array of what `encode` makes of each value, in their order.
+// Returns an array of `encode(value)` for each value, in the same order.
 template <class T, class F>
 JsonValue encodeArray(const std::vector<T>& values, F encode) {
   boost::json::array array;

@@ -12,44 +12,45 @@
 
 namespace HalvernApi::Statham {
 
-// Why a JSON value is not what a decoder expects, nested as the data is. An immutable value, cheap to copy: any thread.
+// The reason why a JSON value is not what a decoder expects. Errors are nested as the data is. An immutable value,
+// cheap to copy: any thread.
 class HALVERNAPI_EXPORT JsonDecodeError {
  public:
-  // What is wrong, each as the constructor of the same name says.
+  // The kinds of errors; the functions of the same names explain them.
   enum class Case { wrongType, wrongEnumRawValue, missingKey, arrayElementErrors, structErrors };
   struct KeyError;
   struct ElementError;
 
-  // `value`, of which a copy is kept, is not a JSON value of the type named by `expected`.
+  // `value` is not a JSON value of the type named by `expected`. The error keeps a copy of `value`.
   static JsonDecodeError wrongType(const JsonValue& value, std::string expected);
   // `value` is none of the texts of the enumeration `type`.
   static JsonDecodeError wrongEnumRawValue(std::string_view value, std::string type);
-  // A key that a record needs is not there.
+  // A key that a record requires is missing.
   static JsonDecodeError missingKey();
   // Elements of an array are bad.
   static JsonDecodeError arrayElementErrors(std::vector<ElementError> errors);
   // Keys of the record `type` are bad.
   static JsonDecodeError structErrors(std::string type, std::vector<KeyError> errors);
 
-  // For a `switch`.
+  // The kind of this error.
   Case kind() const;
 
-  // The offending value, of wrongType and wrongEnumRawValue; null otherwise.
+  // The bad value of wrongType and wrongEnumRawValue; null for the other cases.
   const JsonValue* value() const;
   // The name of the expected type, the enumeration or the record; empty for the other cases.
   const std::string& type() const;
-  // By key, of structErrors; empty otherwise.
+  // The errors of structErrors by key; empty for the other cases.
   const std::vector<KeyError>& keyErrors() const;
-  // By index, of arrayElementErrors; empty otherwise.
+  // The errors of arrayElementErrors by index; empty for the other cases.
   const std::vector<ElementError>& elementErrors() const;
-  // The error filed under `key`; null when there is none.
+  // The error of `key`; null if there is none.
   const JsonDecodeError* at(std::string_view key) const;
 
-  // A path and what is wrong there, for each bad value, with "; " between: `Audiogram.values[3].volume: expected
-  // Double, found string`. It never shows the values themselves: they may be secrets.
+  // For each bad value, its path and what is wrong with it, separated by "; ": `Audiogram.values[3].volume: expected
+  // Double, found string`. Never shows the values themselves, because they may be secrets.
   std::string description() const;
 
-  // Whether both say the same of the same values.
+  // Whether both report the same errors for the same values.
   friend HALVERNAPI_EXPORT bool operator==(const JsonDecodeError&, const JsonDecodeError&);
   // Prints `description()`.
   friend HALVERNAPI_EXPORT std::ostream& operator<<(std::ostream&, const JsonDecodeError&);

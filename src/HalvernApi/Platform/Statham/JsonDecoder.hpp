@@ -6,15 +6,15 @@
 
 namespace HalvernApi::Statham {
 
-// Reads the keys of one JSON object and collects what is wrong with them, so that a record reports every bad key at
-// once. For one thread; refers to the value that it was made over.
+// Reads the keys of one JSON object and collects their errors, so that a record reports every bad key at once. For one
+// thread at a time. The decoder refers to the JSON value, which must outlive it.
 class HALVERNAPI_EXPORT JsonDecoder {
  public:
-  // Fails with wrongType when `json` is not an object.
+  // Fails with wrongType if `json` is not an object.
   static Decoded<JsonDecoder> make(const JsonValue& json);
 
-  // `decode` maps a JSON value to a Decoded<T>. Absent when the key is missing or does not decode, which is then filed
-  // under the key in `errors`.
+  // `decode` maps a JSON value to a Decoded<T>. The result is absent if the key is missing or does not decode; `errors`
+  // then has an error for the key.
   template <class F>
   auto required(std::string_view key, F decode) {
     const JsonValue* const value = find(key);
@@ -22,14 +22,15 @@ class HALVERNAPI_EXPORT JsonDecoder {
     return file<DecodedBy<F>>(key, Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::missingKey()));
   }
 
-  // `decode` maps a JSON value to a Decoded<std::optional<T>>. Present and empty when the key is missing or null.
+  // `decode` maps a JSON value to a Decoded<std::optional<T>>. If the key is missing or null, the result is present and
+  // empty. If it does not decode, the result is as for `required`.
   template <class F>
   auto optional(std::string_view key, F decode) {
     const JsonValue* const value = find(key);
     return value != nullptr ? file(key, decode(*value)) : std::optional<DecodedBy<F>>(std::in_place);
   }
 
-  // In the order in which the keys were read; the decoder's.
+  // The errors in the order in which the keys were read. The decoder owns them.
   const std::vector<JsonDecodeError::KeyError>& errors() const { return errors_; }
 
  private:

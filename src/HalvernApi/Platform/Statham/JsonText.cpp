@@ -18,10 +18,10 @@ using Foundation::Unexpected;
 
 namespace {
 
-constexpr int maxDepth = 512;  // arrays and objects inside one another
+constexpr int maxDepth = 512;  // of nested arrays and objects
 
-// Makes a value of what the parser finds. Bounds the memory and the time that this takes, by estimates that are never
-// too low.
+// Builds a value from what the parser finds. Limits the memory and the time that this takes, by estimates that are
+// never too low.
 class Builder {
  public:
   static constexpr std::size_t max_object_size = JsonObject::max_size();
@@ -66,14 +66,14 @@ class Builder {
     return add(code, size, [&] { stack_.push_string(text); });
   }
   bool on_int64(std::int64_t value, Text text, Code& code) {
-    if (value == 0 && text.starts_with('-')) return on_double(-0.0, text, code);  // no integer has that sign
+    if (value == 0 && text.starts_with('-')) return on_double(-0.0, text, code);  // an integer cannot be negative zero
     return add(code, 0, [&] { stack_.push_int64(value); });
   }
   bool on_uint64(std::uint64_t value, Text, Code& code) {
     return add(code, 0, [&] { stack_.push_uint64(value); });
   }
   bool on_double(double value, [[maybe_unused]] Text text, Code& code) {
-#if BOOST_VERSION < 108200  // before its precise mode, the parser may miss the last bits
+#if BOOST_VERSION < 108200  // without the precise mode of later versions, the last bits may be wrong
 #ifdef __cpp_lib_to_chars
     std::from_chars(text.data(), text.data() + text.size(), value);
 #else
@@ -91,14 +91,15 @@ class Builder {
   }
 
  private:
-  static constexpr std::size_t blockBytes = 40;  // what a block on the heap costs besides what it holds
-  static constexpr std::size_t indexBytes = 8;   // what a large object costs besides its members, for each
-  // Whoever sends an object can choose keys with the same hash. Then each key is compared with those before it, which
-  // takes as long as to compare so many bytes, and the bytes of the keys.
+  static constexpr std::size_t blockBytes = 40;  // overhead of a block on the heap
+  static constexpr std::size_t indexBytes = 8;   // overhead of a large object for each member
+  // The sender of an object can choose keys with the same hash. Each key is then compared with all keys before it. One
+  // such comparison takes as long as comparing this number of bytes plus the bytes of the key.
   static constexpr double bytesOfAComparison = 32;
   static constexpr double maxCost = 400'000'000 * bytesOfAComparison;  // less than a second
 
   // Calls `push`, which adds a value to the stack, if there is room for that value and its `bytes` on the heap.
+  // Otherwise sets `code` and returns false.
   template <class Push>
   bool add(Code& code, std::size_t bytes, Push push) {
     ++held_;
@@ -107,7 +108,8 @@ class Builder {
     push();
     return true;
   }
-  // Three times: while the stack doubles, the old one and the new one are there. A text being read stands on it, too.
+  // The stack counts three times: while it grows, the old one and one of twice the size exist. It also contains the
+  // text that is being read.
   bool fits(Code& code, std::size_t textBytes) {
     stackBytes_ = std::max(stackBytes_, (held_ + 1) * sizeof(JsonValue) + textBytes);
     if (keptBytes_ + 3 * stackBytes_ <= maxBytes_ && cost_ <= maxCost) return true;
@@ -145,7 +147,7 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
 
 namespace {
 
-// Writes into `out`, until the first fault.
+// Writes to `out` until the first error.
 struct Writer {
   std::string out{};
   std::string fault{};
@@ -185,7 +187,7 @@ struct Writer {
 
   bool string(std::string_view text) {
     const auto plain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
-    if (std::all_of(text.begin(), text.end(), plain))  // as nearly every text is
+    if (std::all_of(text.begin(), text.end(), plain))  // nearly every text
       return append("\"") && append(text) && append("\"");
     if (!Foundation::isUtf8(text)) return fail("a text is not UTF-8");
     return append(boost::json::serialize(boost::json::string_view(text)));
@@ -193,7 +195,7 @@ struct Writer {
 
   bool number(double value) {
     if (!std::isfinite(value)) return fail("a number is not finite");
-    std::array<char, 400> digits;  // the longest, the smallest double, takes some 330
+    std::array<char, 400> digits;  // the longest number, the smallest double, takes about 330
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr;
     return append({digits.data(), static_cast<std::size_t>(end - digits.data())});
   }

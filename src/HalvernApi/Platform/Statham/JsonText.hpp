@@ -1,4 +1,5 @@
-// JSON as text: parsing answers and writing request bodies, on Boost.JSON's parser. Any thread. Not installed.
+// Parses the JSON of answers and writes the JSON of request bodies, with Boost.JSON's parser. Any thread. Not
+// installed.
 #pragma once
 
 #include "HalvernApi/Platform/Foundation/Data.hpp"
@@ -7,21 +8,22 @@
 namespace HalvernApi::Statham {
 
 struct JsonTextError {
-  std::string description;  // quotes nothing of the text
-  bool isTooLarge;          // the text may be JSON, but its values would take more memory or time than they may
+  std::string description;  // contains no part of the text
+  bool isTooLarge;          // the text may be JSON, but its values exceed the limit of memory or time
 };
 
 constexpr std::size_t defaultMaxJsonBytes = std::size_t{256} << 20;
 
-// UTF-8, with or without a byte order mark; any value at the top; at most 512 arrays and objects inside one another.
-// `maxBytes` bounds the memory that the value takes and that it takes to make it. The squares of the objects' sizes add
-// up to 400 million at most, or less where keys are long, so that keys with colliding hashes cannot take longer than a
-// second.
+// Accepts UTF-8 with or without a byte order mark, any value at the top level, and at most 512 nested arrays and
+// objects. `maxBytes` limits the memory of the value, including what is needed to build it. The squares of the objects'
+// sizes may add up to 400 million at most, or less if keys are long, so that keys with colliding hashes cannot take
+// longer than a second.
 HALVERNAPI_EXPORT Foundation::Expected<JsonValue, JsonTextError> parseJson(std::string_view text,
                                                                            std::size_t maxBytes = defaultMaxJsonBytes);
 
-// Members in their order; numbers as the shortest plain decimal that reads back the same. Fails on text that is not
-// UTF-8 and on numbers that are not finite, saying which, not what.
+// Members keep their order. A number is written as the shortest plain decimal that reads back as the same number. Fails
+// if a text is not UTF-8, a number is not finite or values are nested too deeply. The error says which of these it is,
+// but does not contain the value.
 HALVERNAPI_EXPORT Foundation::Expected<std::string, std::string> writeJson(const JsonObject& object);
 
 }  // namespace HalvernApi::Statham

@@ -12,43 +12,44 @@
 namespace HalvernApi::Statham {
 
 // \cond
-// Which of `rawValues`, by its index, the text in `json` is.
+// The index of the text in `json` among `rawValues`.
 HALVERNAPI_EXPORT Foundation::Expected<std::size_t, JsonDecodeError> decodeRawValue(
     const JsonValue& json, std::string_view typeName, std::span<const std::string_view> rawValues);
 // \endcond
 
-// An enumeration whose cases travel as texts: the base of Sex and DeviceOrientation. A value: any thread.
+// The base of enumerations whose cases are sent as texts, such as Sex and DeviceOrientation. A plain value: any thread.
 //
-// `Enum` derives from it and has its name in `typeName` and the texts, in the order of the cases, in `rawValues`.
+// `Enum` derives from it. Its `typeName` is the name of the enumeration, and its `rawValues` are the texts in the order
+// of the cases.
 template <class Enum, class CaseType>
 class HALVERNAPI_EXPORT RawEnum {
  public:
-  // The enumeration beneath, which a `switch` sees.
+  // The underlying enumeration, for a `switch`.
   using Case = CaseType;
 
-  // Implicit, so that a case stands for the value.
+  // Implicit, so that a case can be used as a value.
   constexpr RawEnum(Case value) : case_(value) {}
-  // A switch over an `Enum` is checked for completeness; two of them are compared by their cases.
+  // Lets the compiler check that a `switch` over an `Enum` is complete. Comparisons compare the cases.
   constexpr operator Case() const { return case_; }
 
-  // The case that travels as `rawValue`, letter by letter; absent when there is none.
+  // The case whose text is exactly `rawValue`; absent if there is none.
   static std::optional<Enum> fromRawValue(std::string_view rawValue) {
     for (std::size_t index = 0; index < Enum::rawValues.size(); ++index)
       if (Enum::rawValues[index] == rawValue) return Enum(static_cast<Case>(index));
     return std::nullopt;
   }
-  // The text as which it travels.
+  // The text that is sent for the case.
   std::string_view rawValue() const { return Enum::rawValues[static_cast<std::size_t>(case_)]; }
-  // The position of the case, from 0; std::hash has it too.
+  // The position of the case, starting at 0. std::hash returns it, too.
   std::int64_t hashValue() const { return static_cast<std::int64_t>(case_); }
 
-  // Fails with wrongType when `json` is not a string, and with wrongEnumRawValue when it is none of the texts.
+  // Fails with wrongType if `json` is not a string, and with wrongEnumRawValue if it is none of the texts.
   static Foundation::Expected<Enum, JsonDecodeError> decodeJson(const JsonValue& json) {
     return decodeRawValue(json, Enum::typeName, Enum::rawValues).map([](std::size_t index) {
       return Enum(static_cast<Case>(index));
     });
   }
-  // `rawValue()`, for a JSON string.
+  // `rawValue()`, which becomes a JSON string.
   std::string encodeJson() const { return std::string(rawValue()); }
 
   // Prints `rawValue()`.

@@ -7,7 +7,7 @@
 
 namespace HalvernApi::Statham {
 
-// One key of a record, as `field` makes it.
+// One key of a record. `field` creates it.
 template <class Record, class Result>
 struct Field {
   // \cond
@@ -18,8 +18,8 @@ struct Field {
   // \endcond
 };
 
-// The key of a record's field and its getter. The type that the getter returns names the JsonCodec of the value, and
-// says whether the key is optional.
+// Returns a field of a record: its key and its getter. The return type of the getter selects the JsonCodec of the
+// value, and says whether the key is optional.
 template <class Record, class Result>
 constexpr Field<Record, Result> field(std::string_view key, Result (Record::*get)() const) {
   return {key, get};
@@ -32,8 +32,8 @@ template <class T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 // \endcond
 
-// One walker for all records: a record lists its fields once, in the order of its constructor's arguments, and is
-// decoded and encoded by it. Without state that changes: any thread.
+// Decodes and encodes records of one type. It lists the record's fields once, in the order of its constructor's
+// arguments. Immutable: any thread.
 //
 //     constexpr RecordCodec codec("Pair", field("left", &Pair::left), field("right", &Pair::right));
 template <class... Fields>
@@ -42,17 +42,17 @@ class RecordCodec {
   // The type that the getters belong to.
   using Record = std::common_type_t<typename Fields::RecordType...>;
 
-  // `type` is the record's name in errors; it has to outlive the codec, as the keys have.
+  // `type` is the record's name in errors. `type` and the keys must outlive the codec.
   explicit constexpr RecordCodec(std::string_view type, Fields... fields) : type_(type), fields_(fields...) {}
 
-  // Fails with wrongType when `json` is not an object, else with structErrors, which hold every bad key. An optional
-  // key may be missing or null; other keys of the object are ignored.
+  // Fails with wrongType if `json` is not an object, and with structErrors, which contain every bad key, if keys are
+  // bad. An optional key may be missing or null. Other keys of the object are ignored.
   Decoded<Record> decode(const JsonValue& json) const {
     Decoded<JsonDecoder> decoder = JsonDecoder::make(json);
     if (!decoder) return Foundation::Unexpected<JsonDecodeError>(std::move(decoder).error());
     return std::apply(
         [&](const Fields&... fields) -> Decoded<Record> {
-          // Braces: the keys are read from left to right, each of them whatever became of those before.
+          // The braces make the calls run from left to right. Every key is read, even if an earlier one is bad.
           std::tuple<std::optional<typename Fields::Value>...> values{read(*decoder, fields)...};
           return std::apply(
               [&](auto&... value) -> Decoded<Record> {
@@ -65,7 +65,7 @@ class RecordCodec {
         fields_);
   }
 
-  // Every key in its order, with null for what is absent.
+  // Writes every key in the order of the fields, with null for absent values.
   JsonObject encode(const Record& record) const {
     JsonObject object;
     object.reserve(sizeof...(Fields));
