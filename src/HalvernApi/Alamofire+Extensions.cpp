@@ -5,6 +5,7 @@
 #include "HalvernApi/Environment.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 #include "HalvernApi/Platform/Foundation/Posix.hpp"
+#include "HalvernApi/Platform/Foundation/Thread.hpp"
 
 namespace HalvernApi {
 namespace {
@@ -24,7 +25,8 @@ void log(Line line) try {
 
 // Locks the stream, so that no output of other threads appears inside the line.
 void printLine(std::string_view text) {
-  [[maybe_unused]] const SigpipeBlock block;
+  std::optional<SigpipeBlock> block;
+  if (!Foundation::Thread::isOwn()) block.emplace();  // the library's own threads get no signal
   flockfile(stdout);
   [[maybe_unused]] const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
   [[maybe_unused]] const int ended = std::fputc('\n', stdout);

@@ -10,6 +10,7 @@ namespace HalvernApi::Alamofire {
 
 using Foundation::consistsOf;
 using Foundation::equalIgnoringCase;
+using Foundation::lowerCase;
 
 namespace {
 
@@ -60,14 +61,12 @@ std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
   return line != end() ? std::optional((*line).value) : std::nullopt;
 }
 
-// Compares the lengths first, because most names differ in length.
+// Compares the first letters before it measures a line, because most names differ there.
 HTTPHeaders::Iterator HTTPHeaders::lineOf(std::string_view name) const {
+  const char first = name.empty() ? '\0' : lowerCase(name[0]);
   Iterator line = begin();
-  for (; line != end(); ++line) {
-    const std::string_view text(line.at);
-    const bool hasLength = text.size() == name.size() + 1 || (text.size() > name.size() && text[name.size()] == ':');
-    if (hasLength && equalIgnoringCase(text.substr(0, name.size()), name)) break;
-  }
+  for (; line != end(); ++line)
+    if (lowerCase(*line.at) == first && equalIgnoringCase((*line).name, name)) break;
   return line;
 }
 

@@ -10,6 +10,12 @@
 
 namespace HalvernApi::Foundation {
 
+namespace {
+thread_local bool own = false;
+}  // namespace
+
+bool Thread::isOwn() { return own; }
+
 Thread::~Thread() {
   if (!thread_.joinable()) return;
   if (isThis() || origin_.inForkedChild() || ProcessExit::begun())
@@ -28,7 +34,10 @@ bool Thread::start(std::function<void()> run) {
 #endif
   origin_ = {};
   try {
-    thread_ = std::thread(std::move(run));
+    thread_ = std::thread([run = std::move(run)] {
+      own = true;
+      run();
+    });
   } catch (const std::exception&) {  // the system has no thread or no memory left
   }
 #ifndef _WIN32

@@ -4,6 +4,7 @@
 #include <functional>
 #include <thread>
 
+#include "HalvernApi/Platform/Foundation/Export.hpp"
 #include "HalvernApi/Platform/Foundation/Fork.hpp"
 
 namespace HalvernApi::Foundation {
@@ -20,6 +21,8 @@ class Thread {
   // Returns false if the system cannot create a thread. Each object starts one thread at most.
   bool start(std::function<void()> run);
   bool started() const { return thread_.joinable(); }
+  // Whether the calling thread is one of the library's.
+  HALVERNAPI_EXPORT static bool isOwn();
   bool isThis() const { return thread_.get_id() == std::this_thread::get_id(); }
   // Must not be called on the thread itself.
   void join() { thread_.join(); }
