@@ -13,7 +13,7 @@ using namespace HalvernApi;
 
 namespace {
 
-// The JSON value, or the line at which the text stops being JSON.
+// The JSON value, or a message with the line of the first syntax error.
 Expected<JsonValue, std::string> parse(const std::string& json) {
   boost::json::parser parser;
   boost::system::error_code error;
@@ -23,8 +23,8 @@ Expected<JsonValue, std::string> parse(const std::string& json) {
   return Unexpected<std::string>(text("line ", line, ": not JSON: ", error.message()));
 }
 
-// A line for each key that an object has more than once. The JSON parser uses the last one without an error. `json` is
-// valid.
+// Returns a line for each key that an object contains more than once; the JSON parser silently uses the last one.
+// `json` must be valid.
 std::vector<std::string> repeatedKeys(const std::string& json) {
   struct Level {
     bool isArray;
@@ -55,7 +55,7 @@ std::vector<std::string> repeatedKeys(const std::string& json) {
   return lines;
 }
 
-// A line for each frequency that an audiogram has with two volumes.
+// Returns a line for each frequency for which an audiogram contains two different volumes.
 std::vector<std::string> contradictions(const std::vector<Audiogram>& audiograms) {
   std::vector<std::string> lines;
   for (std::size_t which = 0; which < audiograms.size(); ++which) {
@@ -75,7 +75,7 @@ std::vector<std::string> contradictions(const std::vector<Audiogram>& audiograms
 }  // namespace
 
 Expected<std::vector<Audiogram>, std::string> readAudiograms(std::string json) {
-  if (json.starts_with("\xEF\xBB\xBF")) json.erase(0, 3);  // a byte order mark
+  if (json.starts_with("\xEF\xBB\xBF")) json.erase(0, 3);  // byte order mark
   const auto value = parse(json);
   if (!value) return Unexpected<std::string>(value.error());
   std::vector<std::string> faults = repeatedKeys(json);

@@ -18,7 +18,7 @@ using namespace HalvernApi;
 
 namespace {
 
-// The values of all options, with the defaults of those that are not given.
+// The values of all options. The initial values are the defaults.
 struct Values {
   std::string baseUrl, apiKey, caFile, proxy;
   std::vector<std::string> pins;
@@ -50,34 +50,36 @@ struct Option {
   Variable variable;
   Kind kind;
   std::string name;
-  std::string value;  // what to write after the name: a form, texts to choose from, or FILE
+  std::string value;  // shown after the name: a format, the possible values separated by |, or FILE
   std::string help;
   std::string sample{};          // for the example in the help
-  bool isInEnvironment = false;  // as every secret is
+  bool isInEnvironment = false;  // always true for secrets
 };
 using enum Option::Kind;
 
 const std::vector<Option> allOptions{
-    {&Values::baseUrl, required, "base-url", "URL", "Where the service is, without a slash at the end",
+    {&Values::baseUrl, required, "base-url", "URL", "Base URL of the service, without a slash at the end",
      "https://service.example", true},
     {&Values::apiKey, secret, "api-key", "TEXT", "The application's key", "api-key.txt"},
-    {&Values::caFile, optional, "ca-file", "FILE", "Certificate authorities (PEM) to trust instead of the system's"},
+    {&Values::caFile, optional, "ca-file", "FILE",
+     "PEM file of certificate authorities to trust instead of the system's"},
     {&Values::pins, optional, "pin", "HASH",
-     "SHA-256 of the server's public key, in Base64; refuses servers with another. May be given several times"},
+     "SHA-256 of the server's public key, in Base64; servers with another key are refused. Can be repeated"},
     {&Values::proxy, optional, "proxy", "URL", "The proxy to use. The variable http_proxy is not read", "", true},
-    {&Values::timeout, optional, "timeout", "SECONDS", "The longest silence"},
-    {&Values::maxTime, optional, "max-time", "SECONDS", "The longest time that the whole call may take"},
-    {&Values::json, optional, "json", "", "Prints one JSON value and nothing else: the record, or an object \"error\""},
+    {&Values::timeout, optional, "timeout", "SECONDS", "Ends the call if no data is transferred for this time"},
+    {&Values::maxTime, optional, "max-time", "SECONDS", "Ends the call after this time"},
+    {&Values::json, optional, "json", "",
+     "Prints one JSON object and nothing else: the answer, or an object with the member \"error\""},
     {&Values::verbose, optional, "verbose", "", "Shows the library's log lines on standard error"},
     {&Values::email, required, "email", "ADDRESS", "The account's e-mail address", "anna@example.com"},
     {&Values::password, secret, "password", "TEXT", "The account's password", "password.txt"},
     {&Values::confirmPassword, optional, "confirm-password", "TEXT",
-     "The password a second time; without it, the password"},
-    {&Values::refreshToken, secret, "refresh-token", "TEXT", "The refresh token of an earlier sign-in",
+     "The password again; by default the same as --password"},
+    {&Values::refreshToken, secret, "refresh-token", "TEXT", "The refresh token from an earlier sign-in",
      "refresh-token.txt"},
-    {&Values::facebookToken, secret, "facebook-token", "TEXT", "The access token of Facebook's sign-in",
+    {&Values::facebookToken, secret, "facebook-token", "TEXT", "The access token from the Facebook sign-in",
      "facebook-token.txt"},
-    {&Values::accessToken, secret, "access-token", "TEXT", "The access token of a sign-in", "access-token.txt"},
+    {&Values::accessToken, secret, "access-token", "TEXT", "The access token from a sign-in", "access-token.txt"},
     {&Values::appInstanceId, optional, "app-instance-id", "TEXT", "Identifies this installation"},
     {&Values::appInstanceName, optional, "app-instance-name", "TEXT", "Names this installation"},
     {&Values::productName, required, "product-name", "TEXT", "The hearing aid's model", "'Clarity 3'"},
@@ -85,13 +87,13 @@ const std::vector<Option> allOptions{
     {&Values::hardwareVersion, required, "hardware-version", "TEXT", "Its hardware version", "2.1"},
     {&Values::firmwareVersion, required, "firmware-version", "TEXT", "Its firmware version", "4.0.7"},
     {&Values::tube, required, "tube", "TEXT", "Its tube", "'Slim 0.9'"},
-    {&Values::orientation, required, "orientation", "Left|Right", "The ear that it is for", "Left"},
+    {&Values::orientation, required, "orientation", "Left|Right", "The ear on which it is worn", "Left"},
     {&Values::birthdate, required, "birthdate", "YYYY-MM-DD", "The user's date of birth", "1980-05-17"},
     {&Values::sex, required, "sex", "Male|Female|NotKnown", "The user's sex", "Female"},
     {&Values::audiograms, required, "audiogram", "FILE", "JSON file of audiograms", "audiograms.json"},
-    {&Values::check, optional, "check", "", "Draws nothing: prints every fault of the file, by its path"},
+    {&Values::check, optional, "check", "", "Draws nothing; prints every fault in the file with its path"},
     {&Values::chart, output, "chart", "FILE", "Writes a picture of the audiograms (SVG) to this file", "chart.svg"},
-    {&Values::noColor, optional, "no-color", "", "Draws without colour, as with the variable NO_COLOR"},
+    {&Values::noColor, optional, "no-color", "", "Draws without colour, like the variable NO_COLOR"},
     {&Values::leftOut, output, "left-out", "FILE", "Writes the left ear's configuration to this file", "left.bin"},
     {&Values::rightOut, output, "right-out", "FILE", "Writes the right ear's configuration to this file", "right.bin"},
 };
@@ -101,7 +103,7 @@ const Option& optionOf(Variable variable) {
                        [&](const Option& option) { return option.variable == variable; });
 }
 
-// Reads a day or a text of an enumeration.
+// Decodes a date or an enumerator.
 template <class T>
 bool read(const std::string& option, const std::string& given, T& value) {
   constexpr bool isDay = std::is_same_v<T, Date>;
@@ -137,7 +139,7 @@ std::string wordsOf(const Error& error) {
   return words != nullptr ? *words : error.description();
 }
 
-// Domain and code are the platform error's, where there is one, and the Error's own otherwise.
+// Domain and code are those of the platform error if there is one, otherwise those of the Error.
 JsonObject jsonOf(const Error& error) {
   const NSError* const platform = error.platformError();
   return {{"error",
@@ -155,7 +157,7 @@ JsonObject jsonOf([[maybe_unused]] const T& answer) {
     return answer.encodeJson();
 }
 
-// Whether the service says in its answer that it has not done what was asked for.
+// Whether the answer, although it was received and decoded, says that the service refused the request.
 template <class T>
 bool isRefusal([[maybe_unused]] const T& answer) {
   if constexpr (requires { answer.isSuccessful(); }) return !answer.isSuccessful();
@@ -163,7 +165,8 @@ bool isRefusal([[maybe_unused]] const T& answer) {
   return false;
 }
 
-// Writes the configurations for which there is a file. False if the service has none for an ear that has a file.
+// Writes each configuration for which the user named a file. Returns false if the service has no configuration for
+// such an ear.
 bool store(const ConfigurationResponse& answer, Values& values) {
   const struct {
     const char* ear;
@@ -181,7 +184,7 @@ bool store(const ConfigurationResponse& answer, Values& values) {
   return isComplete;
 }
 
-// Waits for the result of a call that was made while standard output was held back.
+// Waits for the result of a call that was made after `holdOutput`. Prints it and returns the exit status.
 template <class T>
 int finish(const Promise<T, Error>& promise, Values& values) {
   wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
@@ -207,7 +210,7 @@ struct Call {
   std::function<int(ApiService&, Values&)> run;
 };
 
-// An operation and the options that are its arguments.
+// `arguments` are the options whose values are the arguments of the operation.
 template <class Operation, class... T>
 Call call(const char* name, const char* help, Operation operation, T Values::*... arguments) {
   return {name, help, {arguments...}, [=](ApiService& service, Values& values) {
@@ -245,8 +248,8 @@ std::vector<std::string> choicesOf(const Option& option) {
   return choices;
 }
 
-// The file of audiograms is an argument without a name, or an option. CLI11 can require one of the two only in a way
-// that its help does not show well, so `checkUsage` does.
+// The file of audiograms is a positional argument or an option. `checkUsage` requires one of the two, because CLI11's
+// own way to do that makes the help hard to read.
 CLI::Option* addFile(CLI::App& command, const Option& option, std::string& file) {
   const std::string name = "--" + option.name;
   command.add_option(name, file)->type_name(option.value)->group("");
@@ -287,7 +290,7 @@ void addOption(CLI::App& command, const Option& option, Values& values) {
         ->type_name("FILE");
 }
 
-// Asks for a secret at the terminal; for a new password twice.
+// Asks for a secret at the terminal. A new password must be typed twice.
 std::string ask(const Option& option, const CLI::App& command) {
   const auto typed = askSecret(option.name);
   if (!typed) throw Failure(status::wrongUsage, "--" + option.name + ": the input ended");
@@ -297,7 +300,7 @@ std::string ask(const Option& option, const CLI::App& command) {
   return *typed;
 }
 
-// Reads a secret from its file, or asks for it at the terminal if neither option nor environment has it.
+// Reads a secret from its file. Asks for it at the terminal if neither an option nor the environment contains it.
 void complete(const Option& option, const CLI::App& command, Values& values) {
   std::string& text = values.*std::get<std::string Values::*>(option.variable);
   const std::string name = "--" + option.name;
@@ -312,7 +315,7 @@ void complete(const Option& option, const CLI::App& command, Values& values) {
   if (text.empty()) throw Failure(status::wrongUsage, name + " is empty");
 }
 
-// The files that the command line names, of which the values have one each.
+// All files that the command line names. `Values` has a member for each of them, but does not know their options.
 std::vector<FileUse> filesOf(const CLI::App& command) {
   std::vector<FileUse> files;
   for (const CLI::Option* const option : command.get_options()) {
@@ -325,17 +328,17 @@ std::vector<FileUse> filesOf(const CLI::App& command) {
   return files;
 }
 
-// What CLI11 cannot check. Throws before anything is read or removed.
+// Checks what CLI11 cannot check. Throws a Failure before any file is read or removed.
 void checkUsage(const CLI::App& command, const Values& values) {
   checkFiles(filesOf(command));
   if (command.get_option_no_throw("FILE") != nullptr && values.audiogramFile.empty())
     throw Failure(status::wrongUsage, "a FILE of audiograms is required");
   const std::string extension = std::filesystem::path(values.chart).extension();
   if (!extension.empty() && !boost::iequals(extension, ".svg"))
-    throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file's name has to end in .svg");
+    throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file name must end in .svg");
 }
 
-// Adds options, and an example of their use, to a subcommand, which calls `run` with their values.
+// Adds options and an example to a subcommand, and makes it call `run` with the values of the options.
 template <class Run>
 void complement(CLI::App& command, const std::vector<Variable>& variables, Run run) {
   const auto values = std::make_shared<Values>();
@@ -358,7 +361,7 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
   });
 }
 
-// Reads the file of audiograms. Returns its faults, one a line, or nothing.
+// Reads the file of audiograms. Returns its faults, one per line, or an empty string.
 std::string readAudiogramFile(Values& values) {
   auto audiograms = readAudiograms(readFile(values.audiogramFile));
   if (!audiograms) return audiograms.error();
@@ -366,7 +369,7 @@ std::string readAudiogramFile(Values& values) {
   return {};
 }
 
-// As above, for subcommands that cannot go on with faults.
+// Reads the file of audiograms. Throws a Failure if the file has faults.
 void requireAudiograms(Values& values) {
   const std::string faults = readAudiogramFile(values), file = values.audiogramFile + ": ";
   if (!faults.empty()) throw Failure(status::wrongUsage, file + boost::replace_all_copy(faults, "\n", '\n' + file));

@@ -1,5 +1,5 @@
-// What the charts of Chart.hpp have in common: the scale, the two ears, and audiograms as curves on the scale. Free of
-// state: any thread.
+// What the two charts of Chart.hpp share: the scale, the two ears, and audiograms as curves on the scale. Stateless:
+// may be called from any thread.
 #pragma once
 
 #include <HalvernApi/Audiogram.hpp>
@@ -12,7 +12,7 @@ constexpr int octaves = 6;
 constexpr int softest = -10;
 constexpr int loudest = 120;
 constexpr int decibelsPerOctave = 20;
-// Where 750, 1500, 3000 and 6000 Hz are between the octaves below and above: log2(1.5).
+// The place of 750, 1500, 3000 and 6000 Hz between the neighbouring octaves: log2(1.5).
 constexpr double betweenOctaves = 0.58496250072115619;
 constexpr int firstBetween = 2;
 
@@ -29,8 +29,8 @@ struct Ear {
 inline constexpr std::array ears{Ear{'O', 'R', "right ear", "#c8102e", "none", "\033[91m"},
                                  Ear{'X', 'L', "left ear", "#0b57d0", "7 5", "\033[94m"}};
 
-// A point and its place, in octaves and in decibels from the upper left corner of the scale. One outside the scale has
-// the nearest place on the edge, and `across` and `down` say on which side it is.
+// A point and its position: octaves and decibels from the upper left corner of the scale. A point outside the scale
+// gets the nearest position on the edge; `across` and `down` are -1, 0 or 1 and tell the side.
 struct Point {
   double x, y;
   int across, down;

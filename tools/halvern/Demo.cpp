@@ -52,13 +52,13 @@ constexpr struct Step {
     {"login --email anna@example.com", R"("dateOfBirth":"1980-05-17T00:00:00","sex":"Female")"},
     {"send-password-reset --email anna@example.com", "true"},
     {"login --email anna@example.com --password 'a guess'", "is wrong", status::refused,
-     [](Sandbox&) { std::cout << "\n(And what goes wrong.)\n"; }},
+     [](Sandbox&) { std::cout << "\n(Now calls that fail.)\n"; }},
     {"register --email bo@example.com --password short", "password", status::refused},
     {"check-if-validated", "401", status::notAuthorized, [](Sandbox& sandbox) { sandbox.expireAccessTokens(); }},
     {"login --email anna@example.com --base-url http://127.0.0.1:1", "-1004", status::network},
 };
 
-// Puts the text under `key` of an answer into the environment, for the commands that follow.
+// Copies the string member `key` of an answer to an environment variable, for the next commands.
 void keep(const std::string& answer, const std::string& key, const char* variable) {
   const std::size_t begin = answer.find('"' + key + "\":\"");
   if (begin == std::string::npos) return;
@@ -72,8 +72,8 @@ bool demo(const std::string& program) {
   Sandbox sandbox;
   setenv("HALVERN_API_KEY", sandbox.apiKey().c_str(), 1);
   setenv("HALVERN_PASSWORD", "correct horse", 1);
-  std::cout << "One account through all ten operations, against a sandbox at " << sandbox.baseUrl()
-            << ".\nSecrets are in the environment.\n";
+  std::cout << "All ten operations with one account, against a sandbox at " << sandbox.baseUrl()
+            << ".\nSecrets are passed in the environment.\n";
   bool allExpected = true;
   for (const auto& [command, shows, status, before] : steps) {
     before(sandbox);
@@ -81,16 +81,16 @@ bool demo(const std::string& program) {
     const bool isElsewhere = std::string(command).find("--base-url") != std::string::npos;
     const std::string line = "'" + program + "' " + command + (isElsewhere ? "" : " --base-url " + sandbox.baseUrl()) +
                              " 2>&1 <<'END'\n" + audiograms + "END\n";
-    std::FILE* const pipe = popen(line.c_str(), "r");  // NOLINT(cert-env33-c): its own lines
+    std::FILE* const pipe = popen(line.c_str(), "r");  // NOLINT(cert-env33-c): fixed commands
     std::string answer;
     for (int letter = 0; pipe != nullptr && (letter = std::fgetc(pipe)) != EOF;) answer += static_cast<char>(letter);
     const int ended = pipe == nullptr ? -1 : pclose(pipe);
     const bool expected = WEXITSTATUS(ended) == status && answer.find(shows) != std::string::npos;
-    std::cout << answer << "exit status " << WEXITSTATUS(ended) << (expected ? "" : "  NOT AS EXPECTED") << '\n';
+    std::cout << answer << "exit status " << WEXITSTATUS(ended) << (expected ? "" : "  NOT EXPECTED") << '\n';
     allExpected = allExpected && expected;
     keep(answer, "accessToken", "HALVERN_ACCESS_TOKEN");
     keep(answer, "refreshToken", "HALVERN_REFRESH_TOKEN");
   }
-  std::cout << (allExpected ? "\nEvery step came to what was expected.\n" : "\nSome steps went wrong.\n");
+  std::cout << (allExpected ? "\nEvery step had the expected result.\n" : "\nSome steps failed.\n");
   return allExpected;
 }

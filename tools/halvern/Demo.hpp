@@ -1,8 +1,7 @@
-// One account's calls to a sandbox in this process, as the command lines that a user of the program would give. For one
-// thread.
+// Runs command lines of the program, as a user would type them, against a sandbox in this process. For one thread.
 #pragma once
 
 #include <string>
 
-// `program` runs this program in a shell. True when every step came to what was expected.
+// `program` is the shell command for this program. Returns whether every step had the expected result.
 bool demo(const std::string& program);

@@ -15,12 +15,12 @@ namespace {
 
 std::string lastError() { return std::generic_category().message(errno); }
 
-// The regular file that is behind the name, or would be made; empty for everything else.
+// The path of the regular file that the name refers to or would create; empty for anything else.
 fs::path regularFile(const std::string& name) {
   std::error_code error;
   if (name == "-") return {};
   const fs::path folder = fs::weakly_canonical(fs::absolute(name).parent_path(), error);
-  // The standard streams and other open files have names here, which must not be replaced.
+  // These directories contain names of open files, such as the standard streams, that must not be replaced.
   if (folder == "/dev" || folder.string().starts_with("/proc")) return {};
   const fs::file_status status = fs::status(name, error);
   return fs::exists(status) && !fs::is_regular_file(status) ? fs::path() : fs::weakly_canonical(name, error);
@@ -30,7 +30,7 @@ fs::path regularFile(const std::string& name) {
   throw Failure(status::notWritten, "cannot write " + file + ": " + lastError());
 }
 
-// Writes a new file next to `target`, for its owner only, and returns its name.
+// Writes a new file next to `target` that only its owner can read. Returns its name.
 fs::path writeTemporary(const fs::path& target, std::string_view bytes) {
   std::string name = target.parent_path() / ('.' + target.filename().string() + ".XXXXXX");
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
@@ -47,7 +47,7 @@ fs::path writeTemporary(const fs::path& target, std::string_view bytes) {
   failToWrite(target);
 }
 
-// Removes a file of an earlier run. It may be another patient's, so nobody should take it for a new one.
+// Removes a file of an earlier run: it may contain data of another patient, and must not be mistaken for a new one.
 void removeOld(const fs::path& file) {
   std::error_code error;
   fs::remove(file, error);
@@ -79,7 +79,7 @@ std::string readFile(const std::string& file) {
     input.read(piece, sizeof piece);
     text.append(piece, static_cast<std::size_t>(input.gcount()));
   } while (input);
-  // Neither after a failure to open it nor after one to read it, as of a directory, is the stream at its end.
+  // The end is not reached if the file cannot be opened, or cannot be read, like a directory.
   if (!input.eof()) throw Failure(status::wrongUsage, "cannot read " + file + ": " + lastError());
   return text;
 }
@@ -116,7 +116,7 @@ void OutputFiles::write(const std::string& file, std::string_view bytes) {
 }
 
 void OutputFiles::replace() {
-  // All old files go before the first new one comes.
+  // Removes all old files before the first new one appears.
   for (const auto& [target, temporary] : temporary_) removeOld(target);
   for (const auto& [target, temporary] : temporary_)
     if (!temporary.empty() && rename(temporary.c_str(), target.c_str()) != 0) failToWrite(target);

@@ -13,18 +13,19 @@ struct FileUse {
   bool isOutput;
 };
 
-// Throws a Failure when an output is the same file as another output or an input, or when `-` stands for two inputs or
-// two outputs.
+// Throws a Failure if an output is the same file as another output or an input, or if `-` is used for two inputs or two
+// outputs.
 void checkFiles(const std::vector<FileUse>& uses);
 
+// Throws a Failure if the file cannot be read.
 std::string readFile(const std::string& file);
 
-// The first line, without its end.
+// The first line, without its line end.
 std::string firstLine(const std::string& text);
 
-// Output files that hold the results of one run together. Regular files are written under temporary names in the same
-// directory and replaced together, so that an interruption never leaves files of two runs. Everything else (devices,
-// pipes, standard output) is written directly and never removed.
+// The output files of one run. Regular files are written under temporary names in the same directory and replaced
+// together, so that an interruption never leaves files of two runs. Everything else (devices, pipes, standard output)
+// is written directly and never removed.
 class OutputFiles {
  public:
   OutputFiles() = default;
@@ -33,16 +34,16 @@ class OutputFiles {
   // Unless `replace` was called, removes the expected files of earlier runs.
   ~OutputFiles();
 
-  // No file if the name is empty.
+  // Announces a file that `write` will write. Does nothing if the name is empty.
   void expect(const std::string& file);
   // Throws a Failure if the file cannot be written.
   void write(const std::string& file, std::string_view bytes);
-  // Removes the expected files of earlier runs, and puts those that were written in their place.
+  // Removes the expected files of earlier runs, and moves the written files to their places.
   void replace();
 
  private:
-  std::map<std::filesystem::path, std::filesystem::path> temporary_;  // by its target; empty before it is written
+  std::map<std::filesystem::path, std::filesystem::path> temporary_;  // by target; empty until written
 };
 
-// Writes one file.
+// Writes one file, like OutputFiles.
 void writeFile(const std::string& file, std::string_view bytes);

@@ -7,16 +7,16 @@
 
 namespace {
 
-// The parts of a file: {c} is a subcommand, {o} an option with its dashes, {v} what it takes, {w} the texts to choose
-// from, {h} what the subcommand or the option is for, {e} an example.
+// The templates of one file. {c} is replaced by a subcommand, {o} by an option with its dashes, {v} by the value that
+// the option takes, {w} by its possible values, {h} by the help of the subcommand or option, {e} by an example.
 struct Form {
   std::string head;
   std::string name;  // for each subcommand
   std::string names;
-  std::string command;  // for each subcommand, with its options and its end
+  std::string command;  // for each subcommand, followed by its options and `end`
   std::string option;
-  std::string file, choice, value;  // {v} of an option that takes a file, one of several texts, or something else
-  std::string argument;             // an argument without a name, which is a file
+  std::string file, choice, value;  // {v} of an option that takes a file, one of several values, or anything else
+  std::string argument;             // a positional argument, which is a file
   std::string end;
   std::string tail;
   std::vector<std::pair<std::string, std::string>> escapes;  // in {h}
@@ -36,7 +36,7 @@ const std::map<std::string, Form> forms{
       .argument = "FILE ",
       .end = "' ;;\n",
       .tail = R"END(  esac
-  # The name of an option that takes something is followed by a colon, and by what that is if it can be completed.
+  # An option that takes a value is followed by a colon, and by the possible values if they can be completed.
   case " $words" in
     *" $previous:FILE "*) words=FILE ;;
     *" $previous:"*) words=${words#*"$previous:"} words=${words%% *} words=${words//|/ } ;;
@@ -91,17 +91,16 @@ complete -o filenames -F _halvern halvern
       .tail = std::string(R"(.SH ENVIRONMENT
 .TP
 .B HALVERN_...
-Options whose text names such a variable. An option has precedence. A line end is removed.
+Values of the options whose text names such a variable. An option has precedence. A line end is removed.
 .TP
 .B NO_COLOR
-Charts have no colour if it is not empty.
+If it is not empty, charts have no colour.
 .SH FILES
-Wherever a file is expected, but for \-\-ca\-file, \- is standard input or standard output. Of a secret's file the first
-line is used.
-With \-\-left\-out, \-\-right\-out or \-\-chart \-, the answer itself is not printed.
+The file name \- means standard input or standard output, except for \-\-ca\-file. Only the first line of a file with a
+secret is used. If \-\-left\-out, \-\-right\-out or \-\-chart is \-, the answer itself is not printed.
 .PP
-Files of configurations are replaced together when both are complete. If the call fails, they are removed; if the
-service has no configuration for an ear, so is its file: none is left from an earlier run.
+The files of the two configurations are replaced together, when both are complete. No file of an earlier run remains: if
+the call fails, both are removed, and if the service has no configuration for an ear, the file for this ear is removed.
 .SH EXIT STATUS
 .nf
 )") + status::help +
@@ -109,10 +108,11 @@ service has no configuration for an ear, so is its file: none is left from an ea
       .escapes = {{"-", "\\-"}}}},
 };
 
-// The texts to choose from, or what the option takes.
+// The possible values of the option, or the type of its value.
 std::string wordsOf(const CLI::Option& option, const std::string& between) {
   const std::string type = option.get_type_name();
-  return boost::replace_all_copy(type.substr(0, type.find(':')), "|", between);  // a colon is before a range
+  // A colon separates the type from the range.
+  return boost::replace_all_copy(type.substr(0, type.find(':')), "|", between);
 }
 
 const std::string& valueOf(const Form& form, const CLI::Option& option) {
@@ -154,7 +154,7 @@ std::string generate(const CLI::App& app, const std::string& name) {
       std::string help = option->get_description();
       if (name == "man" && !option->get_envname().empty()) help += "; or the variable " + option->get_envname();
       if (name == "man" && !option->get_default_str().empty()) help += " [" + option->get_default_str() + ']';
-      if (name == "man" && help.empty()) continue;  // described with its alternative
+      if (name == "man" && help.empty()) continue;  // the positional argument describes it
       std::string part = option->get_positional() ? form.argument : form.option;
       const std::string dashes = name == "fish" ? "" : name == "man" ? "\\-\\-" : "--";
       boost::replace_all(part, "{v}", valueOf(form, *option));

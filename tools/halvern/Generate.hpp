@@ -1,11 +1,11 @@
-// The completion files and the manual page, from what the program knows of its own command line. For one thread.
+// Generates completion files and the manual page from the definition of the command line. For one thread.
 #pragma once
 
 #include <CLI/App.hpp>
 #include <string>
 #include <vector>
 
-// The subcommands that are shown.
+// The subcommands that the help shows.
 std::vector<const CLI::App*> subcommands(const CLI::App& app);
 
 // `form` is bash, zsh, fish or man.

@@ -22,7 +22,7 @@ constexpr char opener[] = "open";
 constexpr char opener[] = "xdg-open";
 #endif
 
-// The program that opens it starts without the signal settings of this one.
+// Resets the signal mask and SIGPIPE for the child, which would inherit them.
 void openInBrowser(std::string url) {
   sigset_t none, ignored;
   sigemptyset(&none);
@@ -38,11 +38,11 @@ void openInBrowser(std::string url) {
   pid_t child = 0;
   const int failure = posix_spawnp(&child, opener, nullptr, &attributes, arguments, environ);
   posix_spawnattr_destroy(&attributes);
-  if (failure != 0) say("the page cannot be opened: " + name + ": " + std::generic_category().message(failure));
+  if (failure != 0) say("cannot open the page: " + name + ": " + std::generic_category().message(failure));
 }
 
 void serve(Sandbox::Options options, bool opensPage) {
-  // Blocked before the sandbox makes its threads, so that they all leave the signals to sigwait.
+  // Blocks the signals before the sandbox starts its threads: they inherit the mask, and only sigwait gets the signals.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
@@ -56,11 +56,12 @@ void serve(Sandbox::Options options, bool opensPage) {
   };
   const Sandbox sandbox(options);
   const std::string page = sandbox.baseUrl() + '/';
-  std::cout << "Base URL:  " << sandbox.baseUrl() << "\nAPI key:   " << sandbox.apiKey() << "\nPage:      " << page
-            << "\nThe page shows calls and e-mails as they arrive, and makes calls fail. E-mails are also shown here:\n"
-            << "open the link in one (curl will do) to confirm the address.\n"
-            << "The Facebook token sandbox-facebook-token signs in. Ctrl-C ends.\n"
-            << std::flush;
+  std::cout
+      << "Base URL:  " << sandbox.baseUrl() << "\nAPI key:   " << sandbox.apiKey() << "\nPage:      " << page
+      << "\nThe page shows calls and e-mails as they arrive, and can make calls fail. E-mails are also printed here:\n"
+      << "open the link in an e-mail, with a browser or curl, to confirm the address.\n"
+      << "The Facebook token sandbox-facebook-token signs in. Press Ctrl-C to stop.\n"
+      << std::flush;
   if (opensPage) openInBrowser(page);
   int signal = 0;
   sigwait(&signals, &signal);
@@ -71,11 +72,12 @@ void serve(Sandbox::Options options, bool opensPage) {
 void addSandbox(CLI::App& app) {
   const auto options = std::make_shared<Sandbox::Options>();
   const auto opensPage = std::make_shared<bool>(false);
-  CLI::App* const command = app.add_subcommand("sandbox", "Plays the service on this machine until interrupted");
-  command->add_option("--port", options->port, "Where to listen; 0 takes a free port")
+  CLI::App* const command =
+      app.add_subcommand("sandbox", "Runs a sandbox of the service on this machine until interrupted");
+  command->add_option("--port", options->port, "The port to listen on; 0 selects a free port")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
-  command->add_option("--api-key", options->apiKey, "The key that calls must bring")->capture_default_str();
+  command->add_option("--api-key", options->apiKey, "The API key that calls must send")->capture_default_str();
   command->add_flag("--open", *opensPage, "Opens the sandbox's page in the browser");
   command->footer("Example:\n  halvern sandbox --port 8080 --open");
   command->callback([options, opensPage] { serve(*options, *opensPage); });

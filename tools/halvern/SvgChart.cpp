@@ -16,11 +16,11 @@ std::string escaped(const std::string& words) {
   return boost::replace_all_copy(boost::replace_all_copy(words, "&", "&amp;"), "<", "&lt;");
 }
 
-// At most so wide, whatever the font, with 14 pixels a line.
+// An upper limit of the width in pixels, for any sans-serif font of 14 pixels.
 double widthOf(const std::string& words) {
   double width = 0;
   for (const char letter : words) {
-    const bool continues = (letter & 0xC0) == 0x80;  // a code point of UTF-8
+    const bool continues = (letter & 0xC0) == 0x80;  // a UTF-8 sequence
     const bool isWide =
         static_cast<unsigned char>(letter) >= 0x80 || std::string_view("mwMW@%").find(letter) != std::string_view::npos;
     width += continues ? 0 : isWide ? 15 : std::isupper(letter) != 0 ? 11.5 : 9;
@@ -28,7 +28,7 @@ double widthOf(const std::string& words) {
   return width;
 }
 
-// Words in lines that are not wider. A word is only broken if a line is too short for it.
+// Splits a text into lines of at most this width. Breaks a word only if it is wider than a line.
 std::vector<std::string> wrapped(const std::string& text, double width) {
   std::vector<std::string> lines(1), words;
   boost::split(words, text, boost::is_any_of(" "));
@@ -47,17 +47,17 @@ std::vector<std::string> wrapped(const std::string& text, double width) {
   return lines;
 }
 
-// The value of a point outside the scale, which stands outside the grid.
+// The label of a point outside the scale. It is drawn outside the grid.
 struct Outside {
   const char* colour;
   Point point;
-  double place;  // pixels from the grid's upper or left end
-  int line = 0;  // above or below the grid: away from it
+  double place;  // pixels from the upper or left edge of the grid
+  int line = 0;  // above or below the grid: 0 is next to it
   std::string words{};
 };
 
-// Places on one side so that no value hides another: along the left and right sides one below the other, above and
-// below in several lines.
+// Moves the labels of one side so that none hides another. To the left and right of the grid they move down; above and
+// below it they use several lines.
 void spread(std::vector<Outside>& values) {
   std::stable_sort(values.begin(), values.end(),
                    [](const auto& left, const auto& right) { return left.place < right.place; });
@@ -94,7 +94,7 @@ class Picture {
   const std::vector<Curve>& curves_;
   std::map<Side, std::vector<Outside>> outside_;
   double left_ = 90, top_ = 110, right_ = 0, bottom_ = 0, width_ = 0;
-  double y_ = 0;  // below what has been drawn
+  double y_ = 0;  // lower end of what has been drawn
   std::ostringstream svg_;
 };
 
@@ -190,8 +190,9 @@ void Picture::lines() {
   }
 }
 
-// The symbols, and the curves' numbers below them: on the left for the right ear, as if looking at the patient, on the
-// right for the left ear. A number moves away from the symbol until it hides no other, up to twenty times.
+// Draws the symbols, and next to each the number of its curve: to the left of the symbol for the right ear, as if
+// looking at the patient, and to the right for the left ear. A number that would hide another moves away from the
+// symbol, at most twenty times.
 void Picture::symbols() {
   constexpr double digit = 8, height = 12;
   std::vector<std::pair<double, double>> taken;  // the lower left corners of digits
@@ -214,7 +215,7 @@ void Picture::symbols() {
     }
 }
 
-// A bar at the edge of the grid, and the value beyond it.
+// Draws a bar at the edge of the grid and the label beyond it.
 void Picture::outside() {
   for (const auto& [side, values] : outside_)
     for (const Outside& value : values) {

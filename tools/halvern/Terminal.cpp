@@ -13,12 +13,12 @@
 #include <system_error>
 
 namespace {
-int own = -1;   // standard output itself
-int held = -1;  // the file in memory that takes its place while it is held back
+int own = -1;   // the original standard output
+int held = -1;  // the memory file that replaces it between `holdOutput` and `releaseOutput`
 
 volatile sig_atomic_t caught = 0;
 
-// Goes to the start of the line, and erases a line that says that the program waits.
+// Control characters that erase the line that says that the program waits.
 std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
 }  // namespace
 
@@ -52,7 +52,7 @@ void holdOutput() {
   own = dup(STDOUT_FILENO);
   held = memfd_create("answer", MFD_CLOEXEC);
   if (own == -1 || held == -1 || dup2(held, STDOUT_FILENO) == -1)
-    throw std::system_error(errno, std::generic_category(), "cannot hold the answer");
+    throw std::system_error(errno, std::generic_category(), "cannot buffer the answer");
 }
 
 std::string releaseOutput() {
@@ -68,7 +68,7 @@ std::optional<std::string> askSecret(const std::string& name) {
   std::array<struct sigaction, signals.size()> actions{};
   struct sigaction note {};
   note.sa_handler = [](int signal) { caught = signal; };
-  // They are blocked except while ppoll waits, so none is missed between looking at `caught` and waiting.
+  // The signals are blocked except while ppoll waits, so none is missed between the test of `caught` and the wait.
   sigset_t blocked, open;
   sigemptyset(&blocked);
   for (const int signal : signals) sigaddset(&blocked, signal);

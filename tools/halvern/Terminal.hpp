@@ -13,22 +13,22 @@ enum { done, refused, wrongUsage, notAuthorized, network, failed, notWritten, no
 constexpr char help[] =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the service refused\n"
-    "  2  wrong usage: the command line, or a file that it names\n"
+    "  1  the service refused the request\n"
+    "  2  error in the command line, or in a file that it names\n"
     "  3  not authorised: the API key or the access token is not accepted\n"
-    "  4  the service was not reached, or the answer not received\n"
-    "  5  an answer that is not understood, or any other failure\n"
+    "  4  the service was not reached, or the answer was not received\n"
+    "  5  the answer was not understood, or any other failure\n"
     "  6  output could not be written\n"
-    "  7  the service has no configuration for an ear whose file was asked for";
+    "  7  the service has no configuration for an ear for which a file was requested";
 }  // namespace status
 
-// Ends the program with this exit status. Each line of the words is a message.
+// Thrown to end the program with an exit status. Each line of the words is printed as a message.
 struct Failure : std::runtime_error {
   Failure(int exitStatus, const std::string& words) : std::runtime_error(words), status(exitStatus) {}
   int status;
 };
 
-// The parts in a row, as a stream writes them.
+// Concatenates the parts as a stream prints them.
 template <class... Parts>
 std::string text(const Parts&... parts) {
   std::ostringstream out;
@@ -36,21 +36,21 @@ std::string text(const Parts&... parts) {
   return out.str();
 }
 
-// `text` with a `?` for every control character that a terminal would act on, except line ends and tabs.
+// Replaces every control character by `?`, except line ends and tabs, so that the text cannot control the terminal.
 std::string printable(std::string_view text);
 
-// Prints each line of the words on standard error, after the program's name.
+// Prints each line of the words on standard error, with the name of the program as prefix.
 void say(const std::string& words);
 
-// Calls `isDone`, which waits for up to a second itself, until it is true, and counts the seconds on the terminal. Does
-// nothing if standard error is not a terminal.
+// Calls `isDone` until it returns true, and shows the elapsed seconds on the terminal: `isDone` itself must wait for up
+// to a second. Does nothing if standard error is not a terminal.
 void wait(const std::function<bool()>& isDone);
 
-// Keeps what is printed on standard output from here on, such as the answers that the library prints there, until
-// `releaseOutput` returns it.
+// Collects what is printed on standard output, such as the answers that the library prints there, until `releaseOutput`
+// restores the stream and returns the collected text. Both throw std::system_error on failure.
 void holdOutput();
 std::string releaseOutput();
 
-// Asks on the terminal, without showing what is typed. Absent at the end of the input. A signal that ends or stops the
-// program does so after the terminal's state is restored; the question is asked again when the program continues.
+// Asks on the terminal without showing what is typed. Returns nullopt at the end of the input. If a signal ends or
+// stops the program, the state of the terminal is restored first; the question is repeated when the program continues.
 std::optional<std::string> askSecret(const std::string& name);

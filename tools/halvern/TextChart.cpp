@@ -14,7 +14,7 @@ constexpr std::size_t columns = octaves * columnsPerOctave + 1, space = 8;
 constexpr std::size_t lines = (loudest - softest) / decibelsPerRow + 1;
 constexpr std::size_t width = margin + 1 + columns + space;
 
-// The rows of the chart. Around the grid are a row or a column more on each side, for points outside the scale.
+// The rows of an empty chart: the grid, with one more row or column on each side for points outside the scale.
 std::vector<std::string> emptyRows() {
   const auto betweenColumn = static_cast<std::size_t>(std::lround(betweenOctaves * columnsPerOctave));
   std::vector<std::string> rows(lines + 2, std::string(1 + columns + space, ' '));
@@ -27,7 +27,7 @@ std::vector<std::string> emptyRows() {
   return rows;
 }
 
-// Puts the symbols of all points into the rows, and next to them the numbers of their curves where there is room.
+// Puts the symbols of all points into the rows, and the numbers of their curves next to them if there is space.
 void putPoints(const std::vector<Curve>& curves, std::vector<std::string>& rows) {
   // By row, column and symbol.
   std::map<std::pair<std::size_t, std::size_t>, std::map<char, std::string>> cells;
@@ -57,7 +57,7 @@ std::string textChart(const std::vector<HalvernApi::Audiogram>& audiograms, std:
   const std::vector<Curve> curves = curvesOf(audiograms);
   std::string chart = "Audiogram: hearing level (dB HL) by frequency (Hz)\n";
   if (terminalWidth < width) {
-    chart += text("The picture takes ", width, " columns; here are ", terminalWidth, ".\n");
+    chart += text("The chart takes ", width, " columns; the terminal has ", terminalWidth, ".\n");
     for (const Curve& curve : curves) chart += curve.words() + '\n';
     return chart;
   }

@@ -15,7 +15,7 @@
 
 namespace {
 
-// For how many letters of `word` something has to be added, dropped or changed to make `name` of it.
+// The Levenshtein distance: how many letters must be inserted, removed or replaced to turn `word` into `name`.
 std::size_t distance(const std::string& word, const std::string& name) {
   std::vector<std::size_t> costs(name.size() + 1);
   std::iota(costs.begin(), costs.end(), 0U);
@@ -28,7 +28,7 @@ std::size_t distance(const std::string& word, const std::string& name) {
   return costs.back();
 }
 
-// Throws if there is no such subcommand, and names a similar one if there is one.
+// Throws a Failure if there is no such subcommand. The message names a similar one if there is one.
 void checkSubcommand(const std::string& word, const CLI::App& app) {
   std::pair<std::size_t, std::string> best{(word.size() + 1) / 2, ""};
   for (const CLI::App* const command : app.get_subcommands({})) {
@@ -39,7 +39,7 @@ void checkSubcommand(const std::string& word, const CLI::App& app) {
                 "there is no subcommand " + word + (best.second.empty() ? "" : "; the nearest is " + best.second));
 }
 
-// The arguments, of which `help`, `help login` and `version` become options.
+// The arguments. `help`, `help login` and `version` are replaced by the equivalent options.
 std::vector<std::string> argumentsOf(int argc, char** argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   if (words.empty() || (words[0] != "help" && words[0] != "version")) return words;
@@ -48,7 +48,7 @@ std::vector<std::string> argumentsOf(int argc, char** argv) {
   return words;
 }
 
-// Shows an argument without a name as it is written.
+// Shows a positional argument by its name only, without type and default.
 struct HelpFormatter : CLI::Formatter {
   std::string make_option_opts(const CLI::Option* option) const override {
     return option->get_positional() ? "" : CLI::Formatter::make_option_opts(option);
@@ -56,27 +56,28 @@ struct HelpFormatter : CLI::Formatter {
 };
 
 int run(int argc, char** argv) try {
-  CLI::App app("Calls the account and hearing-aid web service, or plays it.", "halvern");
+  CLI::App app("Calls the account and hearing-aid web service, or runs a sandbox of it.", "halvern");
   app.formatter(std::make_shared<HelpFormatter>());
   app.require_subcommand(1);
   app.footer("Example:\n  halvern demo\n  halvern help login\n\n" + std::string(status::help));
   app.set_version_flag("--version", "halvern " HALVERN_VERSION);
   int status = status::done;
 
-  CLI::App* const demoCommand = app.add_subcommand("demo", "Walks one account through all ten operations");
+  CLI::App* const demoCommand = app.add_subcommand("demo", "Shows all ten operations with one account");
   demoCommand->footer("Example:\n  halvern demo");
   demoCommand->callback([&] { status = demo(argv[0]) ? status::done : status::failed; });
 
   addSandbox(app);
   addCalls(app, status);
 
-  CLI::App* const generator = app.add_subcommand("generate", "Prints a completion file, or the manual page")->group("");
+  CLI::App* const generator =
+      app.add_subcommand("generate", "Prints a shell completion file or the manual page")->group("");
   const auto write = [&](const std::string& form) { std::cout << generate(app, form); };
   generator->add_option_function<std::string>("FORM", write)->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
   auto words = argumentsOf(argc, argv);
   if (!words.empty() && !words[0].starts_with('-')) checkSubcommand(words[0], app);
   try {
-    std::reverse(words.begin(), words.end());  // as CLI11 wants them
+    std::reverse(words.begin(), words.end());  // CLI11 takes them in reverse order
     app.parse(words);
   } catch (const CLI::Success& success) {
     app.exit(success);
@@ -97,12 +98,12 @@ int run(int argc, char** argv) try {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Where a standard stream is closed, nothing that is opened later may take its place: a socket would get the output.
+  // Opens every standard stream that is closed. Otherwise a socket could get its number, and receive the output.
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   (void)signal(SIGPIPE, SIG_IGN);
   const int status = run(argc, argv);
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-  say("standard output cannot be written");
+  say("cannot write to standard output");
   return status == status::done ? status::notWritten : status;
 }

@@ -1,5 +1,5 @@
-// What requests are judged with: tables of the fields that a JSON body must have, and the answers that refuse a
-// request. Free of state: any thread.
+// Checks JSON bodies against tables of fields, and makes the answers that refuse a request. Stateless: may be called
+// from any thread.
 #pragma once
 
 #include <boost/json.hpp>
@@ -9,13 +9,13 @@
 
 namespace HalvernApi::Testing {
 
-// A check of the value of a member, and what it expects in words that complete "must be".
+// A check of a value, and the words that follow "must be" in the message if the check fails.
 struct Kind {
   std::string_view expectation;
   bool (*holds)(const boost::json::value&);
 };
 
-constexpr Kind text{"a text", [](const boost::json::value& value) { return value.is_string(); }};
+constexpr Kind text{"a string", [](const boost::json::value& value) { return value.is_string(); }};
 
 struct Field {
   std::string_view key;
@@ -23,15 +23,15 @@ struct Field {
   bool isRequired = true;
 };
 
-// What is wrong with an object that must have these members and no others, in sentences.
+// Checks that an object has these members and no others. Returns a sentence for each fault.
 std::vector<std::string> faults(const boost::json::object& object, std::span<const Field> fields);
 
 bool isArrayOf(std::span<const Field> fields, const boost::json::value& value);
 
-// The text of a member that is known to be one.
+// The value of a member that must be a string.
 std::string get(const boost::json::object& body, std::string_view key);
 
-// The service's own numbers for the reasons of a refusal.
+// The numbers that the service uses for the reasons of a refusal.
 enum ErrorCode { notAuthorized = 1, notFound, methodNotAllowed, notJson, invalidFields, wrongCredentials, taken };
 
 Answer ok(const boost::json::value& body);
@@ -39,7 +39,7 @@ Answer refusal(int status, ErrorCode code, std::string_view message, const std::
 Answer invalid(const std::vector<std::string>& errors);
 Answer wrongMethod(const std::string& allowed);
 
-// Calls `handle` with the body if it is a JSON object that has the fields; refuses it otherwise.
+// Calls `handle` with the body if it is a JSON object with these fields. Refuses the request otherwise.
 template <class Handle>
 Answer judge(const std::string& body, std::span<const Field> fields, Handle handle) {
   boost::system::error_code error;

@@ -11,7 +11,7 @@
 
 namespace HalvernApi::Testing {
 
-extern const std::string_view pageHtml;  // the file Page.html
+extern const std::string_view pageHtml;  // the content of Page.html
 
 namespace {
 
@@ -19,7 +19,7 @@ namespace json = boost::json;
 
 constexpr std::size_t maxAccountsShown = 200;
 
-// What is not UTF-8 is replaced, because JSON cannot carry it.
+// Replaces bytes that are not UTF-8, because JSON cannot contain them.
 json::string utf8Of(const std::string& bytes) {
   json::string valid;
   utf8::replace_invalid(bytes.begin(), bytes.end(), std::back_inserter(valid));
@@ -114,11 +114,11 @@ constexpr Kind callCount{"an integer from 0 to 1000000, or \"all\"",
                          [](Value value) { return value == json::value("all") || isFrom(0, 1'000'000, value); }};
 constexpr Kind milliseconds{"an integer from 0 to 86400000", [](Value value) { return isFrom(0, 86'400'000, value); }};
 constexpr Kind statusCode{"an integer from 200 to 599", [](Value value) { return isFrom(200, 599, value); }};
-constexpr Kind texts{"an array of texts", [](Value value) {
+constexpr Kind texts{"an array of strings", [](Value value) {
                        return value.is_array() &&
                               std::ranges::all_of(value.get_array(), [](Value one) { return one.is_string(); });
                      }};
-constexpr Kind headerValue{"a text without control characters", [](Value value) {
+constexpr Kind headerValue{"a string without control characters", [](Value value) {
                              return value.is_string() && std::ranges::none_of(value.get_string(), [](char one) {
                                       return static_cast<unsigned char>(one) < ' ';
                                     });
@@ -150,7 +150,8 @@ std::optional<Answer> scriptedAnswer(const json::object& body) {
   return answer;
 }
 
-// What is wrong, in words for the user; empty if nothing is.
+// Each of these functions applies a change. They return a message for the user if that fails, otherwise an empty
+// string.
 std::string arm(State& state, const json::object& body) {
   Script script;
   if (const auto* const calls = body.if_contains("calls"))
@@ -185,7 +186,7 @@ std::string reset(State& state, const json::object&) {
   return {};
 }
 
-// The changes: each is a POST with a JSON body that has the fields.
+// The requests that change the state. Each is a POST whose JSON body has these fields.
 constexpr struct Change {
   std::string_view path;
   std::span<const Field> fields;
@@ -208,7 +209,7 @@ Answer html() {
                            "frame-ancestors 'none'; require-trusted-types-for 'script'"}}};
 }
 
-// The calls of an operation, newest first, or the call of that number.
+// `which` is the name of an operation, empty for all, or the number of a call. Several calls are listed newest first.
 Answer callsAt(const State& state, const std::string& which, const Chart& chart) {
   const auto operation = operationNamed(which);
   if (which.empty() || operation) {
@@ -219,7 +220,7 @@ Answer callsAt(const State& state, const std::string& which, const Chart& chart)
   }
   const Call* const call = state.find(std::strtoul(which.c_str(), nullptr, 10));
   return call != nullptr ? ok(detailsOf(*call, chart))
-                         : refusal(404, notFound, "This call is not known, or no longer.");
+                         : refusal(404, notFound, "This call is unknown, or no longer kept.");
 }
 
 Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
@@ -242,7 +243,7 @@ Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
   return refusal(404, notFound, "There is nothing here.");
 }
 
-// Against other sites in the same browser: they send their own Origin, or their own name as the Host.
+// Protects against other sites in the same browser: they send their own Origin, or their own name as the Host.
 bool isFromHere(const SeenRequest& request) {
   const std::string host = request.header("Host").value_or("");
   const std::string name = host.substr(0, host.find(':'));

@@ -1,6 +1,6 @@
-// The page for people who test an application by hand, at "/", and the requests below "/sandbox/" that the page uses
-// and that are documented for scripts in any language. They read and change the state; none of them is a call. For one
-// thread at a time, as the state.
+// The web page at "/" for people who test an application by hand, and the requests below "/sandbox/" that the page
+// uses. docs/sandbox.md documents these requests for scripts in any language. They read and change the state but do not
+// count as calls. For one thread at a time, like the state.
 #pragma once
 
 #include "State.hpp"
@@ -13,11 +13,11 @@ constexpr const char* eventStream = "text/event-stream";
 
 bool isForPage(std::string_view target);
 
-// Refuses requests that another machine or another site in the user's browser may have caused. An answer with the
-// content type `eventStream` is only the head of a stream of `eventSince`.
+// Refuses requests that may come from another machine or from another site in the user's browser. An answer with the
+// content type `eventStream` is only the head; the texts of `eventSince` follow as its body.
 Answer answerPage(State& state, const SeenRequest& request, const Chart& chart);
 
-// All that changed since `version`, which becomes the current one. Empty if nothing did.
+// All changes since `version`, as a server-sent event; empty if there are none. Sets `version` to the current one.
 std::string eventSince(const State& state, std::size_t& version);
 
 }  // namespace HalvernApi::Testing

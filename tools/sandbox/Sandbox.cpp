@@ -16,7 +16,7 @@ std::optional<std::string> SeenRequest::header(std::string_view name) const {
 }
 
 struct Sandbox::Impl {
-  // The state, locked. Unlocking wakes all who wait for a change if there was one.
+  // Locks the state. Notifies all waiting threads on unlock if the state has changed.
   class Locked {
    public:
     explicit Locked(Impl& impl) : impl_(impl), lock_(impl.mutex), version_(impl.state.version) {}
@@ -98,10 +98,10 @@ struct Sandbox::Impl {
   }
 
   const Options options;
-  std::mutex mutex;  // for `state`
+  std::mutex mutex;  // guards `state`
   std::condition_variable changed;
   State state;
-  Server server;  // ends before what its handler uses
+  Server server;  // last, so that it is destroyed first: its handler uses the other members
 };
 
 Sandbox::Sandbox() : Sandbox(Options()) {}

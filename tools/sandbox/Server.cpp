@@ -28,10 +28,10 @@ std::string serialize(const Answer& answer) {
   return text + "\r\n" + answer.body;
 }
 
-// Coroutines on `thread`, which alone touches the connections.
+// The connections are served by coroutines that run on `thread`. Only this thread uses the connections.
 struct Server::Impl {
   Impl(int port, std::shared_ptr<ssl_ctx_st> context) : tls(std::move(context)) {
-    // Asio's own sockets would be inherited by programs that the process starts.
+    // Asio opens sockets without SOCK_CLOEXEC: programs that the process starts would inherit them.
     acceptor.assign(tcp::v4(), ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     acceptor.set_option(tcp::acceptor::reuse_address(true));
     acceptor.bind({asio::ip::address_v4::loopback(), static_cast<asio::ip::port_type>(port)});
@@ -47,7 +47,7 @@ struct Server::Impl {
         ++connections;
         spawn(serve(descriptor));
       } else if (errno != EAGAIN && errno != ECONNABORTED) {
-        // No descriptor or memory is free. The connection keeps waiting, so the acceptor stays readable.
+        // There are no free descriptors, or no memory. The connection stays in the queue and the acceptor readable.
         co_await pause(std::chrono::milliseconds(20));
       }
     }
@@ -59,18 +59,18 @@ struct Server::Impl {
     });
   }
 
-  // Nothing that a client sends ends more than its own connection.
+  // Bytes from a client can end only its own connection.
   awaitable<void> serve(int descriptor) {
     try {
       tcp::socket socket(io, tcp::v4(), descriptor);
-      socket.set_option(tcp::no_delay(true));  // pieces are sent as they are scripted
+      socket.set_option(tcp::no_delay(true));  // each step is sent in packets of its own
       if (tls)
         co_await answerAll(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get())));
       else
         co_await answerAll(std::move(socket));
-    } catch (const boost::system::system_error&) {  // the client is gone, or does not speak the protocol
+    } catch (const boost::system::system_error&) {  // the client closed the connection, or violated the protocol
     } catch (const std::bad_alloc&) {
-    } catch (const std::length_error&) {  // a header that the parser cannot hold
+    } catch (const std::length_error&) {  // a header that is too long for the parser
     }
     const std::lock_guard lock(mutex);
     ++closed;
@@ -92,7 +92,7 @@ struct Server::Impl {
     for (bool open = co_await play(connection, greeting); open;) open = co_await answerOne(connection);
   }
 
-  // False when the connection is to end, as in `play`.
+  // Returns false if the connection must be closed.
   template <class Stream>
   awaitable<bool> answerOne(Connection<Stream>& connection) {
     auto& [stream, unread, isCounted] = connection;
@@ -120,7 +120,7 @@ struct Server::Impl {
     co_return co_await play(connection, steps) && parser.keep_alive();
   }
 
-  // False when the connection is to end.
+  // Returns false if the connection must be closed.
   template <class Stream>
   awaitable<bool> play(Connection<Stream>& connection, const std::vector<Step>& steps) {
     Stream& stream = connection.stream;
@@ -132,7 +132,7 @@ struct Server::Impl {
       }
       if (step.kind == Step::reset) {
         stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
-        stream.lowest_layer().close();  // the destructor would take the option back
+        stream.lowest_layer().close();  // the destructor would reset the option
       }
       if (step.kind == Step::reset || step.kind == Step::close) co_return false;
       boost::system::error_code released;
@@ -159,7 +159,7 @@ struct Server::Impl {
         co_await pause(step.time);
         continue;
       }
-      // Nothing runs between `make` and the wait, so that no notification is missed.
+      // No other coroutine runs between `make` and the wait, so no notification is missed.
       const auto first = co_await (notified.async_wait(withError) ||
                                    stream.lowest_layer().async_wait(tcp::socket::wait_read, withError));
       if (first.index() == 1) co_return;
@@ -179,7 +179,7 @@ struct Server::Impl {
   asio::steady_timer hold{io, asio::steady_timer::time_point::max()};
   asio::steady_timer notified{io, asio::steady_timer::time_point::max()};
   std::atomic<std::size_t> connections = 0, counted = 0;
-  std::mutex mutex;  // for `closed`
+  std::mutex mutex;  // guards `closed`
   std::condition_variable changed;
   std::size_t closed = 0;
   int bound = 0;
@@ -188,7 +188,7 @@ struct Server::Impl {
 
 Server::Server(int port, std::shared_ptr<ssl_ctx_st> tls) try : impl_(std::make_unique<Impl>(port, std::move(tls))) {
 } catch (const boost::system::system_error&) {
-  throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be had");
+  throw std::runtime_error("cannot listen on port " + std::to_string(port) + " of 127.0.0.1");
 }
 
 Server::~Server() {

@@ -1,6 +1,6 @@
-// A server on 127.0.0.1 that reads HTTP requests, asks a handler what is to be sent, and sends it: an HTTP answer, or
-// any bytes, in pieces, late, or cut off. All of it happens on one thread of its own, which no step of an answer
-// blocks. Every member may be called from any thread.
+// A server on 127.0.0.1 that reads HTTP requests, asks a handler what to send, and sends it: an HTTP answer or any
+// other bytes, in pieces, late, or incomplete. It uses one thread of its own, which no step of an answer blocks. Every
+// member may be called from any thread.
 #pragma once
 
 #include "HalvernApi/Testing/Sandbox.hpp"
@@ -11,18 +11,18 @@ namespace HalvernApi::Testing {
 
 struct Step {
   enum Kind {
-    send,    // the bytes in one piece
-    drip,    // the bytes one by one, with `time` after each
-    pause,   // for `time`
-    hold,    // until `release` is called; without it, for good
-    follow,  // what `make` returns, now and after each `notify`, at least `time` apart, until the client leaves
+    send,    // sends the bytes in one piece
+    drip,    // sends the bytes one by one, and waits for `time` after each
+    pause,   // waits for `time`
+    hold,    // waits until `release` is called
+    follow,  // sends what `make` returns, now and after each `notify`, at least `time` apart, until the client closes
     count,   // sends nothing; `counted` counts connections on which this happened
-    close,   // the connection
-    reset,   // the connection, so that the client's next read fails
+    close,   // closes the connection
+    reset,   // resets the connection, so that the client's next read fails
   } kind;
   std::string bytes{};
   std::chrono::milliseconds time{};
-  // For `send` and `follow`: called when it is due, for what is sent after the bytes.
+  // For `send` and `follow`: called when the step begins; the result is sent after `bytes`.
   std::function<std::string()> make{};
 };
 
@@ -31,27 +31,27 @@ std::string serialize(const Answer& answer);
 
 class Server {
  public:
-  // What happens after one request, of which `raw` are the bytes. The connection then stays open for the next one
-  // unless a step, or the request, ends it. Runs on the server's thread.
+  // Returns the steps after one request; `raw` contains its bytes. Then the connection stays open for the next request,
+  // unless a step or the request ends it. Runs on the server's thread.
   using Handler = std::function<std::vector<Step>(SeenRequest request, const std::string& raw)>;
 
-  // Binds, but does not serve yet; port 0 takes a free one. Speaks TLS where there is a context for it. Throws
-  // std::runtime_error when the port is taken.
+  // Listens, but does not serve yet. Port 0 selects a free port. Uses TLS if `tls` is not null. Throws
+  // std::runtime_error if it cannot listen, for example if the port is in use.
   explicit Server(int port = 0, std::shared_ptr<ssl_ctx_st> tls = nullptr);
-  // Ends every connection, in the middle of whatever goes on there, and waits for the handler if that is running.
+  // Closes all connections, even in the middle of a step. Waits for the handler if it is running.
   ~Server();
 
-  // The greeting is played as soon as a connection is made.
+  // The steps of `greeting` run when a connection is accepted.
   void start(Handler handler, std::vector<Step> greeting = {});
-  // Ends every `hold`, those to come as well.
+  // Ends every `hold`, including future ones.
   void release();
-  // Makes every `follow` send what is new.
+  // Makes every `follow` step call `make` again.
   void notify();
 
   int port() const;
   std::size_t connections() const;  // accepted since the start
-  std::size_t counted() const;      // of these, how many had a `count`
-  // Whether the server has closed that many connections; waits for it, at most ten seconds.
+  std::size_t counted() const;      // those of them that had a `count` step
+  // Waits until the server has closed that many connections. Returns false after ten seconds.
   bool awaitClosed(std::size_t count) const;
 
  private:

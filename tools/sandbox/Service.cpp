@@ -16,7 +16,7 @@ namespace {
 
 namespace json = boost::json;
 
-// How many sign-ins an account may have at a time; one more ends the first.
+// The number of valid sign-ins per account. One more invalidates the oldest.
 constexpr std::size_t maxSignIns = 32;
 
 constexpr const char* mediaType = "application/json";
@@ -24,7 +24,7 @@ constexpr const char* mediaType = "application/json";
 Answer wrongSignIn(std::string_view message) { return refusal(400, wrongCredentials, message); }
 
 std::string base64(const std::string& bytes) {
-  std::vector<unsigned char> text(bytes.size() * 2 + 5);  // with a NUL behind
+  std::vector<unsigned char> text(bytes.size() * 2 + 5);  // including the final NUL
   const auto* const first = reinterpret_cast<const unsigned char*>(bytes.data());
   const int size = EVP_EncodeBlock(text.data(), first, static_cast<int>(bytes.size()));
   return {text.begin(), text.begin() + size};
@@ -37,8 +37,8 @@ bool matches(Value value, const char* form) {
          std::regex_match(value.get_string().begin(), value.get_string().end(), std::regex(form));
 }
 
-// A date that does not exist, such as 31 June, is not written again as it was read. What is past in some time zone is
-// past: no clock on Earth is more than 14 hours ahead of UTC.
+// Formats the parsed date again to detect dates that do not exist, such as 31 June: the result differs from the input.
+// A date counts as past if it is past in any time zone; the largest offset is 14 hours ahead of UTC.
 bool isPastDate(Value value) {
   constexpr auto form = "%Y-%m-%dT%H:%M:%S";
   std::tm time{};
@@ -49,8 +49,8 @@ bool isPastDate(Value value) {
   return value.get_string() == std::string_view(again, size) && moment <= std::time(nullptr) + 14L * 60 * 60;
 }
 
-constexpr Kind optionalText{"a text or null", [](Value value) { return value.is_string() || value.is_null(); }};
-constexpr Kind newPassword{"a text of 8 characters or more",
+constexpr Kind optionalText{"a string or null", [](Value value) { return value.is_string() || value.is_null(); }};
+constexpr Kind newPassword{"a string of 8 characters or more",
                            [](Value value) { return value.is_string() && value.get_string().size() >= 8; }};
 constexpr Kind email{"an e-mail address", [](Value value) { return matches(value, R"([^@\s]+@[^@\s]+\.[^@\s.]+)"); }};
 constexpr Kind date{"a date such as 1980-05-17T00:00:00, and not in the future", isPastDate};
@@ -63,8 +63,8 @@ constexpr Kind points{"an array of frequencies and volumes", [](Value value) { r
 constexpr Field audiogramFields[] = {{"orientation", orientation}, {"serialNumber"}, {"tube"}, {"values", points}};
 constexpr Kind audiograms{"an array of audiograms", [](Value value) { return isArrayOf(audiogramFields, value); }};
 
-// The gain in decibels for each frequency, by the half-gain rule, in a form that shows in a hex dump. Of several
-// audiograms for an ear the last counts.
+// The gain in decibels for each frequency, by the half-gain rule, as ASCII text that is readable in a hex dump. If
+// there are several audiograms for an ear, the last one is used.
 json::value configuration(const json::array& all, std::string_view ear) {
   const json::object* found = nullptr;
   for (const json::value& audiogram : all)
@@ -79,7 +79,7 @@ json::value configuration(const json::array& all, std::string_view ear) {
   return json::value_from(base64(bytes));
 }
 
-// The first sign-in for which `holds` is true, and its account; null where there is none.
+// The first sign-in for which `holds` returns true, and its account. Null pointers if there is none.
 template <class Condition>
 std::pair<Account*, SignIn*> findSignIn(Service& service, Condition holds) {
   for (auto& [address, account] : service.accounts)
@@ -166,16 +166,16 @@ Answer update(Service&, const json::object& body, Account* account) {
   return ok({{"stored", true}});
 }
 
-// `handle` is called with a body that has the fields, and with the account where an access token is needed; null
-// otherwise.
+// `handle` is called with a body that has passed the check, and with the account of the access token, or null if the
+// endpoint needs no access token.
 struct Endpoint {
   std::string_view name, path;
   bool needsAccessToken;
-  std::span<const Field> fields;  // none: there must be no body
+  std::span<const Field> fields;  // empty: there must be no body
   Answer (*handle)(Service&, const json::object& body, Account*);
 };
 
-// In the order of Operation. Constant data: it must be usable until the last static object is destroyed.
+// In the order of Operation. constexpr, so that it is usable while static objects are destroyed.
 constexpr Endpoint endpoints[] = {
     {"login", "/api/v1/account/login", false, loginFields, login},
     {"relogin", "/api/v1/account/re-login", false, reloginFields, relogin},

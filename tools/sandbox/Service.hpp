@@ -1,5 +1,5 @@
-// The sandbox's accounts and how it judges requests, apart from sockets and scripts. It reads JSON with none of the
-// library's codecs, so that a fault of theirs shows. For one thread at a time.
+// The accounts of the sandbox and how it answers requests, without sockets and scripts. It does not use the library's
+// codecs to read JSON, so that tests can find faults in them. For one thread at a time.
 #pragma once
 
 #include <boost/json.hpp>
@@ -10,32 +10,32 @@
 
 namespace HalvernApi::Testing {
 
-// Which endpoint the path of a request target is, if any.
+// The operation whose endpoint is the path of this request target, if any.
 std::optional<Operation> operationAt(std::string_view target);
 
-// The names of the operations, as those of ApiService: "login", "register" and so on.
+// The names of the operations: "login", "register" and so on, as in ApiService.
 std::string_view name(Operation operation);
 std::optional<Operation> operationNamed(std::string_view name);
 
-// 32 hexadecimal digits that nobody can guess.
+// 32 random hexadecimal digits from std::random_device.
 std::string randomToken();
 
 struct SignIn {
   std::string appInstanceId;
   std::string accessToken;
   std::chrono::steady_clock::time_point expiry;
-  std::optional<std::string> refreshToken;  // absent once it was used
+  std::optional<std::string> refreshToken;  // absent after its use
 };
 
 struct Account {
   std::string email{};
-  std::optional<std::string> password{};  // absent when only Facebook signs in
+  std::optional<std::string> password{};  // absent if the account was created by a Facebook sign-in
   bool confirmed = false;
   std::string confirmationToken{};
   boost::json::value dateOfBirth{}, sex{};
   std::size_t hearingAids = 0;
-  boost::json::object lastDevices{};  // for each ear, the product that was registered last
-  std::deque<SignIn> signIns{};       // the latest
+  boost::json::object lastDevices{};  // the last registered product for each ear
+  std::deque<SignIn> signIns{};       // the latest, at most 32
 };
 
 struct Mail {
@@ -53,7 +53,7 @@ struct Service {
   std::string apiKey{};
   std::chrono::milliseconds accessTokenLifetime{};
   std::string baseUrl{};
-  std::map<std::string, Account> accounts{};  // by e-mail address; never removed
+  std::map<std::string, Account> accounts{};  // by e-mail address
   std::map<std::string, std::string> facebookTokens{
       {"sandbox-facebook-token", "facebook.user@example.com"}};  // to e-mail addresses
   std::vector<Mail> outbox{};

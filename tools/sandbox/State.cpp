@@ -6,13 +6,12 @@ namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-// Frees the rest: a text that is only resized keeps its memory.
+// Copies the string, because resize() would not free its memory.
 void shorten(std::string& text, std::size_t size = State::maxText) {
   if (text.size() > size) text = text.substr(0, size);
 }
 
-// Drops headers that are too many, and shortens names and values from the point where they come to more than
-// `State::maxText` bytes.
+// Keeps at most `State::maxHeaders` headers, and at most `State::maxText` bytes of all names and values together.
 void shorten(std::vector<std::pair<std::string, std::string>>& headers) {
   if (headers.size() > State::maxHeaders) headers = {headers.begin(), headers.begin() + State::maxHeaders};
   std::size_t left = State::maxText;

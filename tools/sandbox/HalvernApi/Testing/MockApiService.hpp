@@ -6,8 +6,8 @@
 
 namespace HalvernApi::Testing {
 
-// An ApiService whose answers a test sets with GoogleMock: it has a mock method for each operation, with the same
-// arguments. A call for which nothing was set fails as if the service were out of reach.
+// An ApiService for tests with GoogleMock: it has a mock method for each operation, with the same arguments. A call
+// without an expectation fails as if the service could not be reached.
 //
 //     EXPECT_CALL(service, checkIfValidated("token"))
 //         .WillOnce(Return(MockApiService::Validated::resolved(ValidatedEmailResponse(true))));
@@ -29,15 +29,15 @@ class MockApiService : public ApiService {
   }
   // \endcond
 
-  // What the four ways to sign in return.
+  // Returned by login, relogin, register_ and authenticate.
   using SignIn = Promise<AuthenticationResponse, Error>;
-  // What the operations return that have nothing to tell.
+  // Returned by resendValidationEmail, registerDevice and update.
   using Done = Promise<Unit, Error>;
-  // What sendPasswordReset returns.
+  // Returned by sendPasswordReset.
   using PasswordReset = Promise<ForgotPasswordResponse, Error>;
-  // What checkIfValidated returns.
+  // Returned by checkIfValidated.
   using Validated = Promise<ValidatedEmailResponse, Error>;
-  // What profile returns.
+  // Returned by profile.
   using Configuration = Promise<ConfigurationResponse, Error>;
   // \cond
   using Text = std::string_view;

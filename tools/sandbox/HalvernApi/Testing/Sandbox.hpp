@@ -14,7 +14,7 @@ namespace HalvernApi {
 class Audiogram;
 }
 
-// For the tests of applications: the service in miniature, and a mock of its interface.
+// For the tests of applications: an embedded sandbox of the service, and a mock of the client interface.
 namespace HalvernApi::Testing {
 
 // The ten endpoints, in the order of ApiService.
@@ -33,109 +33,111 @@ enum class Operation {
 
 // An answer as the sandbox sends it.
 struct Answer {
-  int status = 200;                                             // any number of three digits
-  std::string body{};                                           // as it is, JSON or not
-  std::string contentType = "application/json; charset=utf-8";  // empty means no such header
-  std::vector<std::pair<std::string, std::string>> headers{};   // names and values, besides those that HTTP asks for
+  int status = 200;                                             // any number with three digits
+  std::string body{};                                           // sent unchanged, JSON or not
+  std::string contentType = "application/json; charset=utf-8";  // empty: the header is not sent
+  std::vector<std::pair<std::string, std::string>> headers{};   // names and values, besides Content-Type and -Length
 };
 
-// What happens to a call instead of, or before, the usual. All of it defaulted is the usual.
+// Changes how the sandbox handles a call. The defaults mean the usual behaviour.
 struct Script {
-  // For `calls`: from now on.
+  // A value for `calls`: no limit.
   static constexpr std::size_t always = static_cast<std::size_t>(-1);
 
   std::chrono::milliseconds delay{0};  // ends early when the sandbox is destroyed
   bool drop = false;                   // closes the connection without an answer
-  std::optional<Answer> answer{};      // sent whatever the request holds, which then has no effect
-  std::size_t calls = 1;               // how many calls it is for
+  std::optional<Answer> answer{};      // sent instead of the usual one; the request is not judged and has no effect
+  std::size_t calls = 1;               // how many calls the script applies to
   bool never = false;                  // keeps the connection open without an answer, until the client closes it
 };
 
 // A request as it arrived.
 struct SeenRequest {
-  std::optional<Operation> operation;                        // absent for everything but the ten endpoints
-  std::string method;                                        // "POST", unless the request is not one of the library's
+  std::optional<Operation> operation;                        // absent if the path is none of the ten endpoints
+  std::string method;                                        // "POST" for the ten operations
   std::string target;                                        // path and query
-  std::vector<std::pair<std::string, std::string>> headers;  // names and values, in their order
-  std::string body;                                          // empty when there is none
+  std::vector<std::pair<std::string, std::string>> headers;  // names and values, in order
+  std::string body;                                          // empty if there is none
 
-  // The value of the first header of that name, whatever its case.
+  // The value of the first header of that name, ignoring case.
   std::optional<std::string> header(std::string_view name) const;
 };
 
-// The web service in miniature, for tests and for trying things out: the ten endpoints on a loopback port, with
-// accounts, tokens and hearing aids held in memory. It judges requests as the real service does, and strictly: what is
-// more, less or other than the service expects is refused. A script can make it misbehave. Every member may be called
-// from any thread.
+// A small version of the web service for tests and experiments: the ten endpoints on a loopback port, with accounts,
+// tokens and hearing aids in memory. It checks requests as the real service does, and strictly: it refuses missing,
+// unknown and wrong fields, and wrong headers. A script can make it misbehave. Every member may be called from any
+// thread.
 //
 //     Sandbox server;
 //     HttpApiService service(server.baseUrl(), {}, server.apiKey());
 //     server.script(Operation::login, {.answer = Answer{.status = 503}});
 //
-// Accounts are made by registering, or by `addAccount`. The Facebook token "sandbox-facebook-token" signs in
-// facebook.user@example.com. The tokens of an account's last 32 sign-ins are good, a refresh token once and for the
-// installation to which it was given.
+// An account is created by registering or by `addAccount`. The Facebook token "sandbox-facebook-token" signs in
+// facebook.user@example.com. The tokens of the last 32 sign-ins of an account are valid. A refresh token is valid once,
+// and only with the app instance id with which it was issued.
 class Sandbox {
  public:
-  // What a sandbox is made with; all fields have defaults.
+  // All fields have defaults.
   struct Options {
-    int port = 0;                                                           // 0 takes a free one
-    std::string apiKey = "sandbox-key";                                     // requests with another get a 401
-    std::chrono::milliseconds accessTokenLifetime = std::chrono::hours(1);  // after which one gets a 401
-    // What the service mails to its users. Called on the sandbox's thread, before the answer goes out: it must not wait
-    // for a call of the sandbox.
+    int port = 0;                                                           // 0 selects a free port
+    std::string apiKey = "sandbox-key";                                     // a request with another key gets a 401
+    std::chrono::milliseconds accessTokenLifetime = std::chrono::hours(1);  // an older token gets a 401
+    // Called with each e-mail that the service sends to a user. Runs on the sandbox's thread before the answer is sent,
+    // so it must not wait for a call to the sandbox.
     std::function<void(const std::string& email, const std::string& text)> mail{};
-    // Whether there is a page for people at `baseUrl()`, with requests below /sandbox/ for scripts: see
-    // docs/sandbox.md. Then only the last 1,000 requests are kept, and 64 KiB of each body.
+    // Serves a web page at `baseUrl()`, and requests for scripts below /sandbox/: see docs/sandbox.md. Then only the
+    // last 1,000 requests are kept, with at most 64 KiB of each body.
     bool page = false;
-    // Draws audiograms for the page, as SVG. Called on the sandbox's thread: it must not call the sandbox.
+    // Draws audiograms for the page, as SVG. Runs on the sandbox's thread: it must not call the sandbox.
     std::function<std::string(const std::vector<Audiogram>& audiograms)> chart{};
   };
 
-  // Serves 127.0.0.1 as soon as it is made. Throws std::runtime_error when the port is taken.
+  // Starts to serve on 127.0.0.1, with default options. Throws std::runtime_error if it cannot listen.
   Sandbox();
-  // As the other.
+  // Starts to serve on 127.0.0.1. Throws std::runtime_error if it cannot listen, for example if the port is in use.
   explicit Sandbox(Options options);
-  // Ends every connection, answered or not, without waiting for anybody but `Options::mail`, should that be running.
+  // Closes all connections, even if calls are not answered yet. Waits only for `Options::mail` or `Options::chart`, if
+  // one of them is running.
   ~Sandbox();
   Sandbox(const Sandbox&) = delete;
   Sandbox& operator=(const Sandbox&) = delete;
 
-  // On 127.0.0.1.
+  // The port on 127.0.0.1.
   int port() const;
-  // For HttpApiService: http, and without a slash at the end.
+  // For HttpApiService: an http URL without a slash at the end.
   std::string baseUrl() const;
   // For HttpApiService.
   const std::string& apiKey() const;
 
-  // An account whose e-mail address is confirmed; replaces one of the same address.
+  // Adds an account with a confirmed e-mail address. Replaces an account with the same address.
   void addAccount(const std::string& email, const std::string& password);
-  // Lets `token` sign in, under an account that is made when there is none yet.
+  // Makes `token` a Facebook token that signs in to this account. The sign-in creates the account if it does not exist.
   void allowFacebookToken(const std::string& token, const std::string& email);
-  // What the link in the confirmation e-mail does. False for an unknown address.
+  // Does the same as the link in the confirmation e-mail. Returns false for an unknown address.
   bool confirmEmail(const std::string& email);
-  // The link in the last confirmation e-mail. Absent for an unknown address.
+  // The link in the confirmation e-mail. Absent for an unknown address.
   std::optional<std::string> confirmationLink(const std::string& email) const;
-  // Makes every access token given out so far one that is refused; refresh tokens stay good.
+  // Makes all access tokens that were issued so far expire. Refresh tokens stay valid.
   void expireAccessTokens();
 
-  // Scripts of one operation are used in the order in which they were given, each for its number of calls.
+  // Adds a script. The scripts of one operation apply in the order in which they were added, each to its number of
+  // calls.
   void script(Operation operation, Script script);
-  // Replaces all scripts of one operation by this one; one with `calls` 0 only removes them.
+  // Replaces all scripts of one operation. A script with `calls` 0 only removes them.
   void arm(Operation operation, Script script);
-  // Forgets all scripts and all requests seen. Accounts and tokens stay.
+  // Removes all scripts and all requests seen. Accounts and tokens stay.
   void reset();
-  // Forgets accounts, tokens and e-mails, too: the sandbox is as it was made.
+  // Also removes accounts, tokens and e-mails: restores the initial state.
   void resetAll();
 
-  // All requests, in the order of arrival. A request is here before it is answered.
+  // All requests in the order of arrival. A request is listed before it is answered.
   std::vector<SeenRequest> seen() const;
-  // Those of one operation.
+  // The requests of one operation.
   std::vector<SeenRequest> seen(Operation operation) const;
-  // Blocks until at least `count` requests of that operation have been seen; false on time-out.
+  // Blocks until at least `count` requests of that operation have been seen. Returns false on timeout.
   bool waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const;
-  // How many connections were opened since the start. With a page, those on which a call or another request arrived
-  // that is not the page's.
+  // The number of connections since the start. With a page, only those on which a request arrived that is not for the
+  // page.
   std::size_t connections() const;
 
  private:
