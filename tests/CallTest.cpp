@@ -1,5 +1,4 @@
-// What the operations send, what they and the promises make of an answer, how every failure becomes an Error, and what
-// is told of calls meanwhile.
+// Tests what the operations send, how answers are decoded, how failures become Errors, promises, and log lines.
 #include <boost/json/serialize.hpp>
 
 #include "HalvernApi/Platform/Alamofire/AcceptLanguage.hpp"
@@ -14,14 +13,14 @@ using namespace ::testing;
 using Tests::Answer;
 using Token = std::optional<std::string>;
 
-// Asked for once in a process, at the first request.
+// The library reads the locale settings once per process, at the first request.
 [[maybe_unused]] const int language = ::setenv("LANGUAGE", "sv", 1) + ::setenv("LC_ALL", "sv_SE.UTF-8", 1);
 
 TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
   ScriptedServer server({json(R"({"isSuccessful":true,"isEmailConfirmed":false,"accessToken":"at","refreshToken":"rt",)"
                               R"("sex":"NotKnown","email":"a@b.c","result":true,"leftConfiguration":"AQID"})")});
   const AuthenticationResponse signIn(true, false, "at", "rt", std::nullopt, Sex::unknown, "a@b.c");
-  HttpApiService api(server.url() + "/", {}, "the key");  // the URL as it is: two slashes
+  HttpApiService api(server.url() + "/", {}, "the key");  // the path is appended unchanged: two slashes
   const auto expect = [&](const auto& promise, const auto& result, const std::string& path, const Token& accessToken,
                           const std::string& body) {
     EXPECT_EQ(promise.get(), result) << path;
@@ -37,7 +36,7 @@ TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
       headers.emplace_back(name, *SessionManager::defaultHTTPHeaders().find(name));
     if (!body.empty()) headers.emplace_back("Content-Type", "application/json");
     if (accessToken) headers.emplace_back("Access-Token", *accessToken);
-    EXPECT_THAT(received.headers, UnorderedElementsAreArray(headers)) << path;  // and no other, above all no "Expect"
+    EXPECT_THAT(received.headers, UnorderedElementsAreArray(headers)) << path;  // no others, in particular no "Expect"
   };
   expect(api.login("a@b.c", "pä\"ß", "id", ""), signIn, "login", {},
          R"({"email":"a@b.c","password":"pä\"ß","appInstanceId":"id","appInstanceName":""})");
@@ -54,7 +53,7 @@ TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
          R"({"appInstanceId":"id","hardwareVersion":"h","firmwareVersion":"f","productName":"Aid",)"
          R"("orientation":"Right","tube":"t","serialNumber":null})");
   expect(api.registerDevice("", "", "s", "", "", "", DeviceOrientation::left, ""), Unit(), "register-hearing-aid",
-         "",  // an empty token is a token
+         "",  // an empty token is sent
          R"({"appInstanceId":"","hardwareVersion":"","firmwareVersion":"","productName":"","orientation":"Left",)"
          R"("tube":"","serialNumber":"s"})");
   const DeviceOrientation right = DeviceOrientation::right;
@@ -116,7 +115,7 @@ class PartialFake final : public HttpApiService {
   }
 };
 
-// Throws, or changes the URL where there are no parameters.
+// Throws if there are parameters, otherwise makes the URL invalid.
 struct FaultyEncoding final : ParameterEncoding {
   std::optional<NSError> encode(URLRequest& request, const std::optional<JsonObject>& parameters) const override {
     if (parameters) throw 1;
@@ -145,7 +144,7 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
         outcomeOf(request<Unit>(session, server.url(), HTTPMethod::get, parameters, FaultyEncoding(), {}, {}, {})),
         parameters ? "unknownNSError Alamofire.AFError 1" : "unknownNSError Alamofire.AFError 0");
   ScriptedServer headers({text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n")});
-  EXPECT_EQ(outcomeOf(call(session, headers.url(), "x", HTTPMethod::head)), notJson);  // waits for no body
+  EXPECT_EQ(outcomeOf(call(session, headers.url(), "x", HTTPMethod::head)), notJson);  // does not wait for a body
   EXPECT_FALSE(headers.requests().at(0).header("Content-Type"));
   PartialFake fake(server.url(), {}, "key");
   EXPECT_EQ(outcomeOf(static_cast<ApiService&>(fake).resendValidationEmail("token")), "notAuthorized");
@@ -163,7 +162,8 @@ TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
         EXPECT_EQ(fetch(session, server->url() + target + "#fragment").get(), Unit());
         EXPECT_EQ(server->requests().back().line(), "GET " + target);
       }
-  EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")), "network NSURLErrorDomain -1004");  // as text, to libcurl
+  EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")),
+            "network NSURLErrorDomain -1004");  // as text, to libcurl
 }
 
 using Number = Promise<int, std::string>;
@@ -201,7 +201,7 @@ TEST(Promises, OfAnyLengthOfChainCostNoStack) {
   boost::intrusive_ptr<Number::State> state(new Number::State(nullptr));
   Number unsettled(state);
   for (int level = 0; level < depth; ++level) unsettled = unsettled.map(same);
-  // The same for handlers that add tasks to a queue which runs them inside `async`.
+  // The same holds for handlers on a queue that runs tasks inside `async`.
   const auto queue = Foundation::CompletionQueue::on(std::make_shared<InlineQueue>());
   int level = 0;
   std::function<void()> addNext = [&] {
@@ -240,11 +240,11 @@ TEST(Coroutines, GoOnOnTheCompletionQueueUnlessTheyAreDestroyedWhileTheyWait) {
   EXPECT_EQ(thread.promise().get(), queue);
   callTwice(service, thread).handle.destroy();
   server.release();
-  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(), queue);  // behind the coroutine's turn
+  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(), queue);  // runs after the coroutine has been resumed
   EXPECT_EQ(server.requests().size(), 5);
 }
 
-// What an answer alone decides is among what is asked of the secrets.
+// The rules that depend only on the answer are tested in SecurityTest.cpp, with the corpus.
 TEST(Error, IsMadeByTheFirstRuleThatApplies) {
   const NSError late{std::string(NSURLErrorDomain), -1001, "too late"}, down{std::string(NSPOSIXErrorDomain), 100, ""};
   const NSError other{"Alamofire.AFError", 3, "not acceptable"};
@@ -296,7 +296,7 @@ TEST(Failure, ThatNeverReachesAServerNamesItsReason) {
       EXPECT_EQ(outcomeOf(HttpApiService(url, {}, "key").resendValidationEmail("token")), expected) << url;
 }
 
-// Sets the hook before main, and again when the process ends.
+// Sets the hook before main, and resets it when the process ends.
 class HookOfTheProcess final : public ::testing::Environment {
  public:
   HookOfTheProcess() {
@@ -313,7 +313,7 @@ class LogLines : public Test {
     Environment::log = [this](const std::string& line) { lines.push_back(line); };
   }
   ~LogLines() override { Environment::log = nullptr; }
-  std::vector<std::string> lines;  // one call at a time: nothing else reads or writes it meanwhile
+  std::vector<std::string> lines;  // needs no mutex: only one call is made at a time
 };
 
 TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
@@ -367,7 +367,7 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
       const auto plain = session->request(server.url(), HTTPMethod::get, {}, JSONEncoding::default_(), {});
       const auto kept = plain->responseJsonDecodePromise<Unit>([](const JsonValue&) { return Unit(); });
       ASSERT_TRUE(server.awaitRequests(2));
-      EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // when the others' parts have been read, too
+      EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other parts have been read before this
       if (end == cancelling) logged.cancel(), kept.cancel();
       if (end == destroying) session = nullptr;
       EXPECT_EQ(outcomeOf(logged), end == silence ? timedOut : cancelled);
@@ -392,7 +392,7 @@ TEST_F(LogLines, HideThePartOfAUrlThatMayBeAPassword) {
 }
 
 TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
-  for (const bool before : {false, true}) {  // there when the call begins, or when it ends
+  for (const bool before : {false, true}) {  // the hook is set when the call begins, or when it ends
     ScriptedServer server({heldAnswer});
     HttpApiService service(server.url(), {}, "key");
     if (before) listen();

@@ -1,4 +1,4 @@
-// Reading and writing JSON: primitives, records, enumerations, dates, and what is said of data that are wrong.
+// Tests reading and writing JSON: primitives, records, enumerations, dates, and the messages for invalid data.
 #include <openssl/evp.h>
 
 #include <bit>
@@ -48,7 +48,7 @@ TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
   EXPECT_EQ(JsonCodec<double>::decodeJson(9223372036854775808u), 9223372036854775808.0);
 }
 
-// Reads the text, and writes the same again.
+// Expects that the decoded text is encoded as the same text.
 template <class Record>
 Record expectText(std::string_view text) {
   const auto record = Record::decodeJson(*Statham::parseJson(text)).value();
@@ -105,12 +105,12 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
   EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"more":0})"), "none");
   EXPECT_EQ(faultsOf<ValidatedEmailResponse>("true"), "expected Object, found boolean");
   const auto many = JsonCodec<std::vector<bool>>::decodeJson(boost::json::array(2000));
-  EXPECT_EQ(many.error().elementErrors().size(), 1000);  // and no more, however many there are
+  EXPECT_EQ(many.error().elementErrors().size(), 1000);  // the limit
   const auto nested = Audiogram::decodeJson(parsed(R"({"orientation":"left","values":[{"frequency":1}]})"));
   EXPECT_EQ(*nested.error().at("orientation"), JsonDecodeError::wrongEnumRawValue("left", "DeviceOrientation"));
   EXPECT_EQ(nested.error().at("values")->elementErrors().at(0).error,
             JsonDecodeError::structErrors("FrequencyVolumePair", {{"volume", JsonDecodeError::missingKey()}}));
-  boost::json::monotonic_resource memory;  // which a fault may outlive
+  boost::json::monotonic_resource memory;  // the fault may outlive it
   const auto fault = Sex::decodeJson(boost::json::parse(R"(["a text that takes memory"])", &memory));
   EXPECT_NE(fault.error().value()->storage().get(), &memory);
 }
@@ -132,7 +132,7 @@ TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
   const auto listOf = [](const std::string& element) { return '[' + repeat(element + ',', 999) + element + ']'; };
   const std::string longText(20'000, 'x');
   const std::vector<std::pair<std::string, std::size_t>> rows = {
-      // and what its values take at least
+      // a lower limit for the memory of its values
       {listOf("0"), 24'000},
       {listOf("[0,1,2,3,4,5,6,7,8,9]"), 264'000},
       {listOf("[[[[0]]]]"), 200'000},
@@ -178,7 +178,7 @@ TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
     EXPECT_EQ(left(text.c_str()), bytes(data)) << text;
     EXPECT_EQ(ConfigurationResponse({}, text.c_str()).rightData(), bytes(data)) << text;
   }
-  EXPECT_EQ(left("AR=="), bytes("\1"));  // unused bits
+  EXPECT_EQ(left("AR=="), bytes("\1"));  // nonzero unused bits
   EXPECT_EQ(left("AQJ="), bytes("\1\2"));
   EXPECT_EQ(ConfigurationResponse("AQID", {}).rightData(), std::nullopt);
   for (const std::string& text : split("AQI|AQ|A===|====|AQ=I|AQ==AQID|AQ ID|AQID\n|AQI\nDBAU|-_-_"))
@@ -208,7 +208,7 @@ TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
   for (const double value : doubles) {
     const std::string text = bodyOf(value);
     EXPECT_EQ(text.find_first_of("eE") == std::string::npos, std::isfinite(value)) << text;
-    if (!std::isfinite(value)) continue;  // refused
+    if (!std::isfinite(value)) continue;  // JSON cannot contain it
     const auto read = JsonCodec<double>::decodeJson(Statham::parseJson(text)->at("v"));
     EXPECT_EQ(std::bit_cast<std::uint64_t>(read.value()), std::bit_cast<std::uint64_t>(value)) << text;
   }
@@ -242,14 +242,14 @@ TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
                         {"UTC", "0001-01-01T00:00:00", -62135596800},
                         {"UTC", "294247-01-10T04:00:53", 9223372036853},
                         {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},
-                        {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800},  // repeated
+                        {"EST5EDT,M3.2.0,M11.1.0", "2024-11-03T01:30:00", 1730611800},  // occurs twice
                         {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"}}) {
     ::setenv("TZ", row.zone, 1);
     const std::chrono::sys_seconds time{std::chrono::seconds(row.sinceEpoch)};
     EXPECT_EQ(decodeDate(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
     EXPECT_EQ(encodeDate(time + std::chrono::milliseconds(999)), row.written) << row.zone;
   }
-  ::unsetenv("TZ");  // and so the system's
+  ::unsetenv("TZ");  // selects the system's zone
   const std::string written = encodeDate(std::chrono::sys_seconds());
   const std::time_t epoch = 0;
   ::tzset();
@@ -262,14 +262,14 @@ TEST_F(Dates, AgreeWithTheCalendarOfTheCLibrary) {
     ::setenv("TZ", zone.c_str(), 1);
     std::mt19937_64 random;
     std::uniform_int_distribution<std::time_t> anyTime(-30000000000, 9223372036853);
-    for (std::time_t time = 1293840000; time < 1325500000; time += 1801)  // a year with all its changes
+    for (std::time_t time = 1293840000; time < 1325500000; time += 1801)  // a year with all changes of the clocks
       for (const std::time_t seconds : {time, anyTime(random)}) {
         const Date date = std::chrono::sys_seconds(std::chrono::seconds(seconds));
         std::ostringstream text;
         text << std::put_time(std::localtime(&seconds), "%Y-%m-%dT%H:%M:%S");
         ASSERT_EQ(encodeDate(date), text.str()) << zone << seconds;
         const Date read = decodeDate(JsonValue(text.str())).value();
-        ASSERT_LE(read, date) << zone << seconds;  // the earlier of two
+        ASSERT_LE(read, date) << zone << seconds;  // the earlier one if there are two
         ASSERT_EQ(encodeDate(read), text.str()) << zone << seconds;
       }
   }

@@ -1,4 +1,4 @@
-// Runs the program as a shell, a person at a terminal and a clinician would, against a sandbox in this process.
+// Runs the program against a sandbox in this process, in scripts and in a terminal.
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
@@ -106,7 +106,7 @@ TEST_F(HalvernTest, SaysWhatACallCameTo) {
       {"h $LOGIN $PASSWORD", 5, "", "404", {.answer = Answer{.status = 404}}},
       {"h $LOGIN $PASSWORD >/dev/full", 6, "", "cannot write to standard output"},
       {"h $LOGIN $PASSWORD --json >&-", 6, "", "cannot write to standard output"},
-      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "cannot write"},
+      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "to standard"},
       {"h chart points.json --chart x.png", 2, "^$", "only SVG"},
       {"h chart points.json --chart - | cmp - $CHARTS/points.svg", 0, "^$", "^$"},
       {"(printf '\\xEF\\xBB\\xBF'; cat points.json) | h chart --check -", 0, "^$", "^$"},
@@ -133,7 +133,8 @@ TEST_F(HalvernTest, SaysWhatACallCameTo) {
   }
 }
 
-// What a terminal shows while a person waits for words and types keys.
+// Runs a command in a terminal. When the screen shows the text of a turn, types its keys. Returns all that was shown,
+// whether echo is on, and the exit status or signal.
 std::string talk(const std::string& command, const std::vector<std::pair<std::string, std::string>>& turns) {
   int terminal = -1;
   if (forkpty(&terminal, nullptr, nullptr, nullptr) == 0) {
@@ -196,14 +197,14 @@ TEST_F(HalvernTest, BehavesInATerminal) {
   }
 }
 
-// After a change that is meant, look at the charts and keep them: see CONTRIBUTING.md.
+// If the charts change intentionally, look at the new ones and store them: see CONTRIBUTING.md.
 TEST_F(HalvernTest, DrawsTheChartsThatWereLookedAt) {
   ASSERT_EQ(std::system("$HALVERN chart points.json --chart points.svg >points.txt"), 0);
   for (const char* chart : {"points.svg", "points.txt"})
     EXPECT_EQ(contents(chart), contents((std::string(HALVERN_CHARTS "/") + chart).c_str()));
 }
 
-// In bash, what stands after the words of a command line when Tab is pressed.
+// The completions that bash offers after the words of a command line.
 TEST_F(HalvernTest, CompletesOptionsTextsAndFiles) {
   const std::pair<const char*, const char*> cases[] = {
       {"lo", "login"},

@@ -1,4 +1,4 @@
-// That the sandbox refuses, by a reading of its own, what the library must not send.
+// Tests that the sandbox, which does not use the library's codecs, refuses what the library must not send.
 #include <sys/resource.h>
 
 #include "HalvernApi/Testing/Sandbox.hpp"
@@ -9,7 +9,7 @@ namespace {
 
 using Testing::Operation;
 
-// Sends a body and headers as they are.
+// Sends a body and headers unchanged.
 struct FixedBody final : ParameterEncoding {
   FixedBody(const std::string& theBody, const std::string& theType, const std::string& accepted)
       : body(theBody), contentType(theType), accept(accepted) {}
@@ -22,7 +22,7 @@ struct FixedBody final : ParameterEncoding {
   const std::string body, contentType, accept;
 };
 
-// Sends bytes over a connection of its own and returns all that the server sends until it closes the connection.
+// Sends bytes over a new connection. Returns all bytes that the server sends until it closes the connection.
 std::string exchange(int port, const std::string& sent) {
   boost::asio::ip::tcp::iostream stream("127.0.0.1", std::to_string(port));
   stream.expires_after(10s);
@@ -52,7 +52,7 @@ TEST(Sandbox, AnswersAtExitUntilItIsDestroyed) {
         if (!exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 ")) std::_Exit(1);
       }
     };
-    static const Caller caller;  // destroyed after all that the first call makes
+    static const Caller caller;  // destroyed after all static objects that the first call creates
     (void)exchange(sandbox.port(), post + "\r\n");
     std::exit(0);
   });

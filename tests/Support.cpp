@@ -96,7 +96,7 @@ Identity::Identity(const Terms& terms) : channels(SSL_CTX_new(TLS_server_method(
   X509_sign(x509, key.get(), EVP_sha256());
   SSL_CTX_use_certificate(channels.get(), x509);
   SSL_CTX_use_PrivateKey(channels.get(), key.get());
-  SSL_CTX_set_security_level(channels.get(), 0);  // lets old protocols be spoken at all
+  SSL_CTX_set_security_level(channels.get(), 0);  // allows old protocols
   SSL_CTX_set_max_proto_version(channels.get(), terms.newestProtocol);
   if (::mkdtemp(directory.data()) == nullptr) throw std::runtime_error("no temporary directory");
   const std::shared_ptr<std::FILE> pem(std::fopen(file().c_str(), "w"), &std::fclose);
@@ -116,7 +116,7 @@ std::string Identity::pin() const {
 
 }  // namespace HalvernApi::Tests
 
-// Takes the place of the C library's for libcurl, too.
+// Replaces the function of the C library, also for libcurl.
 extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
   using namespace HalvernApi::Tests;
   static auto* const original = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
@@ -133,9 +133,9 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   return EAI_NONAME;
 }
 
-// For ThreadSanitizer: the session needs a thread even to fail in the child of a fork.
+// ThreadSanitizer: allows threads in the child of a fork. The session needs one even to fail there.
 extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
 
-// For LeakSanitizer: the child of a fork has the memory of all threads, but only one of them.
+// LeakSanitizer: skips the child of a fork. It has the memory of all threads, but only one thread to refer to it.
 static const pid_t startedAs = ::getpid();
 extern "C" int __lsan_is_turned_off() { return ::getpid() != startedAs; }

@@ -1,5 +1,5 @@
-// What the tests share: servers that answer by a script, places where calls get stuck, queues of an application, and
-// what the process holds of the system. Every member may be called from any thread.
+// Shared by the tests: scripted servers, servers that stall calls, queues of an application, and the resources of the
+// process. Every member may be called from any thread.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -24,7 +24,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Testing::Step;
 
-// How many times longer than usual things may take, and how much more memory: under a sanitizer, say.
+// The factor by which time and memory limits grow under a sanitizer.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int slack = 10;
 #elif defined(__has_feature)
@@ -33,14 +33,14 @@ constexpr int slack = __has_feature(thread_sanitizer) || __has_feature(address_s
 constexpr int slack = 1;
 #endif
 
-// Slack, times how many run where one can: others may be busy on this machine.
+// `slack` times the load per processor, because other processes may be busy on this machine.
 inline double slowness() {
   double load = 0;
   ::getloadavg(&load, 1);
   return slack * std::max(1.0, load / std::max(1U, std::thread::hardware_concurrency()));
 }
 
-// Whether `condition` comes to hold within twenty seconds.
+// Waits until `condition` is true. Returns false after twenty seconds.
 template <class Condition>
 [[nodiscard]] bool eventually(Condition condition) {
   const auto deadline = Clock::now() + 20s;
@@ -57,8 +57,8 @@ inline std::set<std::string> entries(const char* directory) {
   return names;
 }
 
-// The descriptors and threads of the process, by name: a thread that was joined may be listed a little longer, and must
-// not make up for one that is left behind.
+// The names of the open descriptors and of the threads of the process. Names, not counts: a thread that was joined may
+// be listed a little longer, and must not hide a thread that was not joined.
 struct ProcessResources {
   std::set<std::string> descriptors = entries("/proc/self/fd");
   std::set<std::string> threads = entries("/proc/self/task");
@@ -87,11 +87,11 @@ inline std::string repeat(const std::string& piece, int times) {
   return whole;
 }
 
-// A call to any URL; with a body that holds `text`, when there is one.
+// Makes a call to any URL. If there is a `text`, the body contains it.
 Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text = {},
                           HTTPMethod method = HTTPMethod::post);
 
-// What a call comes to, in words: "success", "network NSURLErrorDomain -1004", "validationError too short".
+// The outcome of a call as text: "success", "network NSURLErrorDomain -1004", "validationError too short".
 inline std::string wordsFor(const Error& error) {
   constexpr std::array cases = {"network", "unknownNSError", "validationError", "unknownJsonData", "notAuthorized"};
   std::string words = cases.at(static_cast<std::size_t>(error.code()));
@@ -106,11 +106,11 @@ std::string outcomeOf(const Promise<T, Error>& promise) {
   return result ? "success" : wordsFor(result.error());
 }
 
-// What happens after one request. The connection stays open for the next one unless a step ends it.
+// The steps after one request. Then the connection stays open for the next request, unless a step ends it.
 using Answer = std::vector<Step>;
 
 inline Answer text(std::string bytes) { return {{Step::send, std::move(bytes)}}; }
-// An ordinary answer in one piece. An empty content type stands for no such header.
+// A complete answer, sent in one piece. An empty content type means that the header is not sent.
 inline Answer http(int status, const std::string& contentType, const std::string& body) {
   return text(serialize(Testing::Answer{.status = status, .body = body, .contentType = contentType}));
 }
@@ -123,17 +123,17 @@ struct Received : Testing::SeenRequest {
   std::string line() const { return raw.substr(0, raw.find(" HTTP/1.1\r")); }
 };
 
-// A server on a free port of 127.0.0.1. Answers requests in the order of their arrival, whichever connection they come
-// over; the last answer also serves all further ones. Keeps what it received.
+// A server on a free port of 127.0.0.1. Uses the answers in the order in which requests arrive, over any connection;
+// the last answer is repeated. Keeps the requests.
 class ScriptedServer {
  public:
-  // Connections speak TLS where there is a context for it, and begin with the greeting.
+  // Uses TLS if `tls` is not null. Every connection begins with the steps of `greeting`.
   explicit ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls = nullptr, Answer greeting = {});
 
   std::string authority() const { return "127.0.0.1:" + std::to_string(server_.port()); }
   std::string url() const { return scheme_ + authority(); }
   void release() { server_.release(); }
-  // False when fewer have arrived, or been closed by the server, after ten seconds.
+  // Wait until so many requests have arrived, or connections been closed by the server. Return false after ten seconds.
   [[nodiscard]] bool awaitRequests(std::size_t count);
   [[nodiscard]] bool awaitClosed(std::size_t count) const { return server_.awaitClosed(count); }
   std::vector<Received> requests() const;
@@ -144,36 +144,36 @@ class ScriptedServer {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Received> requests_;
-  Testing::Server server_;  // ends before what its handler uses
+  Testing::Server server_;  // last, so that it is destroyed first: its handler uses the other members
 };
 
-// Reads nothing from its connections. The system makes them, as long as there is room.
+// A listening socket that reads nothing. The system accepts connections until the backlog is full.
 struct Listener {
-  // One that is full has no room. Port 0 takes a free one.
+  // If `full`, the backlog is full from the start. Port 0 selects a free port.
   explicit Listener(bool full, const char* address = "127.0.0.1", int port = 0);
   std::string url() const { return "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port()); }
-  bool receives();  // whether the first connection has sent anything
+  bool receives();  // whether bytes have arrived on the first connection
 
   boost::asio::io_context context;
   boost::asio::ip::tcp::acceptor acceptor{context};
-  boost::asio::ip::tcp::socket peer{context};  // takes the only place of one that is full
+  boost::asio::ip::tcp::socket peer{context};  // if full, occupies the only place in the backlog
 };
 
-// "blocked.example" is looked up as long as this holds, and then does not exist, like every name in these tests but
-// "two.example", which is 127.0.0.2 and 127.0.0.1.
+// While this is true, a lookup of "blocked.example" blocks. "two.example" has the addresses 127.0.0.2 and 127.0.0.1.
+// All other names, and "blocked.example", do not exist.
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
 inline std::atomic<int> lookups = 0;  // of "two.example"
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
 
-// Stalls calls at one stage: at waiting and receiving, that many; it answers all later ones.
+// Stalls calls at one stage. At waiting and receiving, it stalls the first `calls` and answers later ones.
 class StallingServer {
  public:
   StallingServer(Stage stage, std::size_t calls);
   ~StallingServer();
   const std::string& url() const { return url_; }
-  // Waits until so many calls are at the stage: one, if they look up or send. Does not wait for those that connect.
+  // Waits until so many calls have reached the stage: only for one at lookingUp and sending, for none at connecting.
   [[nodiscard]] bool awaitCalls(std::size_t calls);
 
  private:
@@ -199,18 +199,18 @@ class InlineQueue final : public DispatchQueue {
   void async(std::function<void()> task) override { task(); }
 };
 
-// A session's own, which is null, and an application's.
+// Null, which selects the session's own queue, and queues of an application.
 inline std::vector<std::shared_ptr<DispatchQueue>> queues() {
   return {nullptr, std::make_shared<PoolQueue>(1), std::make_shared<PoolQueue>(4), std::make_shared<InlineQueue>()};
 }
 
-// A certificate that signs itself, for servers, and the file with which clients trust it.
+// A self-signed certificate for servers, and the file with which clients trust it.
 struct Identity {
   struct Terms {
     std::string address = "127.0.0.1";
-    int firstDay = -1;  // counted from today
+    int firstDay = -1;  // relative to today
     int lastDay = 1;
-    int newestProtocol = 0;  // a number of OpenSSL's; 0 means no limit
+    int newestProtocol = 0;  // a version constant of OpenSSL; 0 means no limit
   };
   explicit Identity(const Terms& terms);
   Identity() : Identity(Terms()) {}
@@ -218,12 +218,13 @@ struct Identity {
   std::string file() const { return directory + "/authority.pem"; }
   std::string pin() const;  // for URLSessionConfiguration::pinnedPublicKeys
 
-  // Goes with this, and what is in it.
+  // Removed with its content by the destructor.
   std::string directory = std::filesystem::temp_directory_path() / "halvernapi-XXXXXX";
   std::shared_ptr<ssl_ctx_st> channels;
 };
 
-// What a child of a fork comes to that does this: its exit status, or the number of a signal, negative.
+// Runs `inChild` in a forked child. Returns the exit status of the child, or the negative number of the signal that
+// ended it.
 template <class F>
 int statusOfChild(F inChild) {
   const pid_t child = ::fork();
@@ -236,7 +237,7 @@ int statusOfChild(F inChild) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-// Runs it in a process of its own, which has to end with the status 0.
+// Runs `inChild` in a new process, and expects that the process ends with status 0.
 template <class F>
 void expectCleanExit(F inChild) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

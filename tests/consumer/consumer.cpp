@@ -1,5 +1,4 @@
-// An application: signs in to the service at the base URL and with the API key of its arguments, through the proxy that
-// may follow.
+// An application. Signs in to a service. Arguments: base URL, API key and, optionally, the URL of a proxy.
 #include <HalvernApi/HalvernApi.hpp>
 #include <iostream>
 
@@ -13,7 +12,7 @@ int main(int argc, char** argv) {
     std::cerr << answer.error() << '\n';
     return 1;
   }
-  // Reading the record once more takes templates and the JSON library into the application.
+  // Decodes the record again, so that the application itself uses templates and the JSON library.
   const auto copy = HalvernApi::AuthenticationResponse::decodeJson(answer->encodeJson());
   return copy == *answer && copy->email() == "ada@example.com" ? 0 : 1;
 }

@@ -1,5 +1,5 @@
-// Runs the program of its arguments with the base URL and the API key of an embedded service appended to them, and
-// succeeds when that has signed in.
+// service PROGRAM [ARGUMENT...]: runs the program with the base URL and the API key of an embedded service as
+// additional arguments. Succeeds if the program has signed in.
 #include <HalvernApi/Testing/Sandbox.hpp>
 #include <cstdlib>
 

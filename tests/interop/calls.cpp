@@ -1,6 +1,6 @@
-// calls URL AUTHORITY-FILE COUNT IN-FLIGHT BODY-BYTES [PROXY-URL]: makes COUNT calls, IN-FLIGHT at a time, each over
-// its own URL, "URL?call=NUMBER". Prints on standard error one line a call, "NUMBER OUTCOME", and the CPU time of the
-// process in seconds, "cpu SECONDS".
+// calls URL AUTHORITY-FILE COUNT IN-FLIGHT BODY-BYTES [PROXY-URL]: makes COUNT calls, IN-FLIGHT at a time, each to its
+// own URL, "URL?call=NUMBER". Prints on standard error a line "NUMBER OUTCOME" for each call, and the CPU time of the
+// process as "cpu SECONDS".
 #include <ctime>
 #include <iostream>
 #include <sstream>

@@ -1,5 +1,5 @@
-// What happens to calls, handlers and threads when calls are cancelled, owners go, the process exits or forks, and
-// where handlers run.
+// Tests what happens to calls, handlers and threads when calls are cancelled, objects are destroyed, or the process
+// exits or forks, and where handlers run.
 #include <malloc.h>
 
 #include <ctime>
@@ -14,10 +14,10 @@ namespace {
 auto soon() { return 100ms * slowness(); }
 
 constexpr auto stages = {Stage::lookingUp, Stage::connecting, Stage::sending, Stage::waiting, Stage::receiving};
-constexpr std::size_t largeBody = 8 << 20;  // more than the system takes of one that nobody reads
+constexpr std::size_t largeBody = 8 << 20;  // more than the socket buffers hold
 
 TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
-  std::thread([] {}).join();  // a sanitizer may add one of its own to the first
+  std::thread([] {}).join();  // a sanitizer may start a thread of its own with the first one
   for (const Stage stage : stages)
     for (const std::size_t calls : {1UL, 6UL, 1000UL}) {
       SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", calls " << calls);
@@ -36,8 +36,8 @@ TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
         const std::clock_t busy = std::clock();
         session.reset();
         EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 10 * slack);
-        EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // where others are busy, too
-        EXPECT_TRUE(!queue || settled == calls);  // run by the session's thread, which has been joined
+        EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // others may be busy
+        EXPECT_TRUE(!queue || settled == calls);  // they ran on the session's thread, which has been joined
         for (const auto& promise : promises) EXPECT_EQ(outcomeOf(promise.finally([&] { ++settled; })), cancelled);
         EXPECT_TRUE(eventually([&] { return settled == 2 * calls; }));
       }
@@ -70,14 +70,14 @@ TEST(LastReference, ToServiceSessionOrPromiseMayGoInAHandler) {
     }
 }
 
-// With a service that is younger than the library's first thread.
+// Uses a service that was created after the first thread of the library.
 void exitWithACallPending(std::size_t whichQueue, bool insideAHandler) {
   static ScriptedServer server({json("{}"), {{Step::hold}}});
-  static const auto& kept = *new auto(queues());  // their threads run until the process is gone
+  static const auto& kept = *new auto(queues());  // never destroyed: their threads run until the process ends
   (void)HttpApiService(server.url(), {}, "key").resendValidationEmail("token").get();
   static HttpApiService service(server.url(), {.completionQueue = kept[whichQueue]}, "key");
   const auto leave = [] {
-    std::shared_ptr<void> held(nullptr, [](void*) { std::_Exit(4); });  // what may be gone before threads are
+    std::shared_ptr<void> held(nullptr, [](void*) { std::_Exit(4); });  // must not be destroyed at exit
     service.resendValidationEmail("token").finally([held = std::move(held)] { std::_Exit(3); });
     if (server.awaitRequests(2)) std::exit(0);
   };
@@ -115,7 +115,7 @@ TEST(ProcessExit, CancelsCallsBegunAfterIt) {
     if (outcomeOf(service.resendValidationEmail("token")) != "success") std::_Exit(4);
     static HttpApiService& stuck = *new HttpApiService(server.url(), {}, "key");
     stuck.resendValidationEmail("not a\ntoken").finally([] {
-      for (;;) ::pause();  // exit waits for a second
+      for (;;) ::pause();  // exit waits for it, at most a second
     });
     std::thread([] {
       for (;;) (void)service.resendValidationEmail("token").get();
@@ -133,13 +133,13 @@ TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
     service.resendValidationEmail("not a\ntoken").finally([] {
       blocks = true;
       (void)service.resendValidationEmail("token").get();
-      std::this_thread::sleep_for(200ms);  // work, while the process exits
+      std::this_thread::sleep_for(200ms);  // the handler still works while the process exits
       done = true;
     });
     service.resendValidationEmail("token").finally([] { std::_Exit(3); });
     if (!eventually([] { return blocks.load(); }) || !stalling.awaitCalls(2)) std::_Exit(4);
     static HttpApiService& other = *new HttpApiService("", {}, "key");
-    (void)other.resendValidationEmail("token").get();  // on the thread that runs the next handler
+    (void)other.resendValidationEmail("token").get();  // starts the thread that runs the next handler
     other.resendValidationEmail("token").finally([] { std::exit(4); });
     for (;;) ::pause();
   });
@@ -157,16 +157,16 @@ TEST(ProcessExit, WaitsForNoHandlerThatIsOverAndLeavesNothingForALeakCheckerToFi
     static std::atomic<bool> handled = false;
     const auto call = service.resendValidationEmail("token").finally([] { handled = true; });
     if (outcomeOf(call) != "success" || !eventually([] { return handled.load(); })) std::_Exit(4);
-    server.reset();  // its thread would use OpenSSL while that goes
+    server.reset();  // its thread would use OpenSSL during its cleanup
     start = Clock::now();
-    std::exit(0);  // where a leak checker looks
+    std::exit(0);  // runs the leak checker
   });
 }
 
 TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   const auto addOne = [] { return Promise<int, Unit>::resolved(1).map([](int one) { return one + 1; }).get().value(); };
   EXPECT_EQ(addOne(), 2);
-  EXPECT_EQ(statusOfChild(addOne), 2);  // without a session
+  EXPECT_EQ(statusOfChild(addOne), 2);  // promises without a session work
   ScriptedServer server({heldAnswer});
   auto service = std::make_unique<HttpApiService>(server.url(), URLSessionConfiguration{}, "key");
   const auto pending = service->resendValidationEmail("token");
@@ -181,7 +181,7 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   server.release();
   EXPECT_EQ(outcomeOf(pending), "success");
   EXPECT_EQ(outcomeOf(service->resendValidationEmail("token")), "success");
-  // What waits in an application's queue belongs to the parent, also when the child exits.
+  // Tasks in an application's queue belong to the parent: the child does not run them, not even at exit.
   struct IdleQueue final : DispatchQueue {
     void async(std::function<void()>) override { asked = true; }
     std::atomic<bool> asked = false;
@@ -203,7 +203,7 @@ TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {
     for (const int end : {cancelling, silence, whole}) {
       SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", end " << end);
       const bool byLimit = end != cancelling;
-      const Clock::duration least = byLimit ? limit - 1ms : 0ms;  // libcurl counts in whole ones
+      const Clock::duration least = byLimit ? limit - 1ms : 0ms;  // libcurl counts whole milliseconds
       StallingServer stalling(stage, 1);
       ScriptedServer server({heldAnswer});
       URLSessionConfiguration configuration;
@@ -218,13 +218,13 @@ TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {
       const auto other = call(session, server.url());
       if (!byLimit) {
         ASSERT_TRUE(stalling.awaitCalls(1));
-        ASSERT_TRUE(server.awaitRequests(1));  // and so the doomed one has begun
+        ASSERT_TRUE(server.awaitRequests(1));  // so the doomed call has begun, too
         due = Clock::now();
         doomed.cancel();
       }
       EXPECT_EQ(outcomeOf(doomed), byLimit ? timedOut : cancelled);
       EXPECT_GE(Clock::now() - start, least);
-      // Newer libcurls send another piece whenever another call wakes them.
+      // Newer versions of libcurl send another piece whenever another call wakes them.
       EXPECT_LT(Clock::now() - due, soon() + (stage == Stage::sending ? 2 * limit : 0ms));
       if (!byLimit) server.release();
       EXPECT_EQ(outcomeOf(other), byLimit ? timedOut : "success");
@@ -247,7 +247,7 @@ TEST(Cancelling, ReachesTheExchangeThroughEveryChainUntilItHasSettled) {
                               source.promise().flatMap(begin)};
   ASSERT_TRUE(server.awaitRequests(4));
   for (const auto& promise : chains) promise.cancel();
-  source.resolve({});  // which begins a call that is cancelled already
+  source.resolve({});  // starts a call that is already cancelled
   for (const auto& promise : chains) EXPECT_EQ(outcomeOf(promise), cancelled);
 }
 
@@ -261,7 +261,7 @@ TEST(Handlers, RunOneAtATimeInOrderOnTheirQueueHoweverTheCallEnds) {
     calls.push_back(service.resendValidationEmail("token"));
     calls.push_back(service.resendValidationEmail("not a\ntoken"));
     std::atomic<int> inside = 0, done = 0, wrong = 0;
-    std::set<std::thread::id> places;  // unguarded: handlers run one at a time
+    std::set<std::thread::id> places;  // needs no mutex: handlers run one at a time
     const auto attach = [&](const Promise<Unit, Error>& promise) {
       const auto last = std::make_shared<int>(0);
       for (int number = 1; number <= 50; ++number) {
@@ -312,10 +312,10 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
   }
 }
 
-// Many calls at once, HALVERNAPI_SOAK_CALLS in all, of which some go wrong, are cancelled, or lose their service.
+// Makes HALVERNAPI_SOAK_CALLS calls on several threads. Some of them fail, are cancelled, or lose their service.
 TEST(Soak, EndsEveryCallAsItHasToAndLeavesNothingBehind) {
   constexpr int workers = 16;
-  constexpr long maxGrowth = (slack > 1 ? 512L : 4L) * 1024;  // KiB: a sanitizer keeps freed memory for long
+  constexpr long maxGrowth = (slack > 1 ? 512L : 4L) * 1024;  // KiB; a sanitizer keeps freed memory for a long time
   const char* const given = std::getenv("HALVERNAPI_SOAK_CALLS");
   const long calls = given != nullptr ? std::atol(given) : 5'000;
   const auto residentKilobytes = [] {
@@ -323,10 +323,10 @@ TEST(Soak, EndsEveryCallAsItHasToAndLeavesNothingBehind) {
     std::ifstream("/proc/self/statm") >> total >> resident;
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
   };
-  std::thread([] {}).join();  // a sanitizer may add one of its own to the first
+  std::thread([] {}).join();  // a sanitizer may start a thread of its own with the first one
   const ProcessResources before;
   std::atomic<long> next = 0, handlersLeft = 0, cancellations = 0, warm = 0;
-  testing::internal::CaptureStdout();  // where the library prints the bodies
+  testing::internal::CaptureStdout();  // the library prints bodies there
   {
     Testing::Server server;
     server.start([](const Testing::SeenRequest& request, const std::string&) -> Answer {
@@ -372,7 +372,7 @@ TEST(Soak, EndsEveryCallAsItHasToAndLeavesNothingBehind) {
   EXPECT_EQ(handlersLeft, 0);
   EXPECT_TRUE(growth <= maxGrowth || warm == 0) << growth;
   EXPECT_GT(cancellations, 0);
-  const std::size_t pipes = slack > 1 ? 4 : 0;  // which a sanitizer may have opened, to tell names
+  const std::size_t pipes = slack > 1 ? 4 : 0;  // a sanitizer may have opened them for its symbolizer
   EXPECT_TRUE(eventually([&] {
     const ProcessResources now;
     const bool threadsEnded = std::ranges::includes(before.threads, now.threads);

@@ -1,4 +1,4 @@
-// How calls fare with a network and servers that misbehave, and what is left of them afterwards.
+// Tests calls with networks and servers that misbehave, and what remains of connections, signals and descriptors.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -22,23 +22,23 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
                                {Step::drip, "{              }", 40ms}});
   ScriptedServer server({answer});
   SessionManager session({.timeoutIntervalForRequest = 600ms}), whole({.timeoutIntervalForResource = 900ms});
-  EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // after more than twice that time
+  EXPECT_EQ(outcomeOf(call(session, server.url())), "success");  // the call takes more than twice that time
   EXPECT_EQ(outcomeOf(call(whole, server.url())), timedOut);
 }
 
 TEST(TimeLimits, OfSilenceBeginAnewWithEveryPieceThatIsTakenOfALargeBody) {
-  constexpr std::size_t size = 16 << 20;  // more than the system takes at once
+  constexpr std::size_t size = 16 << 20;  // more than the socket buffers hold
   Listener listener(false);
   const std::jthread slowReader([&] {
     auto socket = listener.acceptor.accept();
     std::string piece(size / 32, '\0');
     for (int count = 0; count < 12; ++count) {
       boost::asio::read(socket, boost::asio::buffer(piece));
-      std::this_thread::sleep_for(100ms);  // the reader's pace, not silence
+      std::this_thread::sleep_for(100ms);  // makes the reader slow
     }
   });
   SessionManager session({.timeoutIntervalForRequest = 500ms});
-  // When the reader ends, not before.
+  // The call must fail when the reader closes the connection, not earlier.
   EXPECT_EQ(outcomeOf(call(session, listener.url(), std::string(size, 'x'))), lost);
 }
 
@@ -56,7 +56,7 @@ bool isConnection(int descriptor) {
   return ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 && address.ss_family == AF_INET;
 }
 
-// Those that programs which are executed would have, too.
+// The number of connections that executed programs would inherit.
 std::size_t inheritableConnections() {
   const auto names = entries("/proc/self/fd");
   return static_cast<std::size_t>(std::ranges::count_if(names, [](const std::string& name) {
@@ -85,7 +85,7 @@ TEST(Connections, AreNewForRequestsAfterAFlush) {
   const auto expectConnections = [&](int count) {
     EXPECT_EQ(outcomeOf(call(session, url)), "success");
     EXPECT_EQ(server.connections(), count);
-    EXPECT_EQ(lookups - before, count);  // addresses are looked up again for each
+    EXPECT_EQ(lookups - before, count);  // each connection needs a new lookup
   };
   expectConnections(1);
   expectConnections(1);
@@ -111,7 +111,7 @@ TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {
     for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
     const auto last = call(session, server.url());
     last.cancel();
-    EXPECT_EQ(outcomeOf(last), cancelled);  // and so the others have begun
+    EXPECT_EQ(outcomeOf(last), cancelled);  // so the other calls have begun
     EXPECT_TRUE(server.awaitRequests(most));
     EXPECT_EQ(inheritableConnections(), 0);
     server.release();
@@ -124,13 +124,13 @@ TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
   const Identity identity;
   const Listener full(true);
   for (const auto& channels : {std::shared_ptr<ssl_ctx_st>(), identity.channels})
-    for (const int status : {0, 408, 500})  // of an answer that nobody asked for
+    for (const int status : {0, 408, 500})  // of an unsolicited answer; 0: none
       for (const std::size_t size : {4UL, 400'000UL}) {
         SCOPED_TRACE(testing::Message() << (channels ? "TLS, " : "plain, ") << status << ", " << size);
         const std::string unasked = status != 0 ? http(status, "application/json", "{}")[0].bytes : "";
         ScriptedServer server({{json("{}")[0], {Step::pause, {}, 5ms}, {Step::send, unasked}, closing}}, channels);
         SessionManager session({.certificateAuthorityFile = identity.file()});
-        const auto pending = call(session, full.url());  // over a connection that is not made
+        const auto pending = call(session, full.url());  // its connection is never established
         for (std::size_t number = 1; number <= 30; ++number) {
           ASSERT_EQ(outcomeOf(call(session, server.url(), std::string(size, 'x'))), "success") << number;
           ASSERT_TRUE(server.awaitClosed(number));
@@ -142,7 +142,7 @@ TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
 
 TEST(Connections, ThatSpeakAreToldFromOthersToTheSameServer) {
   const Answer speaking = {{Step::hold}, json("{}")[0], {Step::pause, {}, 5ms}, http(500, "", "")[0], closing};
-  const Answer late = {{Step::pause, {}, 50ms}, json("{}")[0]};  // so that both connections are asked for
+  const Answer late = {{Step::pause, {}, 50ms}, json("{}")[0]};  // so that both calls need a connection
   ScriptedServer server({heldAnswer, speaking, late});
   SessionManager session({});
   std::vector<Promise<Unit, Error>> calls = {call(session, server.url()), call(session, server.url())};
@@ -154,7 +154,7 @@ TEST(Connections, ThatSpeakAreToldFromOthersToTheSameServer) {
 }
 
 TEST(Requests, ThatAServerMayHaveSeenAreNotSentAgain) {
-  constexpr int connections = 12, losses = connections / 2;  // libcurl wants to send again over another one
+  constexpr int connections = 12, losses = connections / 2;  // libcurl would send again over another connection
   std::vector<Answer> answers(connections, heldAnswer);
   answers.push_back({closing});
   ScriptedServer server(answers);
@@ -222,7 +222,7 @@ TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   for (int number = 0; number < 30; ++number)
     EXPECT_EQ(outcomeOf(call(session, server.url(), std::string(1 << 20, 'x'))), lost);
   EXPECT_TRUE(isDefault());
-  // Nor from bodies that are printed on a thread of the application when nobody reads its standard output.
+  // Printing bodies on a thread of the application must not raise SIGPIPE if nobody reads standard output.
   ScriptedServer plain({json("{}")});
   EXPECT_EQ(statusOfChild([&] {
               std::array<int, 2> pipe{};
@@ -257,7 +257,7 @@ TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {
     EXPECT_EQ(blocked & 1ULL << (SIGSEGV - 1), 0);
     ++seen;
   }
-  EXPECT_EQ(seen, 3);  // input and output, handlers, the look-up
+  EXPECT_EQ(seen, 3);  // the threads for I/O, handlers and the lookup
   pending.cancel();
 }
 
@@ -299,7 +299,7 @@ TEST(Redirects, ToAnotherOriginAreTheAnswerAndLoopsEnd) {
   EXPECT_EQ(endless.requests().size(), 17);
 }
 
-// A header that continues the last one of the answer before, over the same session.
+// The folded line must not continue the last header of the previous answer of the same session.
 TEST(HostileAnswers, ThatBeginWithAFoldedHeaderReachNoOtherAnswer) {
   const Answer folded =
       text("HTTP/1.1 200 OK\r\n folded: nothing\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n{}");

@@ -1,4 +1,5 @@
-// What must not get out, what must not get in, and whom a session trusts.
+// Tests that no secret leaks, that hostile answers and injected headers are refused, and which servers a session
+// trusts.
 #include <openssl/ssl.h>
 #include <sys/resource.h>
 
@@ -16,7 +17,8 @@ using testing::Not;
 
 const std::string secret = "CANARY";
 
-// Collects all that the library says, except for the bodies on standard output.
+// Collects log lines and error texts, and expects at the end that none contains the secret. Ignores the bodies on
+// standard output.
 class Secrets : public testing::Test {
  protected:
   Secrets() {
@@ -41,8 +43,8 @@ class Secrets : public testing::Test {
     add(error, error.description(), platform ? platform->description() + platform->localizedDescription : "");
     return wordsFor(error);
   }
-  // Expects `login` to have the outcome of each answer, in bounded memory. An operation whose result is empty accepts
-  // what is not the record that `login` expects.
+  // Expects that `login` has the given outcome for each answer, and that memory stays bounded. `registerDevice`, which
+  // decodes no record, succeeds if only the record is wrong.
   void expectOutcomes(std::vector<std::pair<Answer, std::string>> rows) {
     rusage before{}, after{};
     getrusage(RUSAGE_SELF, &before);
@@ -53,7 +55,7 @@ class Secrets : public testing::Test {
       const URLSessionConfiguration configuration = {.httpAdditionalHeaders = {{"Cookie", secret}, {"X-App", secret}},
                                                      .timeoutIntervalForRequest = 5s * slack,
                                                      .maximumResponseSize = maxSize};
-      // One service for each call, because the server closes the connection.
+      // One service per call, because the server closes the connection.
       HttpApiService one(server.url(), configuration, secret), other(server.url(), configuration, secret);
       EXPECT_EQ(outcome(one.login(secret, secret, secret, secret)), expected);
       EXPECT_EQ(outcome(other.registerDevice(secret, secret, secret, secret, secret, secret, DeviceOrientation::left,
@@ -62,17 +64,17 @@ class Secrets : public testing::Test {
       for (const Received& request : server.requests()) EXPECT_THAT(request.raw, HasSubstr(secret));
     }
     getrusage(RUSAGE_SELF, &after);
-    const bool isEmulated = std::getenv("HALVERNAPI_EMULATED") != nullptr;  // the emulator takes memory itself
+    const bool isEmulated = std::getenv("HALVERNAPI_EMULATED") != nullptr;  // the emulator itself uses memory
     EXPECT_TRUE(isEmulated || after.ru_maxrss - before.ru_maxrss < 32 * 1024 * slack)
         << "KiB from " << before.ru_maxrss;
-    EXPECT_GE(said.size(), 6 * rows.size());  // lines of the log
+    EXPECT_GE(said.size(), 6 * rows.size());  // six log lines per row
   }
   static constexpr std::size_t maxSize = 64 << 10;
-  std::vector<std::string> said;  // one call at a time: nothing else reads or writes it meanwhile
+  std::vector<std::string> said;  // needs no mutex: only one call is made at a time
 };
 using Answers = Secrets;
 
-// A folder of the corpus is named after the outcome of the answers in it, with "_" for each blank.
+// The name of each folder of the corpus is the outcome of the answers in it, with "_" for each space.
 TEST_F(Answers, OfTheCorpusComeToTheOutcomeOfTheirFolder) {
   std::vector<std::pair<Answer, std::string>> rows;
   for (const auto& seed : std::filesystem::recursive_directory_iterator(CORPUS)) {
@@ -95,7 +97,7 @@ TEST_F(Answers, OfEverySizeComeToOneOutcomeInBoundedMemory) {
                   {raw("", full), noRecord},
                   {raw(length + "0\r\n", ""), tooLarge},
                   {raw("", full + ' '), tooLarge},
-                  {raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge},  // its values take more
+                  {raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge},  // its values need more
                   {raw("", std::string(60'000, '[')), notJson},
                   {raw(repeat("X: " + std::string(1000, 'x') + "\r\n", 2000), ""), badAnswer},
                   {text("HTTP/1.1 200 OK\r\nX: " + std::string(2 << 20, ' ')), badAnswer},
@@ -179,13 +181,13 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
     ScriptedServer server({json("{}")}, identity.channels);
     SessionManager session({.certificateAuthorityFile = file == own ? identity.file() : file});
     EXPECT_EQ(outcomeOf(call(session, server.url())), outcome);
-    EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // when all that was sent has been read
+    EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // after it has read everything that was sent
     EXPECT_EQ(server.requests().size(), outcome == "success" ? 1 : 0);
   }
   const Identity identity;
   const std::string pin = identity.pin(), other = stranger.pin();
   std::string notCanonical = pin;
-  ++notCanonical[42];  // its spare bits
+  ++notCanonical[42];  // its unused bits
   const std::vector<std::pair<std::vector<std::string>, bool>> pinned = {
       {{pin}, true},      {{other, pin}, true},         {{other}, false},           {{pin, "no hash"}, false},
       {{pin, ""}, false}, {{pin, notCanonical}, false}, {{"sha256//" + pin}, false}};
@@ -195,7 +197,7 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
     SessionManager session({.certificateAuthorityFile = identity.file(), .pinnedPublicKeys = pins});
     EXPECT_EQ(outcomeOf(call(session, server.url())), isRight ? "success" : untrusted);
     EXPECT_EQ(server.requests().size(), isRight ? 1 : 0);
-    EXPECT_EQ(server.connections(), isRight || pins[0] == other ? 1 : 0);  // none is made for what is no hash
+    EXPECT_EQ(server.connections(), isRight || pins[0] == other ? 1 : 0);  // no connection if a pin is not a hash
     EXPECT_EQ(outcomeOf(call(session, http.url())), untrusted);
     EXPECT_EQ(http.connections(), 0);
   }
@@ -204,14 +206,14 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheOneMeant) {
   EXPECT_EQ(outcomeOf(call(session, "https://" + plain.authority())), failed);
 }
 
-// Before the process uses OpenSSL, where it is the first test of its process.
+// OPENSSL_CONF only has an effect if this is the first test in its process that uses OpenSSL.
 TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
   const std::string lenient = testing::TempDir() + "lenient-" + std::to_string(::getpid());
   std::ofstream(lenient) << "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n[c]\nMinProtocol=TLSv1\n"
                             "CipherString=DEFAULT@SECLEVEL=0\n";
   setenv("OPENSSL_CONF", lenient.c_str(), 1);
   const Identity identity, old({.newestProtocol = TLS1_1_VERSION});
-  std::filesystem::remove(lenient);  // it has been read
+  std::filesystem::remove(lenient);  // OpenSSL has read it
   const std::string& home = identity.directory;
   const std::string deaf = "http://127.0.0.1:1";
   for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
@@ -226,7 +228,7 @@ TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
     SessionManager session(configuration);
     return outcomeOf(call(session, server.url()));
   };
-  EXPECT_EQ(outcome({.proxyUrl = deaf}, plain), refused);  // whatever the environment wants to go without
+  EXPECT_EQ(outcome({.proxyUrl = deaf}, plain), refused);  // no_proxy has no effect
   unsetenv("no_proxy"), unsetenv("NO_PROXY");
   EXPECT_EQ(outcome({}, plain), "success");
   EXPECT_EQ(outcome({.certificateAuthorityFile = identity.file()}, secure), "success");
@@ -235,7 +237,7 @@ TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
   EXPECT_EQ(outcome({.certificateAuthorityFile = old.file()}, outdated), "network NSURLErrorDomain -1200");
   for (const ScriptedServer* server : {&plain, &secure})
     EXPECT_EQ(server->requests().at(0).header("Authorization"), std::nullopt);
-  EXPECT_EQ(std::ifstream(home + "/keys").peek(), std::ifstream::traits_type::eof());  // and no session key
+  EXPECT_EQ(std::ifstream(home + "/keys").peek(), std::ifstream::traits_type::eof());  // no session key was written
 }
 
 }  // namespace

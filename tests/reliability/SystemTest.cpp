@@ -1,4 +1,4 @@
-// What becomes of calls when the system refuses what is asked of it: threads, memory, descriptors.
+// Tests calls when the system refuses threads, memory or descriptors, and after it was asleep.
 #include <dlfcn.h>
 #include <openssl/crypto.h>
 #include <sys/resource.h>
@@ -10,18 +10,18 @@
 
 #include "Support.hpp"
 
-// A sanitizer takes the place of the C library's functions itself.
+// Sanitizers replace these functions of the C library themselves.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
-#define HALVERNAPI_TAKES_THE_PLACE_OF_C
+#define HALVERNAPI_REPLACES_C_FUNCTIONS
 #endif
 
 namespace HalvernApi::Tests {
 namespace {
 
-#ifdef HALVERNAPI_TAKES_THE_PLACE_OF_C
+#ifdef HALVERNAPI_REPLACES_C_FUNCTIONS
 std::atomic<int> threadsToRefuse = 0;
-std::atomic<long> allocationsLeft = 0;  // until one fails; 0: none does
-std::atomic<long> secondsAsleep = 0;    // of the device
+std::atomic<long> allocationsLeft = 0;  // the allocation with this number fails; 0: none
+std::atomic<long> secondsAsleep = 0;    // added to CLOCK_BOOTTIME
 
 TEST(System, ThatRefusesAThreadFailsTheCallAndNoMore) {
   ScriptedServer server({json("{}")});
@@ -52,7 +52,7 @@ TEST(System, ThatWasAsleepHasNewConnections) {
   }
 }
 
-// One allocation of a call after the other fails, each in a process of its own.
+// Makes each allocation of a call fail in turn, each in a new process.
 TEST(Memory, ThatRunsOutAnywhereEndsACallAndSendsNothingElsewhere) {
   const std::string signIn =
       R"({"isSuccessful":true,"isEmailConfirmed":true,"accessToken":"a token that takes memory",)"
@@ -67,8 +67,8 @@ TEST(Memory, ThatRunsOutAnywhereEndsACallAndSendsNothingElsewhere) {
   unproxied.start(handler);
   const auto urlOf = [](const Testing::Server& one) { return "http://127.0.0.1:" + std::to_string(one.port()); };
   const auto limit = 20ms;
-  (void)HttpApiService(urlOf(server), {}, "key").relogin("a", "b").get();  // sets up OpenSSL; see docs/reliability.md
-  // No memory, no thread, and what libcurl says instead: no host, no redirect, bad headers before 8.6.
+  (void)HttpApiService(urlOf(server), {}, "key").relogin("a", "b").get();  // prepares OpenSSL; see docs/reliability.md
+  // libcurl reports some failures as: no host, no redirect, or, before 8.6, bad headers.
   const std::string noMemory = "network NSPOSIXErrorDomain 12", noThread = "network NSPOSIXErrorDomain 11";
   const std::vector<std::string> ofTheSystem = {noMemory, noThread, "network NSURLErrorDomain -1003", invalid,
                                                 badAnswer};
@@ -131,7 +131,7 @@ TEST(System, ThatHasNoDescriptorsLeftCostsNoProcessorTime) {
     const rlimit none{0, before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
     const std::clock_t busy = std::clock();
-    const auto another = call(session, server.url());  // has the I/O thread look around
+    const auto another = call(session, server.url());  // wakes the I/O thread
     const bool early = pending.waitFor(500ms);
     const bool idle = std::clock() - busy < CLOCKS_PER_SEC / 50;
     setrlimit(RLIMIT_NOFILE, &before);
@@ -144,8 +144,8 @@ TEST(System, ThatHasNoDescriptorsLeftCostsNoProcessorTime) {
 }  // namespace
 }  // namespace HalvernApi::Tests
 
-#ifdef HALVERNAPI_TAKES_THE_PLACE_OF_C
-// These take the place of the C library's for the library under test.
+#ifdef HALVERNAPI_REPLACES_C_FUNCTIONS
+// Replace functions of the C library, for the library under test.
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                               void* argument) {
   using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
