@@ -1,4 +1,4 @@
-// What every client program of the benchmark shares: its arguments, its clocks and the line that it prints.
+// Shared by all client programs of the benchmark: arguments, clocks and the printed line.
 #pragma once
 
 #include <sys/resource.h>
@@ -18,7 +18,7 @@ namespace Bench {
 
 using Clock = std::chrono::steady_clock;
 
-// What is asked of the server: to sign in, or for a large configuration.
+// The request: to sign in, or to get a large configuration.
 struct Operation {
   const char* path;
   const char* body;
@@ -32,8 +32,8 @@ struct Arguments {
   bool isLogin;
   std::string baseUrl;
   int inFlight;
-  int calls;                         // 0: start the calls in flight, and measure the memory that they take
-  std::string certificateAuthority;  // empty without TLS
+  int calls;                         // 0: start the calls in flight, and measure their memory
+  std::string certificateAuthority;  // empty: no TLS
 
   const Operation& operation() const { return isLogin ? login : configuration; }
 
@@ -46,7 +46,7 @@ struct Arguments {
   }
 };
 
-// User and system time of the whole process, in microseconds.
+// User plus system time of the process, in microseconds.
 inline double cpuMicroseconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -64,8 +64,8 @@ inline double residentBytes() {
   return pages * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// Runs `step` until the memory has been the same for a quarter of a second, and reports its growth since `before` a
-// call.
+// Calls `step` until the memory has not changed for a quarter of a second. Reports the growth since `before`, in bytes
+// per call.
 template <class Step>
 void reportMemory(double before, int calls, Step step) {
   double last = 0;
@@ -77,8 +77,8 @@ void reportMemory(double before, int calls, Step step) {
   std::fprintf(stderr, "bytes %.0f\n", (last - before) / calls);
 }
 
-// Counts calls, leaves out a warm-up of a tenth of them, and reports on standard error; the answers go to standard
-// output.
+// Measures calls after a warm-up of a tenth of their number, and reports on standard error. Answers are printed on
+// standard output.
 class Meter {
  public:
   explicit Meter(int calls) : warmUp_(calls / 10), last_(calls + calls / 10) {
@@ -90,11 +90,11 @@ class Meter {
     ++started_;
     return Clock::now();
   }
-  // An answer came, also one that does not count.
+  // Records the time of the first answer, including answers of the warm-up.
   void answered() {
     if (!firstAnswer_) firstAnswer_ = Clock::now();
   }
-  // True when it was the last one.
+  // Ends a call. Returns whether it was the last one.
   bool end(Clock::time_point started) {
     const auto now = Clock::now();
     answered();
@@ -112,8 +112,8 @@ class Meter {
     std::_Exit(1);
   }
 
-  // Microseconds of CPU a call, calls a second, median and 99th percentile of the latency in microseconds, and the time
-  // from the making of the meter to the first answer.
+  // Prints CPU microseconds per call, calls per second, median and 99th percentile of the latency in microseconds, and
+  // the microseconds from the construction of the meter to the first answer.
   void report() {
     const double calls = static_cast<double>(latencies_.size());
     const double cpu = (cpuMicroseconds() - cpu_) / calls;

@@ -1,4 +1,4 @@
-// The floor: libcurl's multi interface driven by the loop of its own documentation, without threads and without JSON.
+// The lower limit: the multi interface of libcurl with the loop of its documentation, without threads and JSON.
 #include <curl/curl.h>
 
 #include <memory>

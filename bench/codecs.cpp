@@ -1,4 +1,5 @@
-// Decoding and encoding each record against Boost.JSON's own parse and serialise of the same bytes, and Base64.
+// Compares decoding and encoding of each record with parse and serialize of Boost.JSON on the same bytes. Also measures
+// Base64.
 #include <benchmark/benchmark.h>
 
 #include <HalvernApi/HalvernApi.hpp>

@@ -1,4 +1,4 @@
-// A peer: cpprestsdk, whose tasks start the next call.
+// A peer: cpprestsdk. The continuation of each call starts the next one.
 #include <cpprest/http_client.h>
 #include <cpprest/json.h>
 

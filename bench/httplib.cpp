@@ -1,5 +1,4 @@
-// A peer: cpp-httplib with nlohmann/json, a thread and a client for each call in flight, as its blocking interface
-// wants.
+// A peer: cpp-httplib with nlohmann/json. Each call in flight has a thread and a client, because the interface blocks.
 #include <httplib.h>
 #include <openssl/evp.h>
 

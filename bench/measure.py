@@ -27,7 +27,7 @@ answer = json.dumps({
     "isSuccessful": True, "isEmailConfirmed": True, "accessToken": "0123456789abcdef" * 2,
     "refreshToken": "fedcba9876543210" * 2, "dateOfBirth": "1980-05-17T00:00:00", "sex": "Female",
     "email": "somebody@example.com"}, separators=(",", ":"))
-configuration_bytes = 3 << 18  # in Base64 a mebibyte
+configuration_bytes = 3 << 18  # one mebibyte in Base64
 
 
 def progress(text):
@@ -71,7 +71,7 @@ def start_server():
             }}""")
     server = subprocess.Popen(["taskset", "-c", "1", "nginx", "-c", configuration],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    os.chmod(scratch, 0o755)  # its worker is another user
+    os.chmod(scratch, 0o755)  # the worker runs as another user
     deadline = time.monotonic() + 10
     while time.monotonic() < deadline:
         with socket.socket() as probe:
@@ -81,7 +81,7 @@ def start_server():
 
 
 def run(client, *arguments):
-    """One run of a client, as a dictionary of the figures that it prints."""
+    """Runs a client once. Returns the figures that it prints as a dictionary."""
     result = subprocess.run(["taskset", "-c", "0", f"{programs}/bench-{client}", *map(str, arguments)],
                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, timeout=120)
     if result.returncode != 0:
@@ -91,7 +91,7 @@ def run(client, *arguments):
 
 
 def measure(name, who, *arguments):
-    """The medians of several rounds in which the clients take turns: client -> figure -> median."""
+    """Runs the clients in turn, for several rounds. Returns the medians: client -> figure -> median."""
     samples = {client: [] for client in who}
     for turn in range(rounds):
         for client in who:
@@ -102,7 +102,7 @@ def measure(name, who, *arguments):
 
 
 def work_of(client, url):
-    """Heap allocations and instructions of a login, 16 in flight: what does not vary from machine to machine."""
+    """Heap allocations and instructions of a login, 16 in flight. They hardly depend on the machine."""
     def counted(tool, pattern, calls):
         progress(f"{client}: {tool}")
         result = subprocess.run(["valgrind", f"--tool={tool}", *([f"--callgrind-out-file={scratch}/callgrind"] if tool == "callgrind" else []),
@@ -111,14 +111,14 @@ def work_of(client, url):
         return int(re.search(pattern, result.stderr)[1].replace(",", ""))
 
     def of_one(tool, pattern):
-        return (counted(tool, pattern, 3000) - counted(tool, pattern, 1000)) / 2200  # with their warm-ups
+        return (counted(tool, pattern, 3000) - counted(tool, pattern, 1000)) / 2200  # both counts include the warm-ups
 
     return {"allocations": of_one("memcheck", r"total heap usage: ([\d,]+) allocs"),
             "instructions": of_one("callgrind", r"Collected : (\d+)")}
 
 
 def codecs():
-    """The medians of several processes: how memory is laid out in one makes a tenth of difference."""
+    """Medians over several processes, because the memory layout of a process makes a difference of ten percent."""
     command = ["taskset", "-c", "0", f"{programs}/bench-codecs", "--benchmark_format=json",
                f"--benchmark_min_time={0.001 if smoke else 0.05}"]
     samples = {}
@@ -131,7 +131,7 @@ def codecs():
 
 
 def umbrella_seconds(text):
-    """Time to compile a file; the best of several, for the machine is shared."""
+    """Time to compile a file: the minimum of several runs, because the machine is shared."""
     source = f"{scratch}/header.cpp"
     with open(source, "w") as file:
         file.write(text)
@@ -144,7 +144,7 @@ def umbrella_seconds(text):
 
 
 def library_size():
-    """Bytes of both shared libraries, stripped."""
+    """Size of both stripped shared libraries in bytes."""
     build = os.path.join(os.path.dirname(programs.rstrip("/")) + "-shared")
     subprocess.run(["cmake", "--preset", "release", "-B", build, "-DBUILD_SHARED_LIBS=ON", "-DBUILD_TESTING=OFF"],
                    check=True, capture_output=True, cwd=root)
@@ -157,7 +157,7 @@ def library_size():
 
 
 def picture(load):
-    """CPU per call by calls in flight, a bar for each client but cpprestsdk, which is off the scale."""
+    """CPU per call by calls in flight, with a bar for each client except cpprestsdk, which is off the scale."""
     colours = {"bare": "#888888", "halvern": "#1f6fb4", "httplib": "#d98032"}
     highest = max(load[level][client]["cpu"] for level in levels for client in colours)
     parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="640" height="320" font-family="sans-serif" font-size="12">',

@@ -1,10 +1,10 @@
-# What `cmake --install` puts where, in three components: Runtime (what a program that uses the library needs to run),
-# Development (what it takes to build one) and Testing (the testing kit and the program `halvern`).
+# Defines what `cmake --install` installs, in three components: Runtime (needed to run a program that uses the library),
+# Development (needed to build such a program) and Testing (the testing kit and the program `halvern`).
 
 include(CMakePackageConfigHelpers)
 set(HALVERNAPI_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvernApi)
 
-# The libraries lie side by side, and what they stand on may lie elsewhere.
+# The libraries are in one directory; their dependencies may be in others.
 file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 foreach(target IN ITEMS HalvernApiPlatform HalvernApi HalvernApiTesting halvern)
   if(TARGET ${target})
@@ -36,26 +36,26 @@ write_basic_package_version_file(HalvernApiConfigVersion.cmake COMPATIBILITY Sam
 install(FILES ${PROJECT_BINARY_DIR}/HalvernApiConfig.cmake ${PROJECT_BINARY_DIR}/HalvernApiConfigVersion.cmake
   DESTINATION ${HALVERNAPI_CMAKE_DIR} COMPONENT Development)
 
-# A static library leaves it to its user to link what it stands on; a shared one brings that along.
+# Users of a static library must link its dependencies. A shared library refers to its own.
 if(BUILD_SHARED_LIBS)
   set(HALVERNAPI_PC_REQUIRES "")
 else()
   set(HALVERNAPI_PC_REQUIRES "libcurl >= 7.87 libssl libcrypto")
 endif()
-# Nobody but this file tells pkg-config where the headers' own needs are.
+# Boost and tl::expected have no .pc files, so this file names the directories of the headers.
 get_target_property(boost Boost::json LOCATION)
 get_target_property(boost_headers Boost::headers INTERFACE_INCLUDE_DIRECTORIES)
 get_target_property(expected_headers tl::expected INTERFACE_INCLUDE_DIRECTORIES)
 string(REGEX REPLACE "^(.*)/lib([^/.]*)[^/]*$" "-L\\1 -l\\2" HALVERNAPI_PC_LIBS ${boost})
 set(headers "")
-foreach(directory IN LISTS boost_headers expected_headers)  # some name directories without a header, too
+foreach(directory IN LISTS boost_headers expected_headers)  # the lists contain directories without headers, too
   if(EXISTS ${directory}/boost/json.hpp OR EXISTS ${directory}/tl/expected.hpp)
     list(APPEND headers ${directory})
   endif()
 endforeach()
 list(REMOVE_DUPLICATES headers)
 list(JOIN headers " -I" HALVERNAPI_PC_INCLUDES)
-# Relative, so that the installed tree may be moved.
+# Relative, so that the installed files can be moved.
 file(RELATIVE_PATH HALVERNAPI_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/HalvernApi.pc.in HalvernApi.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/HalvernApi.pc

@@ -1,4 +1,4 @@
-# The Debian packages that CPack makes of the components in Install.cmake.
+# The Debian packages that CPack builds from the components in Install.cmake.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "The HalvernApi maintainers <maintainers@halvernapi.invalid>")
@@ -12,8 +12,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 
-# shared_libraries(COMPONENT library...): what the package says of its libraries; those that link them need this version
-# or a later one.
+# shared_libraries(COMPONENT library...): writes the shlibs and triggers files of a package with these libraries.
+# Packages that link them will depend on this version or a later one.
 function(shared_libraries component)
   set(directory ${PROJECT_BINARY_DIR}/control/${component})
   file(WRITE ${directory}/triggers "activate-noawait ldconfig\n")
@@ -33,8 +33,8 @@ if(BUILD_SHARED_LIBS)
   list(APPEND CPACK_COMPONENTS_ALL Runtime)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
   shared_libraries(RUNTIME HalvernApi HalvernApiPlatform)
-  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "What programs that use the library need to run.")
-  # The trust store, and the zones in which dates are read and written.
+  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Shared libraries, needed to run programs that use HalvernApi.")
+  # The trust store, and the time zones for reading and writing dates.
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, tzdata")
   string(PREPEND needed "${runtime} (= ${PROJECT_VERSION}), ")
 else()
@@ -44,7 +44,7 @@ endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libhalvernapi-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${needed}")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, and what build systems need to find the library.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, and files with which build systems find the library.")
 
 if(TARGET HalvernApiTesting)
   list(APPEND CPACK_COMPONENTS_ALL Testing)
@@ -56,7 +56,7 @@ if(TARGET HalvernApiTesting)
   set(CPACK_DEBIAN_TESTING_PACKAGE_DEPENDS "libhalvernapi-dev (= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_TESTING_PACKAGE_SUGGESTS "libgmock-dev")
   set(CPACK_COMPONENT_TESTING_DESCRIPTION
-    "An embedded service to test applications against, and the program halvern.")
+    "An embedded service for tests of applications, and the program halvern.")
 endif()
 
 if(BUILD_SHARED_LIBS)
@@ -65,16 +65,16 @@ if(BUILD_SHARED_LIBS)
   set(CPACK_DEBIAN_DEBUG_PACKAGE_SECTION debug)
   set(CPACK_DEBIAN_DEBUG_PACKAGE_SHLIBDEPS OFF)
   set(CPACK_DEBIAN_DEBUG_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION})")
-  set(CPACK_COMPONENT_DEBUG_DESCRIPTION "What debuggers need of the shared libraries and of the program halvern.")
+  set(CPACK_COMPONENT_DEBUG_DESCRIPTION "Debug information of the shared libraries and the program halvern.")
 endif()
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/Staged.cmake)
 
-# What Debian wants to find of every package.
+# Debian requires these files in every package.
 file(WRITE ${PROJECT_BINARY_DIR}/copyright "No licence has been chosen: nobody but the owner may use, copy or change this.\n")
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog "halvernapi (${PROJECT_VERSION}) stable; urgency=medium
 
-  * What has changed is said in CHANGELOG.md.
+  * CHANGELOG.md lists the changes.
 
  -- ${CPACK_PACKAGE_CONTACT}  ${date}
 ")

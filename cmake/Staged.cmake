@@ -1,5 +1,5 @@
-# Run by CPack between installing and packing: what only debuggers need of programs and shared libraries goes into the
-# component Debug, and manual pages are compressed.
+# CPack runs this after it has installed the files and before it builds the packages. Moves the debug information of
+# programs and shared libraries to the component Debug, and compresses manual pages.
 
 file(GLOB_RECURSE files LIST_DIRECTORIES OFF ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(file IN LISTS files)

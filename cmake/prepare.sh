@@ -1,7 +1,7 @@
-# Sourced by the commands in the project's root. POSIX shell.
+# Sourced by the commands in the root of the project. POSIX shell.
 
-# prepare GROUP...: installs what is missing of the groups in cmake/packages. Leaves apt alone when nothing is. Where a
-# line names several packages, a|b, the first that there is serves.
+# prepare GROUP...: installs the missing packages of these groups in cmake/packages. Does not call apt if none is
+# missing. For a line with alternatives, a|b, uses the first package that is available.
 prepare() {
   wanted=$(for group; do sed -n "s/^$group //p" cmake/packages; done)
   missing=
@@ -32,7 +32,7 @@ one_of() {
   return 1
 }
 
-# quietly TEXT COMMAND...: says what is going on, and shows the output of a command only when it fails.
+# quietly TEXT COMMAND...: prints the text and runs the command. Shows the output of the command only if it fails.
 quietly() {
   echo "-- $1"
   shift

@@ -1,13 +1,13 @@
-# Sourced after prepare.sh. POSIX shell. Bare Debian systems under build/roots, for what this machine cannot show by
-# itself. Takes a superuser and debootstrap.
+# Sourced after prepare.sh. POSIX shell. Makes minimal Debian systems in build/roots, for checks that need another
+# system than this one. Needs root and debootstrap.
 
-# make_root NAME SUITE: makes build/roots/NAME from the mirror that apt has here, unless it is there from another time.
-# Without a mirror it fails.
+# make_root NAME SUITE: creates build/roots/NAME from the mirror that apt uses here, unless it exists. Fails without a
+# mirror.
 make_root() {
   [ ! -e "build/roots/$1" ] || return 0
   mirror=$(. /etc/os-release
     apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Component: main' "Release: $VERSION_CODENAME" | head -n 1)
-  [ -n "$mirror" ] || { echo "Without a mirror of Debian among apt's sources there is no $2" >&2; return 1; }
+  [ -n "$mirror" ] || { echo "The sources of apt contain no Debian mirror, so $2 cannot be made" >&2; return 1; }
   mkdir -p build/roots
   rm -rf "build/roots/$1.part"
   quietly "Making build/roots/$1" \
@@ -16,8 +16,8 @@ make_root() {
   mv "build/roots/$1.part" "build/roots/$1"
 }
 
-# in_root NAME COMMAND...: runs it in build/roots/NAME as the superuser, in a fresh copy of this project's tracked files
-# as they are now. What it mounts and starts there is gone when it returns, whatever happens.
+# in_root NAME COMMAND...: runs the command in build/roots/NAME as root, in a new copy of the tracked files of this
+# project with their current content. All mounts and processes end when it returns, also after a failure.
 in_root() {
   root=build/roots/$1
   shift

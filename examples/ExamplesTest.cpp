@@ -1,4 +1,4 @@
-// Runs the example programs, which are expected in the working directory, against a sandbox.
+// Runs the example programs against a sandbox. The programs must be in the working directory.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -18,8 +18,8 @@ using testing::Not;
 namespace {
 
 struct Outcome {
-  int status = -1;     // -1 when a signal ended the program
-  std::string output;  // both streams
+  int status = -1;     // -1 if a signal ended the program
+  std::string output;  // standard output and standard error
 };
 
 class ExamplesTest : public testing::Test {
@@ -29,7 +29,7 @@ class ExamplesTest : public testing::Test {
     setenv("API_KEY", server.apiKey().c_str(), 1);
     setenv("PASSWORD", "correct horse", 1);
     std::string scratch = std::filesystem::temp_directory_path() / "examples-XXXXXX";
-    std::filesystem::current_path(mkdtemp(scratch.data()));  // others may run the same programs
+    std::filesystem::current_path(mkdtemp(scratch.data()));  // other tests may run the same programs
   }
   ~ExamplesTest() override {
     const std::filesystem::path scratch = std::filesystem::current_path();
@@ -37,7 +37,7 @@ class ExamplesTest : public testing::Test {
     std::filesystem::remove_all(scratch);
   }
 
-  // `meanwhile` is called with the program's process id.
+  // Calls `meanwhile` with the process id of the program while it runs.
   Outcome run(const std::string& program, const std::function<void(pid_t)>& meanwhile = {}) {
     const std::string command = "echo $$; exec '" + (programs / program).string() + "' " + server.baseUrl() +
                                 " ada@example.com " + (program == "fitting" ? audiograms : "") + " 2>&1";
@@ -119,7 +119,7 @@ TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
   EXPECT_FALSE(std::filesystem::exists("left.bin"));
 }
 
-// GLib's and Qt's, where the build has found them.
+// The main loops of GLib and Qt, if the build has found them.
 TEST_F(ExamplesTest, OtherMainLoopsSignIn) {
   std::istringstream loops(LOOPS);
   for (std::string loop; loops >> loop;) {

@@ -1,9 +1,9 @@
-// Signs in and asks whether the e-mail address has been confirmed, with the application's main loop as completion
-// queue: all handlers run in it, so there is nothing to lock. Ctrl-C cancels the call.
+// Signs in and asks whether the e-mail address has been confirmed. The completion queue is the main loop of the
+// application: all handlers run there, so no locks are needed. Ctrl-C cancels the call.
 //
 //   API_KEY=... PASSWORD=... eventloop BASE-URL EMAIL
 //
-// Exit status: 0 answered, 1 not answered, 2 used wrongly.
+// Exit status: 0 answered, 1 not answered, 2 wrong usage.
 #include <unistd.h>
 #include <HalvernApi/HalvernApi.hpp>
 

@@ -1,5 +1,5 @@
-// How an application tests a class of its own that stands on the service: with a mock where every answer is the test's
-// to choose, and with a sandbox where the network and the service are to be real.
+// How an application tests its own class that uses the service: with a mock, if the test chooses every answer, and with
+// a sandbox, if the test needs the network and a service.
 #include <gmock/gmock.h>
 
 #include <HalvernApi/Testing/MockApiService.hpp>
@@ -55,7 +55,7 @@ TEST_F(AccountAgainstSandboxTest, KeepsTheRefreshTokenThroughAnOutage) {
 }
 // [sandbox]
 
-// Clocks went forward over midnight of that day where the build runs this test.
+// In the time zone of this test, clocks went forward at midnight of that day.
 TEST_F(AccountAgainstSandboxTest, StoresABirthDateThatReadsAsTheSameDay) {
   const auto date = dateOf("2018-11-04");
   ASSERT_TRUE(date);

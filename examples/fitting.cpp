@@ -3,7 +3,7 @@
 //
 //   API_KEY=... PASSWORD=... [VERBOSE=1] fitting BASE-URL EMAIL AUDIOGRAMS
 //
-// Exit status: 0 both files written, 1 not, 2 wrong usage.
+// Exit status: 0 both files written, 1 not both written, 2 wrong usage.
 #include <HalvernApi/HalvernApi.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: API_KEY=... PASSWORD=... fitting BASE-URL EMAIL AUDIOGRAMS\n";
     return 2;
   }
-  // The library prints the body of every answer on standard output, tokens included. Nobody is to see them.
+  // The library prints the body of every answer on standard output, tokens included. Discard them.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
 
   removeFiles();

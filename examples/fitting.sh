@@ -1,6 +1,6 @@
 #!/bin/sh
-# Makes an account unless there is one, signs in, and stores the fitting of both ears in left.bin and right.bin. Both
-# exist afterwards only if the exit status is 0.
+# Creates an account unless it exists, signs in, and stores the fitting of both ears in left.bin and right.bin. Both
+# files exist afterwards only if the exit status is 0.
 #
 #   HALVERN_API_KEY=... HALVERN_PASSWORD=... fitting.sh BASE-URL EMAIL AUDIOGRAMS
 #

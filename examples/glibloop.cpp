@@ -1,8 +1,8 @@
-// Signs in with GLib's main loop as completion queue, as an application with a GTK window has one already.
+// Signs in. The completion queue is the main loop of GLib, which every application with GTK has.
 //
 //   API_KEY=... PASSWORD=... glibloop BASE-URL EMAIL
 //
-// Exit status: 0 signed in, 1 not signed in, 2 used wrongly.
+// Exit status: 0 signed in, 1 not signed in, 2 wrong usage.
 #include <glib.h>
 
 #include <HalvernApi/HalvernApi.hpp>

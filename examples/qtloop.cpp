@@ -1,8 +1,8 @@
-// Signs in with Qt's main loop as completion queue.
+// Signs in. The completion queue is the main loop of Qt.
 //
 //   API_KEY=... PASSWORD=... qtloop BASE-URL EMAIL
 //
-// Exit status: 0 signed in, 1 not signed in, 2 used wrongly.
+// Exit status: 0 signed in, 1 not signed in, 2 wrong usage.
 #include <HalvernApi/HalvernApi.hpp>
 #include <QCoreApplication>
 #include <cstdio>

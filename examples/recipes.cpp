@@ -1,4 +1,4 @@
-// What applications ask of such a client beyond single calls, each in a few lines and with a test against the sandbox.
+// Short solutions for what applications often need beyond single calls, each with a test against the sandbox.
 #include <gmock/gmock.h>
 
 #include <HalvernApi/HalvernApi.hpp>

@@ -1,5 +1,5 @@
-// Bytes as the whole answer of a server, over a loopback socket: status line, headers, body, and then the end of the
-// connection. Every call settles in time, and with what the status allows.
+// Sends the bytes as the whole answer of a server over a loopback socket, from the status line to the end of the
+// connection. Every call must settle in time, with an outcome that the status allows.
 #undef NDEBUG
 #include <cassert>
 #include <mutex>
@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 
 static std::mutex answerMutex;
 static std::string answer;
-static std::atomic<int> status;  // as the log has it
+static std::atomic<int> status;  // as logged
 
 template <class T>
 static void checkCall(const Promise<T, Error>& promise) {
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const char* bytes, std::size_t size) {
   static Testing::Server server;
-  // Gives the answer to every request, each on a connection of its own.
+  // Sends the answer to every request, and closes the connection.
   [[maybe_unused]] static const bool started = (server.start([](const auto&, const auto&) {
     const std::lock_guard lock(answerMutex);
     return std::vector<Testing::Step>{{Testing::Step::send, answer}, {Testing::Step::close}};

@@ -1,5 +1,5 @@
-// Bytes as the body of an answer, read as every record. A record survives the way back through text; a failure is
-// described without a word of the values.
+// Decodes the bytes as the body of an answer, as each record. A record must be equal after encoding and decoding; the
+// description of a failure must not contain any of the values.
 #undef NDEBUG
 #include <algorithm>
 #include <cassert>
@@ -24,7 +24,7 @@ template <class Record>
 static void checkAs(std::string_view body, const JsonValue& json, const JsonValue& secrets) {
   const auto record = Record::decodeJson(json);
   const auto outlived = Record::decodeJson(*Statham::parseJson(body));
-  assert(outlived == record || Record::decodeJson(json) != record);  // or it holds NaN
+  assert(outlived == record || Record::decodeJson(json) != record);  // or it contains NaN
   const auto* const bytes = reinterpret_cast<const std::byte*>(body.data());
   assert(decode<Record>(Data(bytes, bytes + body.size()), Record::decodeJson).has_value() == record.has_value());
   const auto other = Record::decodeJson(secrets);
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* bytes, std::size_t size) {
   const std::string_view input(bytes, size);
   const std::clock_t start = std::clock();
   const auto document = Statham::parseJson(input);
-  assert(std::clock() - start < CLOCKS_PER_SEC);  // whatever its keys hash to
+  assert(std::clock() - start < CLOCKS_PER_SEC);  // even if the hashes of its keys collide
   assert(document || !document.error().description.empty());
   if (!document) return 0;
   JsonValue secrets = *document;
