@@ -17,13 +17,12 @@ using namespace HalvernApi;
 
 namespace {
 
-// [task]
-// A coroutine that starts at once and comes to an exit status, for which main can wait.
+// A coroutine that starts immediately and returns an exit status, for which main can wait.
 struct Task {
   struct promise_type {
     int result = 1;
     std::promise<int> ended;
-    ~promise_type() { ended.set_value(result); }  // only now are the coroutine's variables gone
+    ~promise_type() { ended.set_value(result); }  // the variables of the coroutine are destroyed before this
     Task get_return_object() { return {ended.get_future()}; }
     std::suspend_never initial_suspend() noexcept { return {}; }
     std::suspend_never final_suspend() noexcept { return {}; }
@@ -32,15 +31,13 @@ struct Task {
   };
   std::future<int> status;
 };
-// [task]
 
 int fail(const char* step, const Error& error) {
   std::cerr << step << ": " << error << '\n';
   return 1;
 }
 
-// [read]
-// The audiograms in a file, or what is wrong with it.
+// The audiograms in a file, or a message with its faults.
 Expected<std::vector<Audiogram>, std::string> readAudiograms(const std::string& name) {
   std::ostringstream text;
   text << std::ifstream(name, std::ios::binary).rdbuf();
@@ -53,15 +50,13 @@ Expected<std::vector<Audiogram>, std::string> readAudiograms(const std::string& 
   if (!audiograms) return Unexpected<std::string>(name + ": " + fault);
   return *std::move(audiograms);
 }
-// [read]
 
-// [save]
-// The files of an earlier run may be another patient's, so they are removed before the first call.
+// Called before the first call: files of an earlier run may contain data of another patient.
 void removeFiles() {
   for (const char* const file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
 }
 
-// A file has its name only when it is complete.
+// The file gets its final name only after it is complete.
 bool save(const std::string& ear, const std::optional<Data>& configuration) {
   if (!configuration) {
     std::cerr << "The service has no configuration for the " << ear << " ear.\n";
@@ -76,7 +71,6 @@ bool save(const std::string& ear, const std::optional<Data>& configuration) {
   std::cerr << name << ": " << configuration->size() << " bytes\n";
   return true;
 }
-// [save]
 
 // [fitting]
 Task fit(ApiService& service, std::string email, std::string password, std::vector<Audiogram> audiograms) {

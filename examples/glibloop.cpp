@@ -14,7 +14,6 @@ using namespace HalvernApi;
 
 namespace {
 
-// [queue]
 class GlibQueue final : public DispatchQueue {
  public:
   void async(std::function<void()> task) override {
@@ -26,7 +25,6 @@ class GlibQueue final : public DispatchQueue {
     g_idle_add_full(G_PRIORITY_DEFAULT, run, new std::function<void()>(std::move(task)), destroy);
   }
 };
-// [queue]
 
 }  // namespace
 

@@ -12,14 +12,12 @@ using namespace HalvernApi;
 
 namespace {
 
-// [queue]
 class QtQueue final : public DispatchQueue {
  public:
   void async(std::function<void()> task) override {
     QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task), Qt::QueuedConnection);
   }
 };
-// [queue]
 
 }  // namespace
 

@@ -24,8 +24,7 @@ Expected<T, Error> resultBy(Clock::time_point deadline, const Promise<T, Error>&
 }
 // [deadline]
 
-// [screen]
-// Cancels what a screen has asked for and not received when the screen is closed. For one thread.
+// Cancels the unfinished calls of a screen when the screen is closed. For one thread.
 class Screen {
  public:
   Screen() = default;
@@ -43,11 +42,8 @@ class Screen {
  private:
   std::vector<std::function<void()>> cancels_;
 };
-// [screen]
 
-// [offline]
-// Keeps what was to be stored until the service has taken or rejected it. For one thread; `waiting` may be kept in a
-// file.
+// Keeps updates until the service has accepted or rejected them. For one thread. `waiting` can be stored in a file.
 struct Outbox {
   struct Update {
     std::string birthdate;  // as text, because a Date is made when it is sent
@@ -55,25 +51,23 @@ struct Outbox {
   };
   std::deque<Update> waiting;
 
-  // Call it when the connection is back. False when something is left for later: the service cannot be reached, is in
-  // trouble, or refuses the token, which is to be renewed then.
+  // Call it when the network is back. Returns false if updates remain: the service cannot be reached, has an error, or
+  // refuses the token, which must then be renewed.
   bool send(ApiService& service, const std::string& accessToken) {
     for (; !waiting.empty(); waiting.pop_front()) {
       const auto birthdate = JsonCodec<Date>::decodeJson(JsonValue(waiting.front().birthdate + "T00:00:00"));
       if (!birthdate) continue;
       const auto result = service.update(*birthdate, waiting.front().sex, accessToken).get();
-      // Only what the service rejects is given up. Storing the same twice does no harm, so what may have arrived is
-      // sent again.
+      // Drops an update only if the service rejects it. Updates that may have arrived are sent again: storing the same
+      // values twice is harmless.
       if (!result && result.error().kind() != Error::Case::validationError) return false;
     }
     return true;
   }
 };
-// [offline]
 
-// [trace]
-// Collects the library's log lines with the time since the start, and marks the calls, so that the service's log can be
-// searched for them. Set up before the first call.
+// Collects the log lines of the library with the time since the start. Adds an id to the calls, to find them in the log
+// of the service. Create it before the first call.
 struct Trace {
   explicit Trace(std::string id) : mark(std::move(id)) {
     Environment::log = [this](const std::string& line) {
@@ -89,7 +83,6 @@ struct Trace {
   std::mutex mutex;
   std::vector<std::string> lines;
 };
-// [trace]
 
 class RecipesTest : public testing::Test {
  protected:

@@ -12,7 +12,6 @@ using namespace HalvernApi;
 
 namespace {
 
-// [errors]
 // What to tell the user. For the developer there is error.description().
 std::string explain(const Error& error) {
   switch (error.kind()) {
@@ -24,7 +23,6 @@ std::string explain(const Error& error) {
   }
   return {};
 }
-// [errors]
 
 int fail(const std::string& words) {
   std::cerr << words << '\n';
