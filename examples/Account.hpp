@@ -1,17 +1,17 @@
-// The user's account as an application may hold it: the tokens, kept fresh, and the birth date as a day of the
-// calendar. Its calls block, so they belong on a worker thread; for one thread at a time.
+// An account in an application: renews the tokens, and handles the birth date as a calendar day. The calls block, so
+// use a worker thread. For one thread at a time.
 #pragma once
 
 #include <HalvernApi/HalvernApi.hpp>
 
 // [birthdate]
-// The day, such as "1980-05-17", at midnight in this device's time zone. Absent when there is no such day.
+// The day, such as "1980-05-17", at midnight in this device's time zone. Absent if the day does not exist.
 inline std::optional<HalvernApi::Date> dateOf(const std::string& day) {
   const auto date = HalvernApi::decodeDate(HalvernApi::JsonValue(day + "T00:00:00"));
   return date ? std::optional(*date) : std::nullopt;
 }
 
-// The day that a date falls on in this device's time zone.
+// The calendar day of a date in this device's time zone.
 inline std::string dayOf(HalvernApi::Date date) {
   const std::string text = HalvernApi::encodeDate(date);
   return text.substr(0, text.find('T'));
@@ -38,8 +38,8 @@ class Account {
 
  private:
   // [relogin]
-  // Makes a call with the access token. When the service refuses the token, signs in again with the refresh token and
-  // makes the call once more.
+  // Makes a call with the access token. If the service refuses the token, signs in with the refresh token and repeats
+  // the call.
   template <class Call>
   auto withToken(Call call) -> decltype(call(std::string()).get()) {
     auto result = call(signIn_.accessToken()).get();

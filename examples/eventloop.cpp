@@ -29,8 +29,8 @@ class MainLoop final : public DispatchQueue {
 // [queue]
 
 // [stdout]
-// Standard output for the application alone: what others print there, as the library does with the body of every
-// answer, tokens included, ends here. Null when that cannot be had.
+// Returns a stream to standard output for the application alone. Discards what others print there, such as the bodies
+// of all answers, tokens included, that the library prints. Returns null on failure.
 std::FILE* takeStandardOutput() {
   std::FILE* const own = fdopen(dup(STDOUT_FILENO), "w");
   return std::freopen("/dev/null", "w", stdout) != nullptr ? own : nullptr;
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
 
   int status = 1;
   asio::signal_set signals(loop, SIGINT, SIGTERM);
-  auto work = asio::make_work_guard(loop);  // the loop does not see calls that are in flight
+  auto work = asio::make_work_guard(loop);  // the loop does not know of calls in flight
   const auto confirmed =
       service.login(argv[2], password, "example-1", "Example").flatMap([&](const AuthenticationResponse& account) {
         return service.checkIfValidated(account.accessToken());

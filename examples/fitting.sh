@@ -9,12 +9,12 @@
 # [fitting]
 set -eu
 umask 077
-rm -f left.bin right.bin  # they may be another patient's
+rm -f left.bin right.bin  # they may contain data of another patient
 export HALVERN_BASE_URL="$1"
 email=$2 audiograms=$3
 halvern register --json --email "$email" >account.json || [ $? -eq 1 ]  # 1: refused, because the address is taken
 halvern login --json --email "$email" >account.json
 HALVERN_ACCESS_TOKEN=$(jq -er .accessToken account.json)
 export HALVERN_ACCESS_TOKEN
-halvern profile --json "$audiograms" --left-out left.bin --right-out right.bin >fitting.json  # 7: not for both ears
+halvern profile --json "$audiograms" --left-out left.bin --right-out right.bin >fitting.json  # 7: no configuration for an ear
 # [fitting]

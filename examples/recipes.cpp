@@ -15,7 +15,7 @@ using testing::HasSubstr;
 // [deadline]
 using Clock = std::chrono::steady_clock;
 
-// What a call comes to, or a chain of calls, which is cancelled at the deadline.
+// The result of a call, or of a chain of calls. Cancels it at the deadline.
 template <class T>
 Expected<T, Error> resultBy(Clock::time_point deadline, const Promise<T, Error>& calls) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());

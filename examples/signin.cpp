@@ -1,8 +1,8 @@
-// Signs in with an e-mail address and a password, and says how that went.
+// Signs in with an e-mail address and a password, and prints the result.
 //
 //   API_KEY=... PASSWORD=... signin BASE-URL EMAIL
 //
-// Exit status: 0 signed in, 1 not signed in, 2 used wrongly.
+// Exit status: 0 signed in, 1 not signed in, 2 wrong usage.
 #include <HalvernApi/HalvernApi.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -12,14 +12,14 @@ using namespace HalvernApi;
 
 namespace {
 
-// What to tell the user. For the developer there is error.description().
+// A message for the user. error.description() is for developers.
 std::string explain(const Error& error) {
   switch (error.kind()) {
     case Error::Case::network: return "The service cannot be reached. Check the connection and try again.";
     case Error::Case::validationError: return *error.validationMessage();  // the service's own words
     case Error::Case::notAuthorized: return "The service does not accept this application.";
     case Error::Case::unknownJsonData: return "The service has changed. Look for a newer version of this application.";
-    case Error::Case::unknownNSError: return "The service cannot do this now. If it stays so, ask our support.";
+    case Error::Case::unknownNSError: return "The service cannot do this now. If this continues, contact our support.";
   }
   return {};
 }
@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: API_KEY=... PASSWORD=... signin BASE-URL EMAIL\n";
     return 2;
   }
-  // The library prints the body of every answer on standard output, tokens included. Nobody is to see them.
+  // The library prints the body of every answer on standard output, tokens included. Discard them.
   // [silence]
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return fail("There is no /dev/null.");
   // [silence]
