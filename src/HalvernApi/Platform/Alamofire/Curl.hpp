@@ -34,6 +34,13 @@ class EasyOptions {
   void set(CURLoption option, Value value) {
     if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
   }
+  // For options that only switch off what some builds of libcurl lack anyway.
+  template <class Value>
+  void setIfKnown(CURLoption option, Value value) {
+    if (result_ != CURLE_OK) return;
+    set(option, value);
+    if (result_ == CURLE_UNKNOWN_OPTION || result_ == CURLE_NOT_BUILT_IN) result_ = CURLE_OK;
+  }
   CURLcode result() const { return result_; }
 
  private:

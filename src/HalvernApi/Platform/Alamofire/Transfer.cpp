@@ -125,8 +125,8 @@ CURLcode Transfer::setSharedOptions() {
                   std::max(bounded(configuration.timeoutIntervalForRequest), std::chrono::milliseconds(1)).count()));
   options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
   if (!tlsFault()) setTlsOptions(options, configuration);
-  options.set(CURLOPT_NOPROXY, "");
-  options.set(CURLOPT_PROXY, "");  // ignore the proxies of the environment
+  options.setIfKnown(CURLOPT_NOPROXY, "");
+  options.setIfKnown(CURLOPT_PROXY, "");  // ignore the proxies of the environment
   return configuration.proxyUrl ? setProxy(options, *configuration.proxyUrl) : options.result();
 }
 
