@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 
+// \cond
 #ifdef __clang__
 #define HALVERNAPI_CHECKED_BY_CLANG(attribute) __attribute__((attribute))
 #else
@@ -65,3 +66,4 @@ class Condition {
 };
 
 }  // namespace HalvernApi::Foundation
+// \endcond
