@@ -23,8 +23,8 @@ void replace(std::string& block, std::size_t start, char separator) {
 
 HTTPHeaders::Header HTTPHeaders::Iterator::operator*() const {
   if (const char* const colon = std::strchr(at, ':')) return {{at, static_cast<std::size_t>(colon - at)}, colon + 2};
-  const std::string_view line(at);
-  return {line.substr(0, line.size() - 1), line.substr(line.size())};
+  const std::string_view line(at);  // "Name;"
+  return {line.substr(0, line.size() - 1), ""};
 }
 
 HTTPHeaders::Iterator& HTTPHeaders::Iterator::operator++() {

@@ -21,7 +21,7 @@ struct TransferContext {
   int unsent = 0;           // number of transfers whose requests have not been sent
 };
 
-// The base of the type that begins transfers.
+// The type that begins transfers derives from this one, so that `Transfer::owner` can be cast back to it.
 struct TransferOwner {};
 
 class Transfer {

@@ -285,12 +285,12 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
     return;
   }
   RawResponse answer = exchange.transfer->outcome(result);
-  if (!redirected(exchange, answer)) finish(exchange, std::move(answer));
+  if (!followRedirect(exchange, answer)) finish(exchange, std::move(answer));
 }
 
 // Follows the redirect if `answer` is one. False if the exchange must finish with `answer`. That gets a failure if
 // there were too many redirects, or if memory ran out.
-bool Transport::redirected(Exchange& exchange, RawResponse& answer) try {
+bool Transport::followRedirect(Exchange& exchange, RawResponse& answer) try {
   if (answer.failure || answer.response->statusCode / 100 != 3) return false;
   auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
   if (!next) return false;

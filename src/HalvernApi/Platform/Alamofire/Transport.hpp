@@ -52,7 +52,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::shared_ptr<const ParsedUrl> parsed(const std::string& url);
   void reap();
   void transferDone(Exchange& exchange, CURLcode result);
-  bool redirected(Exchange& exchange, RawResponse& answer);
+  bool followRedirect(Exchange& exchange, RawResponse& answer);
   void recycle(std::unique_ptr<Transfer> transfer);
   void interrupt(Exchange& exchange, const Foundation::Failure& failure);
   void finish(Exchange& exchange, RawResponse answer);
@@ -78,8 +78,9 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Foundation::Mutex joining_;  // held while the thread is joined
   Foundation::Thread thread_;  // started under mutex_, joined under joining_
 
-  // Used by the I/O thread only, as soon as it runs. There is one exception: any thread may wake the multi handle,
-  // which is therefore not destroyed before this object.
+  // Used by the I/O thread only, as soon as it runs. There are two exceptions: any thread reads the configuration,
+  // which does not change, and any thread may wake the multi handle, which is therefore not destroyed before this
+  // object.
   TransferContext context_;
   CurlMulti multi_;
   std::vector<Command> batch_;
