@@ -34,7 +34,7 @@ std::vector<std::string> wrapped(const std::string& text, double width) {
   boost::split(words, text, boost::is_any_of(" "));
   for (const std::string& word : words) {
     std::string& line = lines.back();
-    if (!line.empty() && widthOf(line + ' ' + word) > width)
+    if (!line.empty() && widthOf(line) + widthOf(" ") + widthOf(word) > width)
       lines.emplace_back();
     else if (!line.empty())
       line += ' ';
@@ -209,7 +209,8 @@ void Picture::symbols() {
       };
       for (int moves = 0; moves < 20 && std::any_of(taken.begin(), taken.end(), hides); ++moves)
         from += (goesLeft ? -1 : 1) * (digit + 1);
-      for (double at = from; at < from + size; at += digit) taken.emplace_back(at, y);
+      for (std::size_t index = 0; index < curve.number.size(); ++index)
+        taken.emplace_back(from + digit * static_cast<double>(index), y);
       if (size > 0)
         label(from, y + 15, text("class='halo' font-size='11' fill='", curve.ear.colour, '\''), curve.number);
     }
@@ -220,7 +221,7 @@ void Picture::outside() {
   for (const auto& [side, values] : outside_)
     for (const Outside& value : values) {
       const std::string bar = text("stroke-width='4' stroke='", value.colour, '\'');
-      const auto [x, y] = std::pair(left_ + value.point.x * octaveWidth, top_ + value.point.y * decibelHeight);
+      const double x = left_ + value.point.x * octaveWidth, y = top_ + value.point.y * decibelHeight;
       const double away = 12 + value.line * smallLineHeight;
       const auto put = [&](double toX, double toY, double labelX, double labelY, const char* anchor) {
         line(x, y, toX, toY, bar);
