@@ -65,6 +65,7 @@ std::size_t inheritableConnections() {
 }
 
 TEST(Connections, AreNeverStandardStreams) {
+  if (slack > 1) GTEST_SKIP() << "the locks of a sanitizer may stay locked after a fork";
   ScriptedServer server({json("{}")});
   EXPECT_EQ(statusOfChild([&] {
               for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
@@ -222,6 +223,7 @@ TEST(Signals, DoNotComeFromAPeerThatResetsAndAreLeftAlone) {
   for (int number = 0; number < 30; ++number)
     EXPECT_EQ(outcomeOf(call(session, server.url(), std::string(1 << 20, 'x'))), lost);
   EXPECT_TRUE(isDefault());
+  if (slack > 1) GTEST_SKIP() << "the locks of a sanitizer may stay locked after a fork";
   // Printing bodies on a thread of the application must not raise SIGPIPE if nobody reads standard output.
   ScriptedServer plain({json("{}")});
   EXPECT_EQ(statusOfChild([&] {
