@@ -19,7 +19,7 @@ prepare() {
 }
 
 is_installed() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
-is_offered() { LC_ALL=C apt-cache policy "$1" | grep -q 'Candidate: [^(]'; }
+is_offered() { LC_ALL=C apt-cache policy "$1" | grep 'Candidate: [^(]' >/dev/null; }
 
 # one_of TEST A|B...: prints the first of the packages that passes the test.
 one_of() {

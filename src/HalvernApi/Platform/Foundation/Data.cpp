@@ -22,7 +22,7 @@ constexpr auto sixBits = [] {
 }  // namespace
 
 Data dataOf(std::string_view text) {
-  const auto bytes = std::as_bytes(std::span(text));
+  const auto bytes = std::as_bytes(std::span<const char>(text));
   return {bytes.begin(), bytes.end()};
 }
 
