@@ -151,7 +151,7 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
   EXPECT_EQ(outcomeOf(fake.checkIfValidated("token")), "success");
 }
 
-TEST(Urls, GoOutAsTheyWereGivenHoweverManyASessionSees) {
+TEST(Urls, AreSentUnchangedHoweverManyASessionUses) {
   ScriptedServer one({json("{}")}), other({json("{}")});
   SessionManager session({});
   std::vector<std::string> targets = {"/", "/a/../b", "/./c//d", "/e?f=%20&g=/?h", "/%7Ei"};
@@ -230,7 +230,7 @@ Coroutine callTwice(ApiService& service, PromiseSource<std::thread::id, Error> t
   thread.resolve(std::this_thread::get_id());
 }
 
-TEST(Coroutines, GoOnOnTheCompletionQueueUnlessTheyAreDestroyedWhileTheyWait) {
+TEST(Coroutines, ContinueOnTheCompletionQueueUnlessTheyAreDestroyed) {
   ScriptedServer server({json("{}"), json("{}"), http(401, "", ""), heldAnswer});
   HttpApiService service(server.url(), {}, "key");
   const auto here = [](Unit) { return std::this_thread::get_id(); };
@@ -391,7 +391,7 @@ TEST_F(LogLines, HideThePartOfAUrlThatMayBeAPassword) {
   for (const auto& [url, shown] : rows) EXPECT_EQ(Alamofire::printableUrl(url), shown);
 }
 
-TEST_F(LogLines, FollowTheHookAsItIsWhenTheyAreDueAndNeverAlterTheCall) {
+TEST_F(LogLines, UseTheCurrentHookAndNeverChangeTheCall) {
   for (const bool before : {false, true}) {  // the hook is set when the call begins, or when it ends
     ScriptedServer server({heldAnswer});
     HttpApiService service(server.url(), {}, "key");

@@ -28,7 +28,7 @@ Texts split(const std::string& text) {
   return boost::split(parts, text, boost::is_any_of("|"));
 }
 
-TEST(PrimitiveDecoders, TakeTheirOwnKindOnly) {
+TEST(PrimitiveDecoders, AcceptOnlyTheirOwnKind) {
   const std::vector<std::pair<std::string, Texts>> rows = {
       {"Bool ", {"true", "false"}},
       {"String ", {"\"\"", "\"1\""}},
@@ -115,7 +115,7 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
   EXPECT_NE(fault.error().value()->storage().get(), &memory);
 }
 
-TEST(Enumerations, TravelAsTheirRawTextsExactly) {
+TEST(Enumerations, AreSentAsTheirRawTexts) {
   for (std::size_t ordinal = 0; const std::string& text : split("Male|Female|NotKnown")) {
     EXPECT_EQ(std::hash<Sex>()(Sex::fromRawValue(text).value()), ordinal);
     EXPECT_EQ(Sex::decodeJson(JsonValue(text)).value().encodeJson(), text);
@@ -128,7 +128,7 @@ TEST(Enumerations, TravelAsTheirRawTextsExactly) {
     EXPECT_EQ(Sex::decodeJson(json), Failure(JsonDecodeError::wrongType(json, "String"))) << json;
 }
 
-TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
+TEST(JsonText, IsRefusedIfItsValuesWouldTakeTooMuchMemory) {
   const auto listOf = [](const std::string& element) { return '[' + repeat(element + ',', 999) + element + ']'; };
   const std::string longText(20'000, 'x');
   const std::vector<std::pair<std::string, std::size_t>> rows = {
@@ -149,7 +149,7 @@ TEST(JsonText, IsRefusedWhereItsValuesWouldTakeMoreMemoryThanTheyMay) {
   EXPECT_FALSE(Statham::parseJson("[0", 1000).error().isTooLarge);
 }
 
-TEST(JsonText, IsRefusedWhereComparingItsKeysMightTakeTooLong) {
+TEST(JsonText, IsRefusedIfComparingItsKeysMightTakeTooLong) {
   const auto object = [](int members, const std::string& keyEnd = "") {
     std::string text = "{";
     for (int number = 0; number < members; ++number) text += '"' + std::to_string(10'000 + number) + keyEnd + "\":0,";
@@ -198,7 +198,7 @@ std::string bodyOf(const JsonValue& value) {
   return error ? error->domain : request.body.value_or("none");
 }
 
-TEST(JsonBodies, HoldNumbersAsPlainDecimalsAndNothingThatJsonCannotCarry) {
+TEST(JsonBodies, HoldPlainDecimalsAndNothingThatJsonCannotExpress) {
   EXPECT_EQ(bodyOf({35.5, 35.0, 0.1, 1e21, 1e-7}), R"({"v":[35.5,35,0.1,1000000000000000000000,0.0000001]})");
   EXPECT_EQ(bodyOf({Limits::max(), Limits::min()}), R"({"v":[9223372036854775807,-9223372036854775808]})");
   EXPECT_EQ(bodyOf({UINT64_MAX}), R"({"v":[18446744073709551615]})");
@@ -275,7 +275,7 @@ TEST_F(Dates, AgreeWithTheCalendarOfTheCLibrary) {
   }
 }
 
-TEST_F(Dates, ThatAreNotInThePatternOrNotInTheCalendarAreRefused) {
+TEST_F(Dates, ThatAreNotInThePatternOrTheCalendarAreRefused) {
   const auto isRefused = [](const JsonValue& json) {
     const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
     return decodeDate(json) == Unexpected<JsonDecodeError>(error);

@@ -53,7 +53,7 @@ class HalvernTest : public testing::Test {
   Sandbox server;
 };
 
-TEST_F(HalvernTest, SaysWhatACallCameTo) {
+TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
   const Script no{.answer = Answer{.body = R"({"isSuccessful": false, "isEmailConfirmed": false, "accessToken": "",
                                                "refreshToken": "", "email": ""})"}};
   const Answer onlyLeft{.body = R"({"leftConfiguration": "AQI=", "rightConfiguration": null})"};
@@ -198,7 +198,7 @@ TEST_F(HalvernTest, BehavesInATerminal) {
 }
 
 // If the charts change intentionally, look at the new ones and store them: see CONTRIBUTING.md.
-TEST_F(HalvernTest, DrawsTheChartsThatWereLookedAt) {
+TEST_F(HalvernTest, DrawsTheExpectedCharts) {
   ASSERT_EQ(std::system("$HALVERN chart points.json --chart points.svg >points.txt"), 0);
   for (const char* chart : {"points.svg", "points.txt"})
     EXPECT_EQ(contents(chart), contents((std::string(HALVERN_CHARTS "/") + chart).c_str()));

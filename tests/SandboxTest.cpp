@@ -174,7 +174,7 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_EQ(outcomeOf(service.authenticate("sandbox-facebook-token", "id", "name")), "success");
 }
 
-TEST(Sandbox, RefusesWhatIsMoreLessOrOtherThanTheServiceExpects) {
+TEST(Sandbox, RefusesRequestsThatTheServiceDoesNotExpect) {
   Testing::Sandbox sandbox;
   sandbox.addAccount("a@b.c", "password");
   HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());

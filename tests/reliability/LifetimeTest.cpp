@@ -16,7 +16,7 @@ auto soon() { return 100ms * slowness(); }
 constexpr auto stages = {Stage::lookingUp, Stage::connecting, Stage::sending, Stage::waiting, Stage::receiving};
 constexpr std::size_t largeBody = 8 << 20;  // more than the socket buffers hold
 
-TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
+TEST(Destroying, SettlesEveryCallOnceAndImmediatelyAndLeavesNothingBehind) {
   std::thread([] {}).join();  // a sanitizer may start a thread of its own with the first one
   for (const Stage stage : stages)
     for (const std::size_t calls : {1UL, 6UL, 1000UL}) {
@@ -46,7 +46,7 @@ TEST(Destroying, SettlesEveryCallOnceAndAtOnceAndLeavesNothingBehind) {
     }
 }
 
-TEST(LastReference, ToServiceSessionOrPromiseMayGoInAHandler) {
+TEST(LastReference, MayBeDroppedInAHandler) {
   for (const auto& queue : queues())
     for (const std::size_t which : {0UL, 1UL, 2UL}) {
       const ProcessResources before;
@@ -94,7 +94,7 @@ TEST(ProcessExit, IsCleanAndRunsNoHandler) {
     }
 }
 
-TEST(ProcessExit, CancelsCallsBegunAfterIt) {
+TEST(ProcessExit, CancelsCallsThatStartAfterIt) {
   expectCleanExit([] {
     static ScriptedServer& server = *new ScriptedServer({json("{}")});
     static HttpApiService& service = *new HttpApiService(server.url(), {}, "key");
@@ -124,7 +124,7 @@ TEST(ProcessExit, CancelsCallsBegunAfterIt) {
   });
 }
 
-TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
+TEST(ProcessExit, WaitsForTheRunningHandlerAndStartsNoOther) {
   expectCleanExit([] {
     static std::atomic<bool> blocks = false, done = false;
     static const std::shared_ptr<void> last(nullptr, [](void*) { std::_Exit(done ? 0 : 5); });
@@ -145,7 +145,7 @@ TEST(ProcessExit, WaitsForTheHandlerThatRunsAndLetsNoOtherBegin) {
   });
 }
 
-TEST(ProcessExit, WaitsForNoHandlerThatIsOverAndLeavesNothingForALeakCheckerToFind) {
+TEST(ProcessExit, WaitsForNoFinishedHandlerAndLeaksNothing) {
   expectCleanExit([] {
     static Clock::time_point start;
     static const std::shared_ptr<void> last(nullptr, [](void*) {
@@ -196,7 +196,7 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   EXPECT_EQ(statusOfChild([]() -> int { std::exit(7); }), 7);
 }
 
-TEST(Calls, EndSoonAtEveryStageHoweverTheyAreEndedAndTouchNoOther) {
+TEST(Calls, EndSoonAtEveryStageAndAffectNoOther) {
   constexpr auto limit = 150ms * slack;
   enum { cancelling, silence, whole };
   for (const Stage stage : stages)
@@ -313,7 +313,7 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
 }
 
 // Makes HALVERNAPI_SOAK_CALLS calls on several threads. Some of them fail, are cancelled, or lose their service.
-TEST(Soak, EndsEveryCallAsItHasToAndLeavesNothingBehind) {
+TEST(Soak, EndsEveryCallAsExpectedAndLeavesNothingBehind) {
   constexpr int workers = 16;
   constexpr long maxGrowth = (slack > 1 ? 512L : 4L) * 1024;  // KiB; a sanitizer keeps freed memory for a long time
   const char* const given = std::getenv("HALVERNAPI_SOAK_CALLS");

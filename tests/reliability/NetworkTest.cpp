@@ -14,7 +14,7 @@ Answer redirect(int status, const std::string& target) {
   return text("HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: " + target + "\r\nContent-Length: 0\r\n\r\n");
 }
 
-TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
+TEST(TimeLimits, OnSilenceRestartWithEveryHeaderAndEveryByteOfTheBody) {
   Answer answer = text("HTTP/1.1 200 OK\r\n");
   for (int header = 0; header < 16; ++header)
     answer.insert(answer.end(), {{Step::pause, {}, 40ms}, {Step::send, "X: y\r\n"}});
@@ -26,7 +26,7 @@ TEST(TimeLimits, OfSilenceBeginAnewWithEveryHeaderAndEveryByteOfTheBody) {
   EXPECT_EQ(outcomeOf(call(whole, server.url())), timedOut);
 }
 
-TEST(TimeLimits, OfSilenceBeginAnewWithEveryPieceThatIsTakenOfALargeBody) {
+TEST(TimeLimits, OnSilenceRestartWithEveryPieceOfALargeBodyThatIsSent) {
   constexpr std::size_t size = 16 << 20;  // more than the socket buffers hold
   Listener listener(false);
   const std::jthread slowReader([&] {
@@ -102,7 +102,7 @@ TEST(Connections, AreNewForRequestsAfterAFlush) {
   expectConnections(3);
 }
 
-TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {
+TEST(Connections, StayWithinTheirLimitAndAreNotInherited) {
   const std::vector<std::pair<URLSessionConfiguration, std::size_t>> rows = {
       {{.httpMaximumConnectionsPerHost = 0}, 1}, {{.httpMaximumConnectionsPerHost = 3}, 3}, {{}, 6}};
   for (const auto& [configuration, most] : rows) {
@@ -121,7 +121,7 @@ TEST(Connections, AreNoMoreThanTheyMayBeAndNoneIsInherited) {
   }
 }
 
-TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
+TEST(Connections, ThatEndOrReceiveDataWhileIdleAreNotReused) {
   const Identity identity;
   const Listener full(true);
   for (const auto& channels : {std::shared_ptr<ssl_ctx_st>(), identity.channels})
@@ -141,7 +141,7 @@ TEST(Connections, ThatEndOrSpeakWhileIdleAreNotUsedAgain) {
       }
 }
 
-TEST(Connections, ThatSpeakAreToldFromOthersToTheSameServer) {
+TEST(Connections, ThatReceiveDataAreDistinguishedFromOthersToTheSameServer) {
   const Answer speaking = {{Step::hold}, json("{}")[0], {Step::pause, {}, 5ms}, http(500, "", "")[0], closing};
   const Answer late = {{Step::pause, {}, 50ms}, json("{}")[0]};  // so that both calls need a connection
   ScriptedServer server({heldAnswer, speaking, late});
@@ -174,7 +174,7 @@ TEST(Requests, ThatAServerMayHaveSeenAreNotSentAgain) {
   EXPECT_EQ(server.connections(), connections);
 }
 
-TEST(Requests, ThatAServerMayHaveSeenSayThatTheirConnectionWasLostEvenIfTheServerIsGone) {
+TEST(Requests, ThatAServerMayHaveSeenEndAsLostEvenIfTheServerIsGone) {
   Listener listener(false);
   const std::string url = listener.url();
   const std::jthread server([&] {
@@ -192,7 +192,7 @@ TEST(Requests, ThatAServerMayHaveSeenSayThatTheirConnectionWasLostEvenIfTheServe
   EXPECT_EQ(outcomeOf(call(session, url, "once")), lost);
 }
 
-TEST(Proxies, AreToldTheirUserAndPasswordAndTheWholeUrl) {
+TEST(Proxies, GetUserAndPasswordAndTheWholeUrl) {
   ScriptedServer proxy({json("{}")});
   SessionManager session({.proxyUrl = "http://us%65r:pass:word@" + proxy.authority()});
   EXPECT_EQ(outcomeOf(call(session, "http://no.such.example:81/a?b")), "success");
@@ -263,7 +263,7 @@ TEST(Signals, AreNotDeliveredToThreadsOfTheLibrary) {
   pending.cancel();
 }
 
-TEST(Redirects, ToTheSameOriginAreFollowedAsTheStandardHasIt) {
+TEST(Redirects, ToTheSameOriginAreFollowedAsTheStandardSays) {
   constexpr auto post = HTTPMethod::post, put = HTTPMethod::put;
   const std::vector<std::tuple<int, HTTPMethod, std::string>> rows = {
       {301, post, "GET"}, {302, post, "GET"}, {303, post, "GET"}, {307, post, "POST"}, {308, post, "POST"},
