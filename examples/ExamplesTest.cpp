@@ -150,6 +150,8 @@ TEST_F(ExamplesTest, TheScriptStoresBothEars) {
   server.script(Operation::login, {.drop = true});
   EXPECT_EQ(fit("new@example.com"), 4);
   EXPECT_FALSE(std::filesystem::exists("left.bin"));
+  server.script(Operation::register_, {.drop = true});
+  EXPECT_EQ(fit("new@example.com"), 4);
 }
 #endif
 

@@ -63,11 +63,16 @@ bool save(const std::string& ear, const std::optional<Data>& configuration) {
     return false;
   }
   const std::string name = ear + ".bin", temporary = name + ".part";
+  std::error_code error;
   std::ofstream file(temporary, std::ios::binary);
+  std::filesystem::permissions(temporary, std::filesystem::perms(0600), error);  // for its owner only
   file << textOf(*configuration);
   file.close();
-  if (!file) return false;
-  std::filesystem::rename(temporary, name);
+  if (file && !error) std::filesystem::rename(temporary, name, error);
+  if (!file || error) {
+    std::cerr << name << " cannot be written.\n";
+    return false;
+  }
   std::cerr << name << ": " << configuration->size() << " bytes\n";
   return true;
 }

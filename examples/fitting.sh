@@ -12,7 +12,10 @@ umask 077
 rm -f left.bin right.bin  # they may contain data of another patient
 export HALVERN_BASE_URL="$1"
 email=$2 audiograms=$3
-halvern register --json --email "$email" >account.json || [ $? -eq 1 ]  # 1: refused, because the address is taken
+halvern register --json --email "$email" >account.json || {
+  status=$?
+  [ $status -eq 1 ] || exit $status  # 1: refused, because the address is taken
+}
 halvern login --json --email "$email" >account.json
 HALVERN_ACCESS_TOKEN=$(jq -er .accessToken account.json)
 export HALVERN_ACCESS_TOKEN

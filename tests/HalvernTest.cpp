@@ -75,12 +75,20 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"old; h profile $AT /dev/null $EARS; files", 2, "^.$", "/dev/null: line 1: not JSON"},
       {"old; h profile $AT points.json --left-out left --right-out no/right; files", 6, "}.old.right.$",
        "cannot write"},
+      {"old; $HALVERN profile $AT points.json $EARS & while kill -0 $! && [ -e right ]; do :; done; kill -9 $!; wait $!; "
+       "files",
+       137, "^.$", "", {.delay = std::chrono::seconds(10)}},
       {"ln -s left x; old; h profile $AT points.json --left-out x --right-out left; files", 2, "^old.old.left right.$",
        "same"},
+      {"ln -s new y; h profile $AT points.json --left-out y >&2 && cat new", 0, "Left ", "left ear"},
+      {"h profile $AT points.json --left-out new --right-out ./new", 2, "^$", "same"},
+      {"h profile $AT points.json --left-out - --right-out /dev/stdout", 2, "^$", "same"},
+      {"h profile $AT points.json --audiogram points.json", 2, "^$", "one FILE"},
+      {"old; h chart /dev/null --chart left; files", 2, "^old.right.$", "not JSON"},
       {"h profile $AT - --left-out - --right-out /dev/null <points.json", 0, "^Left 500=[^{]*$", "left ear: "},
       {"h profile $AT points.json --left-out - --chart -", 2, "^$", "are the same file, -"},
       {"h profile $AT - --api-key-file - <points.json", 2, "^$", "are the same file, -"},
-      {"h profile $AT --left-out left", 2, "^$", "FILE of audiograms is required"},
+      {"h profile $AT --left-out left", 2, "^$", "one FILE of audiograms is required"},
       {"h demo", 0, "Every step had the expected result", "^$"},
       {"h version", 0, "^halvern [0-9.]+.$", "^$"},
       {"h help login", 0, "Signs in with e-mail", "^$"},
@@ -91,6 +99,7 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"h $LOGIN $PASSWORD --proxy x:// --json", 4, "-1000", ""},
       {"h $LOGIN $PASSWORD --max-time 0.3 --json", 4, "-1001", "", {.delay = std::chrono::seconds(10)}},
       {"h LOGIN", 2, "^$", "^halvern: there is no subcommand LOGIN; the nearest is login.$"},
+      {"h hepl", 2, "^$", "the nearest is help.$"},
       {"h $'a\\e[31m'", 2, "^$", "^halvern: there is no subcommand a\\?.31m.$"},
       {"h login", 2, "^$", "^halvern: --base-url is required; see halvern login --help.$"},
       {"h $LOGIN $PASSWORD --json", 1, R"(^\{"isSuccessful":false)", "refused", no},
@@ -98,6 +107,7 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"h $LOGIN --password x --json", 1, R"(^\{"error":\{"case":"validationError",.*is wrong."\}\}.$)", "wrong"},
       {"h send-password-reset $AT --email nobody@example.com", 1, "false", "refused"},
       {"h $LOGIN", 2, "^$", "--password or .* not a terminal"},
+      {"h $LOGIN $PASSWORD --max-time nan", 2, "^$", "not a number"},
       {"h $LOGIN $PASSWORD --timeout 0", 2, "^$", "--timeout"},
       {"h update --birthdate 1980-02-30 --sex male $AT", 2, "^$", "not a date"},
       {"HALVERN_API_KEY=x h $LOGIN $PASSWORD --json", 3, R"("case":"notAuthorized")", "401"},
@@ -209,17 +219,18 @@ TEST_F(HalvernTest, CompletesOptionsTextsAndFiles) {
   const std::pair<const char*, const char*> cases[] = {
       {"lo", "login"},
       {"help up", "update"},
-      {"chart --c", "--check --chart"},
+      {"chart --c", "--check,--chart"},
       {"chart po", "points.json"},
-      {"update --sex ", "Male Female NotKnown"},
+      {"chart two", "two words"},
+      {"update --sex ", "Male,Female,NotKnown"},
       {"update --sex F", "Female"},
       {"login --email ", ""},
       {"profile --left-out pa", "password.txt"},
   };
   for (const auto& [words, completed] : cases) {
-    std::ofstream("line") << "$HALVERN generate bash >completion; . ./completion; COMP_WORDS=(halvern " << words
+    std::ofstream("line") << "$HALVERN generate bash >completion; touch 'two words'; . ./completion; COMP_WORDS=(halvern " << words
                           << (std::string_view(words).ends_with(' ') ? "'')" : ")")
-                          << "; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _halvern; echo ${COMPREPLY[*]} >out";
+                          << "; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _halvern; IFS=,; echo \"${COMPREPLY[*]}\" >out";
     EXPECT_EQ(std::system("bash line"), 0);
     EXPECT_EQ(contents("out"), completed + std::string("\n")) << words;
   }

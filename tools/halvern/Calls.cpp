@@ -180,7 +180,7 @@ bool store(const ConfigurationResponse& answer, Values& values) {
     if (data && !file.empty()) values.configurations.write(file, Foundation::textOf(*data));
     isComplete = isComplete && (data || file.empty());
   }
-  values.configurations.replace();
+  values.configurations.publish();
   return isComplete;
 }
 
@@ -331,8 +331,12 @@ std::vector<FileUse> filesOf(const CLI::App& command) {
 // Checks what CLI11 cannot check. Throws a Failure before any file is read or removed.
 void checkUsage(const CLI::App& command, const Values& values) {
   checkFiles(filesOf(command));
-  if (command.get_option_no_throw("FILE") != nullptr && values.audiogramFile.empty())
-    throw Failure(status::wrongUsage, "a FILE of audiograms is required");
+  const auto* const file = command.get_option_no_throw("FILE");
+  if (file != nullptr && file->count() + command.count("--audiogram") != 1)
+    throw Failure(status::wrongUsage, "one FILE of audiograms is required");
+  for (const double seconds : {values.timeout, values.maxTime})
+    if (std::isnan(seconds)) throw Failure(status::wrongUsage, "a time limit is not a number");
+  if (values.check && !values.chart.empty()) throw Failure(status::wrongUsage, "--check writes no --chart");
   const std::string extension = std::filesystem::path(values.chart).extension();
   if (!extension.empty() && !boost::iequals(extension, ".svg"))
     throw Failure(status::wrongUsage, "--chart: only SVG is written, so the file name must end in .svg");
@@ -354,7 +358,8 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
   command.footer(example + "\n\n" + status::help);
   command.final_callback([&command, variables, values, run] {
     checkUsage(command, *values);
-    for (const std::string& file : {values->leftOut, values->rightOut}) values->configurations.expect(file);
+    for (const FileUse& use : filesOf(command))
+      if (use.isOutput) OutputFiles::removeOld(use.file);
     for (const Variable variable : variables)
       if (optionOf(variable).kind == secret) complete(optionOf(variable), command, *values);
     run(*values);

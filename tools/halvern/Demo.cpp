@@ -72,6 +72,7 @@ bool demo(const std::string& program) {
   Sandbox sandbox;
   setenv("HALVERN_API_KEY", sandbox.apiKey().c_str(), 1);
   setenv("HALVERN_PASSWORD", "correct horse", 1);
+  unsetenv("HALVERN_PROXY");
   std::cout << "All ten operations with one account, against a sandbox at " << sandbox.baseUrl()
             << ".\nSecrets are passed in the environment.\n";
   bool allExpected = true;

@@ -15,15 +15,24 @@ namespace {
 
 std::string lastError() { return std::generic_category().message(errno); }
 
+// The absolute path without symbolic links, also if the file does not exist.
+fs::path resolved(fs::path path) {
+  std::error_code error;
+  path = fs::weakly_canonical(fs::absolute(path, error), error);
+  while (fs::is_symlink(path, error))  // to a file that does not exist
+    path = fs::weakly_canonical(path.parent_path() / fs::read_symlink(path, error), error);
+  return path;
+}
+
 // The path of the regular file that the name refers to or would create; empty for anything else.
 fs::path regularFile(const std::string& name) {
-  std::error_code error;
   if (name == "-") return {};
-  const fs::path folder = fs::weakly_canonical(fs::absolute(name).parent_path(), error);
+  std::error_code error;
+  const std::string folder = resolved(fs::path(name).parent_path() / ".");
   // These directories contain names of open files, such as the standard streams, that must not be replaced.
-  if (folder == "/dev" || folder.string().starts_with("/proc")) return {};
+  if (folder == "/dev" || folder == "/proc" || folder.starts_with("/proc/")) return {};
   const fs::file_status status = fs::status(name, error);
-  return fs::exists(status) && !fs::is_regular_file(status) ? fs::path() : fs::weakly_canonical(name, error);
+  return fs::exists(status) && !fs::is_regular_file(status) ? fs::path() : resolved(name);
 }
 
 [[noreturn]] void failToWrite(const std::string& file) {
@@ -47,22 +56,18 @@ fs::path writeTemporary(const fs::path& target, std::string_view bytes) {
   failToWrite(target);
 }
 
-// Removes a file of an earlier run: it may contain data of another patient, and must not be mistaken for a new one.
-void removeOld(const fs::path& file) {
-  std::error_code error;
-  fs::remove(file, error);
-  if (error) say("CANNOT REMOVE " + file.string() + ", WHICH IS FROM AN EARLIER RUN: " + error.message());
-}
-
 }  // namespace
 
 void checkFiles(const std::vector<FileUse>& uses) {
   const auto isSame = [](const FileUse& left, const FileUse& right) {
-    if (left.file == "-" || right.file == "-") return left.file == right.file && left.isOutput == right.isOutput;
-    if (!left.isOutput && !right.isOutput) return false;
-    const fs::path file = regularFile(left.file);
-    return left.file == right.file || (!file.empty() && file == regularFile(right.file));
+    if (!left.isOutput && !right.isOutput) return left.file == "-" && right.file == "-";
+    if (left.isOutput != right.isOutput && (left.file == "-" || right.file == "-")) return false;
+    const auto pathOf = [](const FileUse& use) { return use.file == "-" ? fs::path("/dev/stdout") : resolved(use.file); };
+    std::error_code error;
+    return pathOf(left) == pathOf(right) || fs::equivalent(pathOf(left), pathOf(right), error);
   };
+  for (const FileUse& use : uses)
+    if (use.file.empty()) throw Failure(status::wrongUsage, use.option + ": the name of the file is empty");
   for (auto left = uses.begin(); left != uses.end(); ++left)
     for (auto right = left + 1; right != uses.end(); ++right)
       if (isSame(*left, *right))
@@ -91,21 +96,19 @@ std::string firstLine(const std::string& text) {
 }
 
 OutputFiles::~OutputFiles() {
-  for (const auto& [target, temporary] : temporary_) {
-    removeOld(target);
-    if (!temporary.empty()) removeOld(temporary);
-  }
+  for (const auto& [temporary, target] : written_) unlink(temporary.c_str());
 }
 
-void OutputFiles::expect(const std::string& file) {
-  const fs::path target = file.empty() ? fs::path() : regularFile(file);
-  if (!target.empty()) temporary_.emplace(target, fs::path());
+void OutputFiles::removeOld(const std::string& file) {
+  std::error_code error;
+  if (const fs::path old = regularFile(file); !old.empty()) fs::remove(old, error);
+  if (error) throw Failure(status::notWritten, "cannot remove the old file " + file + ": " + error.message());
 }
 
 void OutputFiles::write(const std::string& file, std::string_view bytes) {
   const fs::path target = regularFile(file);
   if (!target.empty()) {
-    temporary_[target] = writeTemporary(target, bytes);
+    written_.emplace_back(writeTemporary(target, bytes), target);
   } else if (file == "-") {
     std::cout << bytes << std::flush;
   } else {
@@ -115,17 +118,14 @@ void OutputFiles::write(const std::string& file, std::string_view bytes) {
   }
 }
 
-void OutputFiles::replace() {
-  // Removes all old files before the first new one appears.
-  for (const auto& [target, temporary] : temporary_) removeOld(target);
-  for (const auto& [target, temporary] : temporary_)
-    if (!temporary.empty() && rename(temporary.c_str(), target.c_str()) != 0) failToWrite(target);
-  temporary_.clear();
+void OutputFiles::publish() {
+  for (const auto& [temporary, target] : written_)
+    if (rename(temporary.c_str(), target.c_str()) != 0) failToWrite(target);
+  written_.clear();
 }
 
 void writeFile(const std::string& file, std::string_view bytes) {
   OutputFiles files;
-  files.expect(file);
   files.write(file, bytes);
-  files.replace();
+  files.publish();
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,8 +12,8 @@ struct FileUse {
   bool isOutput;
 };
 
-// Throws a Failure if an output is the same file as another output or an input, or if `-` is used for two inputs or two
-// outputs.
+// Throws a Failure if a name is empty, if an output is the same file as another output or an input, or if `-` is used for
+// two inputs or two outputs.
 void checkFiles(const std::vector<FileUse>& uses);
 
 // Throws a Failure if the file cannot be read.
@@ -23,26 +22,26 @@ std::string readFile(const std::string& file);
 // The first line, without its line end.
 std::string firstLine(const std::string& text);
 
-// The output files of one run. Regular files are written under temporary names in the same directory and replaced
-// together, so that an interruption never leaves files of two runs. Everything else (devices, pipes, standard output)
-// is written directly and never removed.
+// The output files of one run. Regular files of an earlier run are removed first. New ones are written under temporary
+// names in the same directory and get their names together, so that an interruption never leaves a file of an earlier
+// run. Everything else (devices, pipes, standard output) is written directly and never removed.
 class OutputFiles {
  public:
   OutputFiles() = default;
   OutputFiles(const OutputFiles&) = delete;
   OutputFiles& operator=(const OutputFiles&) = delete;
-  // Unless `replace` was called, removes the expected files of earlier runs.
+  // Removes the files that were written but not published.
   ~OutputFiles();
 
-  // Announces a file that `write` will write. Does nothing if the name is empty.
-  void expect(const std::string& file);
+  // Removes the file if it exists: it may contain data of another patient. Throws a Failure if that is not possible.
+  static void removeOld(const std::string& file);
   // Throws a Failure if the file cannot be written.
   void write(const std::string& file, std::string_view bytes);
-  // Removes the expected files of earlier runs, and moves the written files to their places.
-  void replace();
+  // Gives all written files their names.
+  void publish();
 
  private:
-  std::map<std::filesystem::path, std::filesystem::path> temporary_;  // by target; empty until written
+  std::vector<std::pair<std::filesystem::path, std::filesystem::path>> written_;  // temporary and final name
 };
 
 // Writes one file, like OutputFiles.

@@ -43,7 +43,7 @@ const std::map<std::string, Form> forms{
     *) [[ $current != -* ]] || words=${words/ FILE / } ;;
   esac
   COMPREPLY=($(compgen -W "$(sed 's/:[^ ]*//g' <<<"$words")" -- "$current"))
-  [[ " $words " != *" FILE "* ]] || COMPREPLY=($(compgen -f -- "$current"))
+  [[ " $words " != *" FILE "* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
 }
 complete -o filenames -F _halvern halvern
 )END",
@@ -52,7 +52,7 @@ complete -o filenames -F _halvern halvern
      {.head = "#compdef halvern\nlocal -a commands=(\n",
       .name = "  '{c}:{h}'\n",
       .names =
-          ")\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal command=$words[2]\nshift words\n"
+          "  help version\n)\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal command=$words[2]\nshift words\n"
           "((--CURRENT))\ncase $command in\n",
       .command = "  {c}) _arguments",
       .option = " \\\n    '{o}[{h}]{v}'",
@@ -66,7 +66,7 @@ complete -o filenames -F _halvern halvern
     {"fish",
      {.head = "complete -c halvern -f\n",
       .name = "complete -c halvern -n __fish_use_subcommand -a {c} -d '{h}'\n",
-      .names = "",
+      .names = "complete -c halvern -n __fish_use_subcommand -a 'help version'\n",
       .command = "",
       .option = "complete -c halvern -n '__fish_seen_subcommand_from {c}' -l {o}{v} -d '{h}'\n",
       .file = " -r -F",
@@ -91,7 +91,8 @@ complete -o filenames -F _halvern halvern
       .tail = std::string(R"(.SH ENVIRONMENT
 .TP
 .B HALVERN_...
-Values of the options whose text names such a variable. An option has precedence. A line end is removed.
+Values of the options whose text names such a variable. An option has precedence. The line end of a
+secret is removed.
 .TP
 .B NO_COLOR
 If it is not empty, charts have no colour.
@@ -99,8 +100,8 @@ If it is not empty, charts have no colour.
 The file name \- means standard input or standard output, except for \-\-ca\-file. Only the first line of a file with a
 secret is used. If \-\-left\-out, \-\-right\-out or \-\-chart is \-, the answer itself is not printed.
 .PP
-The files of the two configurations are replaced together, when both are complete. No file of an earlier run remains: if
-the call fails, both are removed, and if the service has no configuration for an ear, the file for this ear is removed.
+Output files of an earlier run are removed before the call. The files of the two configurations appear together, when
+both are complete. If the service has no configuration for an ear, there is no file for this ear.
 .SH EXIT STATUS
 .nf
 )") + status::help +
@@ -129,10 +130,6 @@ std::string exampleOf(const CLI::App& command) {
 
 }  // namespace
 
-std::vector<const CLI::App*> subcommands(const CLI::App& app) {
-  return app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
-}
-
 std::string generate(const CLI::App& app, const std::string& name) {
   const Form& form = forms.at(name);
   const auto escaped = [&](std::string words) {
@@ -144,7 +141,8 @@ std::string generate(const CLI::App& app, const std::string& name) {
     boost::replace_all(part, "{e}", escaped(exampleOf(command)));
     return boost::replace_all_copy(part, "{h}", escaped(help));
   };
-  const auto commands = subcommands(app);
+  // Those that the help shows.
+  const auto commands = app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
   std::string text = form.head;
   for (const CLI::App* const command : commands) text += fill(form.name, *command, command->get_description());
   text += form.names;
@@ -159,7 +157,9 @@ std::string generate(const CLI::App& app, const std::string& name) {
       const std::string dashes = name == "fish" ? "" : name == "man" ? "\\-\\-" : "--";
       boost::replace_all(part, "{v}", valueOf(form, *option));
       boost::replace_all(part, "{w}", wordsOf(*option, name == "bash" || name == "man" ? "|" : " "));
-      if (!option->get_positional()) boost::replace_all(part, "{o}", dashes + option->get_lnames()[0]);
+      const bool isRepeatable = option->get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+      const std::string star = name == "zsh" && isRepeatable ? "*" : "";
+      if (!option->get_positional()) boost::replace_all(part, "{o}", star + dashes + option->get_lnames()[0]);
       text += fill(part, *command, help);
     }
     text += fill(form.end, *command, "");

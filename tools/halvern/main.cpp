@@ -30,11 +30,13 @@ std::size_t distance(const std::string& word, const std::string& name) {
 
 // Throws a Failure if there is no such subcommand. The message names a similar one if there is one.
 void checkSubcommand(const std::string& word, const CLI::App& app) {
-  std::pair<std::size_t, std::string> best{(word.size() + 1) / 2, ""};
+  std::vector<std::string> names{"help", "version"};
   for (const CLI::App* const command : app.get_subcommands({})) {
     if (command->get_name() == word) return;
-    best = std::min(best, {distance(boost::to_lower_copy(word), command->get_name()), command->get_name()});
+    if (!command->get_group().empty()) names.push_back(command->get_name());  // the others are hidden
   }
+  std::pair<std::size_t, std::string> best{word.size() / 2 + 1, ""};
+  for (const std::string& name : names) best = std::min(best, {distance(boost::to_lower_copy(word), name), name});
   throw Failure(status::wrongUsage,
                 "there is no subcommand " + word + (best.second.empty() ? "" : "; the nearest is " + best.second));
 }
