@@ -143,7 +143,8 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
     EXPECT_EQ(
         outcomeOf(request<Unit>(session, server.url(), HTTPMethod::get, parameters, FaultyEncoding(), {}, {}, {})),
         parameters ? "unknownNSError Alamofire.AFError 1" : "unknownNSError Alamofire.AFError 0");
-  ScriptedServer headers({text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n")});
+  ScriptedServer headers(
+      {text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99999999999\r\n\r\n")});
   EXPECT_EQ(outcomeOf(call(session, headers.url(), "x", HTTPMethod::head)), notJson);  // does not wait for a body
   EXPECT_FALSE(headers.requests().at(0).header("Content-Type"));
   PartialFake fake(server.url(), {}, "key");
@@ -153,7 +154,7 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
 
 TEST(Urls, AreSentUnchangedHoweverManyASessionUses) {
   ScriptedServer one({json("{}")}), other({json("{}")});
-  SessionManager session({});
+  SessionManager session({.httpMaximumConnectionsPerHost = INT_MAX, .maximumResponseSize = SIZE_MAX});
   std::vector<std::string> targets = {"/", "/a/../b", "/./c//d", "/e?f=%20&g=/?h", "/%7Ei"};
   for (int number = 0; number < 20; ++number) targets.push_back("/more/" + std::to_string(number));
   for (int round = 0; round < 2; ++round)
@@ -289,7 +290,7 @@ TEST(Failure, ThatNeverReachesAServerNamesItsReason) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
       {refused, {"http://127.0.0.1:1"}},
       {unsupported, {"", "127.0.0.1:1", "ftp://127.0.0.1:1"}},
-      {noHost, {"http:///127.0.0.1:1", "http://:1"}},
+      {noHost, {"http:///127.0.0.1:1", "http://:1", "http://%FF.example", "http://" + std::string(70'000, 'a')}},
       {"unknownNSError Alamofire.AFError 0", {"http://a b", "http://a\n"}}};
   for (const auto& [expected, urls] : rows)
     for (const std::string& url : urls)
@@ -323,7 +324,7 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
   };
   ScriptedServer server({json(R"({"a":"ä"})"), json("\"\xff\""), json(""), cut("200"), cut("400"), cut("401"),
                          http(500, "text/html", "<p>\n")});
-  HttpApiService service(server.url(), {.httpAdditionalHeaders = {{"Accept-Charset", "secret"}}}, "secret");
+  HttpApiService service(server.url(), {.httpAdditionalHeaders = {{"Accept-'Charset", "secret"}}}, "secret");
   const std::string url = "Optional(" + server.url() + "/api/v1/account/login)";
   const std::string deaf = "Optional(http://<elided>@127.0.0.1:1/api/v1/account/confirmed-email)";
   std::string description = "$ curl -v -X POST";
@@ -331,7 +332,7 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
     description += " -H '" + std::string(name) + ": " + std::string(value) + '\'';
   description +=
       " -H 'Accept: application/json' -H 'Api-Key: <elided>' -H 'Content-Type: application/json'"
-      " -H 'Accept-Charset: <elided>' --data '<elided>' '" +
+      " -H 'Accept-'\\''Charset: <elided>' --data '<elided>' '" +
       server.url() + "/api/v1/account/login'";
   ::testing::internal::CaptureStdout();
   const std::map<int, std::vector<std::string>> ends = {
@@ -353,14 +354,16 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
 
 TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
   listen();
-  enum { cancelling, destroying, silence };
-  for (const int end : {cancelling, destroying, silence})
+  enum { cancelling, destroying, silence, size };
+  const int codes[] = {-999, -999, -1001, -1103};
+  for (const int end : {cancelling, destroying, silence, size})
     for (const std::string part : {"{}", "\xc3"}) {
-      const std::string head = "HTTP/1.1 401 ?\r\nContent-Type: a/b\r\nContent-Length: 9\r\n\r\n";
+      const std::string head = "HTTP/1.1 401 ?\r\nContent-Type: a/b\r\nContent-Length: 101\r\n\r\n";
       const Answer stalled = {{Step::send, head + part}, {Step::hold}};
       ScriptedServer server({stalled, stalled, json("1")});
       URLSessionConfiguration configuration;
       if (end == silence) configuration.timeoutIntervalForRequest = 500ms;
+      if (end == size) configuration.maximumResponseSize = 100;
       auto session = std::make_unique<SessionManager>(configuration);
       ::testing::internal::CaptureStdout();
       const auto logged = fetch(*session, server.url());
@@ -370,13 +373,13 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
       EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other parts have been read before this
       if (end == cancelling) logged.cancel(), kept.cancel();
       if (end == destroying) session = nullptr;
-      EXPECT_EQ(outcomeOf(logged), end == silence ? timedOut : cancelled);
+      EXPECT_EQ(outcomeOf(logged), "network NSURLErrorDomain " + std::to_string(codes[end]));
       const ErrorResponse error = kept.get().error();
-      EXPECT_EQ(std::get<NSError>(error.error).code, end == silence ? -1001 : -999);
+      EXPECT_EQ(std::get<NSError>(error.error).code, codes[end]);
       EXPECT_EQ(error.response, (HTTPURLResponse{401, "a/b"}));
-      EXPECT_EQ(error.data, bytes(part));
-      EXPECT_EQ(::testing::internal::GetCapturedStdout(), part == "{}" ? "1\n{}\n" : "1\n");
-      EXPECT_EQ(std::exchange(lines, {}).back(), "STATUS 401 Optional(" + server.url() + ')');
+      EXPECT_EQ(error.data, end == size ? std::nullopt : std::optional(bytes(part)));
+      EXPECT_EQ(::testing::internal::GetCapturedStdout(), part == "{}" && end != size ? "1\n{}\n" : "1\n");
+      EXPECT_THAT(std::exchange(lines, {}), Contains("STATUS 401 Optional(" + server.url() + ')'));
     }
 }
 

@@ -75,9 +75,13 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"old; h profile $AT /dev/null $EARS; files", 2, "^.$", "/dev/null: line 1: not JSON"},
       {"old; h profile $AT points.json --left-out left --right-out no/right; files", 6, "}.old.right.$",
        "cannot write"},
-      {"old; $HALVERN profile $AT points.json $EARS & while kill -0 $! && [ -e right ]; do :; done; kill -9 $!; wait $!; "
+      {"old; $HALVERN profile $AT points.json $EARS & while kill -0 $! && [ -e right ]; do :; done; kill -9 $!; wait "
+       "$!; "
        "files",
-       137, "^.$", "", {.delay = std::chrono::seconds(10)}},
+       137,
+       "^.$",
+       "",
+       {.delay = std::chrono::seconds(10)}},
       {"ln -s left x; old; h profile $AT points.json --left-out x --right-out left; files", 2, "^old.old.left right.$",
        "same"},
       {"ln -s new y; h profile $AT points.json --left-out y >&2 && cat new", 0, "Left ", "left ear"},
@@ -228,9 +232,10 @@ TEST_F(HalvernTest, CompletesOptionsTextsAndFiles) {
       {"profile --left-out pa", "password.txt"},
   };
   for (const auto& [words, completed] : cases) {
-    std::ofstream("line") << "$HALVERN generate bash >completion; touch 'two words'; . ./completion; COMP_WORDS=(halvern " << words
-                          << (std::string_view(words).ends_with(' ') ? "'')" : ")")
-                          << "; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _halvern; IFS=,; echo \"${COMPREPLY[*]}\" >out";
+    std::ofstream("line")
+        << "$HALVERN generate bash >completion; touch 'two words'; . ./completion; COMP_WORDS=(halvern " << words
+        << (std::string_view(words).ends_with(' ') ? "'')" : ")")
+        << "; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _halvern; IFS=,; echo \"${COMPREPLY[*]}\" >out";
     EXPECT_EQ(std::system("bash line"), 0);
     EXPECT_EQ(contents("out"), completed + std::string("\n")) << words;
   }

@@ -124,6 +124,7 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
   if (name.starts_with("127.")) return original(node, service, hints, found);
   if (name == "two.example") {
     ++lookups;
+    if (twoIsGone) return EAI_NONAME;
     const int failed = original("127.0.0.2", service, hints, found);
     return failed != 0 ? failed : original("127.0.0.1", service, hints, &(*found)->ai_next);
   }

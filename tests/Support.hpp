@@ -163,7 +163,8 @@ struct Listener {
 // All other names, and "blocked.example", do not exist.
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
-inline std::atomic<int> lookups = 0;  // of "two.example"
+inline std::atomic<int> lookups = 0;         // of "two.example"
+inline std::atomic<bool> twoIsGone = false;  // "two.example" does not exist any more
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
 

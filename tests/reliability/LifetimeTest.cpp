@@ -298,7 +298,9 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
     HttpApiService other(server.url(), {.completionQueue = queue}, "key");
     std::atomic<int> done = 0;
     const PromiseSource<Unit, Error> later;
-    service.resendValidationEmail("1").finally([&] {
+    const auto own = service.resendValidationEmail("1");
+    own.finally([&] {
+      done += own.map([](Unit unit) { return unit; }).get() ? 1 : 0;
       const auto inner =
           service.resendValidationEmail("2").map([&](Unit) { return service.resendValidationEmail("3").get(); });
       done += inner.get() ? 1 : 0;
@@ -307,9 +309,26 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
       EXPECT_LT(::mallinfo2().uordblks, before + 100'000);
       done += other.resendValidationEmail("4").waitFor(std::chrono::milliseconds::max()) ? 1 : 0;
     });
-    EXPECT_TRUE(eventually([&] { return done == 2; })) << done << " on queue " << which;
+    EXPECT_TRUE(eventually([&] { return done == 3; })) << done << " on queue " << which;
     later.resolve({});
   }
+}
+
+TEST(Handlers, RunWithTheNextTaskIfTheQueueDropsOne) {
+  struct LossyQueue final : DispatchQueue {
+    void async(std::function<void()> task) override {
+      if (++tasks > 1) task();
+    }
+    std::atomic<int> tasks = 0;
+  };
+  ScriptedServer server({json("{}")});
+  const auto queue = std::make_shared<LossyQueue>();
+  HttpApiService service(server.url(), {.completionQueue = queue}, "key");
+  std::atomic<int> done = 0;
+  service.resendValidationEmail("1").finally([&] { ++done; });
+  ASSERT_TRUE(eventually([&] { return queue->tasks == 1; }));
+  service.resendValidationEmail("2").finally([&] { ++done; });
+  EXPECT_TRUE(eventually([&] { return done == 2; }));
 }
 
 // Makes HALVERNAPI_SOAK_CALLS calls on several threads. Some of them fail, are cancelled, or lose their service.

@@ -190,6 +190,16 @@ TEST(Requests, ThatAServerMayHaveSeenEndAsLostEvenIfTheServerIsGone) {
   SessionManager session({});
   EXPECT_EQ(outcomeOf(call(session, url, "once")), "success");
   EXPECT_EQ(outcomeOf(call(session, url, "once")), lost);
+  for (const bool isProxy : {false, true}) {
+    ScriptedServer named({json("{}"), {closing}});
+    const std::string name = "http://two.example" + named.authority().substr(named.authority().find(':'));
+    SessionManager other({.proxyUrl = isProxy ? std::optional(name) : std::nullopt});
+    EXPECT_EQ(outcomeOf(call(other, name, "once")), "success");
+    twoIsGone = true;
+    EXPECT_EQ(outcomeOf(call(other, name, "once")), lost);
+    twoIsGone = false;
+    EXPECT_EQ(named.requests().size(), 2);
+  }
 }
 
 TEST(Proxies, GetUserAndPasswordAndTheWholeUrl) {

@@ -95,7 +95,7 @@ TEST_F(Answers, OfEverySizeHaveOneOutcomeInBoundedMemory) {
   const std::string tooLarge = "network NSURLErrorDomain -1103", noRecord = "unknownJsonData";
   expectOutcomes({{raw(length + "\r\n", full), noRecord},
                   {raw("", full), noRecord},
-                  {raw(length + "0\r\n", ""), tooLarge},
+                  {raw(length + "0\r\n", " "), tooLarge},
                   {raw("", full + ' '), tooLarge},
                   {raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge},  // its values need more
                   {raw("", std::string(60'000, '[')), notJson},
@@ -179,10 +179,15 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheRightOne) {
     SCOPED_TRACE(testing::Message() << terms.address << terms.firstDay << file.value_or("none") << outcome);
     const Identity identity(terms);
     ScriptedServer server({json("{}")}, identity.channels);
-    SessionManager session({.certificateAuthorityFile = file == own ? identity.file() : file});
+    const auto authority = file == own ? identity.file() : file;
+    SessionManager session({.certificateAuthorityFile = authority});
     EXPECT_EQ(outcomeOf(call(session, server.url())), outcome);
     EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // after it has read everything that was sent
     EXPECT_EQ(server.requests().size(), outcome == "success" ? 1 : 0);
+    ScriptedServer proxy({json("{}")}, identity.channels);
+    SessionManager proxied({.certificateAuthorityFile = authority, .proxyUrl = proxy.url()});
+    EXPECT_EQ(outcomeOf(call(proxied, "http://no.such.example")), outcome);
+    EXPECT_EQ(proxy.requests().size(), outcome == "success" ? 1 : 0);
   }
   const Identity identity;
   const std::string pin = identity.pin(), other = stranger.pin();

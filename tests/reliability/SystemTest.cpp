@@ -74,6 +74,7 @@ TEST(Memory, ThatRunsOutAnywhereEndsACallAndSendsNothingElsewhere) {
                                                 badAnswer};
   const std::vector<std::tuple<std::string, URLSessionConfiguration, std::string>> rows = {
       {urlOf(server), {}, "success"},
+      {urlOf(server), {.completionQueue = std::make_shared<InlineQueue>()}, "success"},
       {urlOf(server) + "/moved", {}, "success"},
       {urlOf(unproxied), {.proxyUrl = "http://user:password@" + urlOf(server).substr(7)}, "success"},
       {urlOf(server) + "/silent", {.timeoutIntervalForRequest = limit}, timedOut},
@@ -123,7 +124,7 @@ TEST(System, ThatHasNoDescriptorsLeftCostsNoProcessorTime) {
   if (slack > 1) GTEST_SKIP() << "a sanitizer needs descriptors to look at memory";
   expectCleanExit([] {
     ScriptedServer server({heldAnswer});
-    SessionManager session({});
+    SessionManager session({}), unused({});
     const auto pending = call(session, server.url());
     if (!server.awaitRequests(1)) std::_Exit(1);
     rlimit before{};
@@ -132,11 +133,13 @@ TEST(System, ThatHasNoDescriptorsLeftCostsNoProcessorTime) {
     setrlimit(RLIMIT_NOFILE, &none);
     const std::clock_t busy = std::clock();
     const auto another = call(session, server.url());  // wakes the I/O thread
+    if (outcomeOf(call(unused, server.url())) != "network NSPOSIXErrorDomain 24") std::_Exit(4);
     const bool early = pending.waitFor(500ms);
     const bool idle = std::clock() - busy < CLOCKS_PER_SEC / 50;
     setrlimit(RLIMIT_NOFILE, &before);
     server.release();
     if (early || !idle || outcomeOf(another) != refused) std::_Exit(2);
+    if (outcomeOf(call(unused, server.url())) != "success") std::_Exit(5);
     std::_Exit(outcomeOf(pending) == "success" ? 0 : 3);
   });
 }

@@ -2,8 +2,9 @@
 
 #include <openssl/x509_vfy.h>
 
-#include <cerrno>
 #include <new>
+
+#include "HalvernApi/Platform/Foundation/Ascii.hpp"
 
 namespace HalvernApi::Alamofire {
 
@@ -68,7 +69,11 @@ std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags) {
 }
 
 ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(text)) {
-  if (!urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;  // some versions of libcurl lose it in copies
+  constexpr std::size_t longestName = 253;  // RFC 1035, 2.3.4
+  const std::string host = urlPart(parts, CURLUPART_HOST);
+  const bool isUsual = host.size() <= longestName && Foundation::consistsOf(host, ".-_[:]");
+  // Some versions of libcurl lose a zone in copies. Only for text, libcurl says what is wrong with an unusual host.
+  if (!isUsual || !urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;
 }
 
 namespace {
@@ -92,11 +97,11 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
     case CURLE_WRITE_ERROR:  // of libcurl's decoders; callbacks of the library set a failure of their own
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
-    case CURLE_FILESIZE_EXCEEDED: return Foundation::NSURLErrorDataLengthExceedsMaximum;
     case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;
     case CURLE_PEER_FAILED_VERIFICATION: {
       long verdict = X509_V_OK;
       curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &verdict);
+      if (verdict == X509_V_OK) curl_easy_getinfo(handle, CURLINFO_PROXY_SSL_VERIFYRESULT, &verdict);
       if (verdict == X509_V_ERR_CERT_HAS_EXPIRED) return Foundation::NSURLErrorServerCertificateHasBadDate;
       if (verdict == X509_V_ERR_CERT_NOT_YET_VALID) return Foundation::NSURLErrorServerCertificateNotYetValid;
       return Foundation::NSURLErrorServerCertificateUntrusted;
@@ -111,7 +116,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
 }  // namespace
 
 Failure failureOf(CURL* handle, CURLcode result) {
-  if (result == CURLE_OUT_OF_MEMORY) return Foundation::posixFailure(ENOMEM);
+  if (result == CURLE_OUT_OF_MEMORY) return Foundation::outOfMemory;
   return urlFailure(numberOf(handle, result), curl_easy_strerror(result));
 }
 

@@ -48,7 +48,7 @@ class EasyOptions {
   CURLcode result_ = CURLE_OK;
 };
 
-// Initialises libcurl, the first time that it is called. Must precede all other uses of libcurl.
+// Initialises libcurl, the first time that it is called. Must precede the first handle for transfers.
 void initialiseCurl();
 
 // The content encodings that this libcurl can decode, as the value of "Accept-Encoding".

@@ -1,7 +1,6 @@
 #include "HalvernApi/Platform/Alamofire/Request.hpp"
 
 #include <algorithm>
-#include <cerrno>
 
 #include "HalvernApi/Platform/Alamofire/AFError.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -17,6 +16,20 @@ using Promissum::ErrorResponse;
 
 Request::~Request() = default;
 
+namespace {
+
+// In single quotes, for a shell.
+std::string quoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'') quoted += "'\\'";
+    quoted += c;
+  }
+  return quoted + '\'';
+}
+
+}  // namespace
+
 std::string Request::debugDescription() const {
   if (!request()) return "$ curl command could not be created";
   constexpr std::string_view harmless[] = {"Accept", "Accept-Encoding", "Accept-Language", "Content-Type",
@@ -27,14 +40,10 @@ std::string Request::debugDescription() const {
     const bool isHarmless =
         std::any_of(std::begin(harmless), std::end(harmless),
                     [&own = name](std::string_view known) { return equalIgnoringCase(known, own); });
-    text += " -H '";
-    text += name;
-    text += ": ";
-    text += isHarmless ? value : "<elided>";
-    text += '\'';
+    text += " -H " + quoted(std::string(name) + ": " + std::string(isHarmless ? value : "<elided>"));
   }
   if (request()->body) text += " --data '<elided>'";
-  return text + " '" + printableUrl(request()->url) + '\'';
+  return text + ' ' + quoted(printableUrl(request()->url));
 }
 
 DataRequest::DataRequest(std::optional<URLRequest> request, Promissum::PromiseCore::Queue queue,
@@ -150,7 +159,7 @@ ErrorResponse DataRequest::currentException() {
   try {
     throw;
   } catch (const std::bad_alloc&) {
-    return {makeError(Foundation::posixFailure(ENOMEM))};
+    return {makeError(Foundation::outOfMemory)};
   } catch (...) {  // not quoted: the decoder may be the application's, and its exception may contain data of the answer
     return {makeError(
         {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};

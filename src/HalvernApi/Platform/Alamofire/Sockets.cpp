@@ -8,13 +8,18 @@
 namespace HalvernApi::Alamofire {
 namespace {
 
-int portOf(curl_socket_t handle, decltype(::getsockname)& name) {
+// The address, as text, and the port of one end of a connection; port 0 if it has none.
+std::pair<std::string, int> endOf(curl_socket_t handle, decltype(::getsockname)& name) {
   sockaddr_storage address{};
   socklen_t size = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (name(handle, generic, &size) != 0) return 0;
-  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&address)->sin6_port
-                                             : reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+  if (name(handle, generic, &size) != 0) return {};
+  auto* const six = reinterpret_cast<sockaddr_in6*>(&address);
+  auto* const four = reinterpret_cast<sockaddr_in*>(&address);
+  const bool isSix = address.ss_family == AF_INET6;
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(address.ss_family, isSix ? static_cast<void*>(&six->sin6_addr) : &four->sin_addr, text.data(), text.size());
+  return {text.data(), ntohs(isSix ? six->sin6_port : four->sin_port)};
 }
 
 bool hasSomethingToRead(curl_socket_t handle) {
@@ -68,8 +73,8 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
     }
   } else {
     found = std::find_if(sockets_.begin(), sockets_.end(), [&](const auto& socket) {
-      return socket->localPort == 0 && portOf(socket->handle, ::getsockname) == localPort &&
-             portOf(socket->handle, ::getpeername) == peerPort;
+      return socket->localPort == 0 && endOf(socket->handle, ::getsockname).second == localPort &&
+             endOf(socket->handle, ::getpeername) == std::pair<std::string, int>(peer, peerPort);
     });
     if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // unknown socket
     (*found)->peer = peer;

@@ -2,7 +2,7 @@
 
 #include <openssl/ssl.h>
 
-#include <cerrno>
+#include <climits>
 
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
 #include "HalvernApi/Platform/Foundation/Ascii.hpp"
@@ -67,13 +67,17 @@ CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   return options.result();
 }
 
-// Only for a libcurl with OpenSSL. Without OpenSSL, https calls fail before a transfer begins.
+// For servers and https proxies. Only for a libcurl with OpenSSL. Without OpenSSL, https calls fail before a transfer
+// begins.
 void setTlsOptions(EasyOptions& options, const Foundation::URLSessionConfiguration& configuration) {
-  options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  for (const CURLoption version : {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION})
+    options.set(version, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
   if (configuration.certificateAuthorityFile) {
-    options.set(CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str());
-    options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    for (const CURLoption file : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
+      options.set(file, configuration.certificateAuthorityFile->c_str());
+    for (const CURLoption directory : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH})
+      options.set(directory, static_cast<const char*>(nullptr));
   }
   std::string pins;
   for (const std::string& pin : configuration.pinnedPublicKeys) pins += (pins.empty() ? "sha256//" : ";sha256//") + pin;
@@ -120,10 +124,9 @@ CURLcode Transfer::setSharedOptions() {
   options.set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});  // see docs/decisions/0003-http-1.1.md
   options.set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // the device may be in another network when it connects again
   // If a name has several addresses, libcurl spends a part of this time on each.
+  constexpr std::chrono::milliseconds shortest{1}, longest{INT_MAX};
   options.set(CURLOPT_CONNECTTIMEOUT_MS,
-              static_cast<long>(
-                  std::max(bounded(configuration.timeoutIntervalForRequest), std::chrono::milliseconds(1)).count()));
-  options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(configuration.maximumResponseSize));
+              static_cast<long>(std::clamp(configuration.timeoutIntervalForRequest, shortest, longest).count()));
   if (!tlsFault()) setTlsOptions(options, configuration);
   options.setIfKnown(CURLOPT_NOPROXY, "");
   options.setIfKnown(CURLOPT_PROXY, "");  // ignore the proxies of the environment
@@ -195,10 +198,13 @@ RawResponse Transfer::outcome(CURLcode result) {
   if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;  // libcurl could not copy the parts
   if (!failure && result == CURLE_OUT_OF_MEMORY && reportsLongHeadersAsNoMemory() && sent_ && !answer_.response)
     refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
-  else if (!failure && result == CURLE_COULDNT_RESOLVE_HOST && sent_)
+  else if (!failure && (result == CURLE_COULDNT_RESOLVE_HOST || result == CURLE_COULDNT_RESOLVE_PROXY) && sent_)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl tried to send the request again
   else if (!failure && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
+  // A proxy has refused to connect. Other results of a lost connection say that the server may have seen the request.
+  if (!sent_ && (result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR || result == CURLE_GOT_NOTHING))
+    result = CURLE_PROXY;
   if (!failure && result != CURLE_OK) {
     failure = failureOf(easy_.get(), result);
     try {
@@ -225,7 +231,7 @@ void Transfer::addContentType() try {
   if (!answer_.failure) refuseForMemory();
 }
 
-void Transfer::refuseForMemory() { answer_.failure = Foundation::posixFailure(ENOMEM); }
+void Transfer::refuseForMemory() { answer_.failure = Foundation::outOfMemory; }
 
 std::string Transfer::redirectTarget() const {
   char* target = nullptr;
@@ -301,7 +307,9 @@ bool Transfer::append(std::string_view bytes) {
   const std::size_t maxSize = context_.configuration.maximumResponseSize;
   if (!answer_.data) answer_.data.emplace();
   Foundation::Data& body = *answer_.data;
-  if (bytes.size() > maxSize - body.size()) {
+  curl_off_t claimed = 0;  // length of the whole body
+  if (body.empty()) curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &claimed);
+  if (bytes.size() > maxSize - body.size() || (claimed > 0 && static_cast<std::uintmax_t>(claimed) > maxSize)) {
     refuse(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer exceeds the maximum size.");
     answer_.data.reset();
     return false;
@@ -309,9 +317,7 @@ bool Transfer::append(std::string_view bytes) {
   try {
     const std::size_t size = body.size() + bytes.size();
     if (body.empty()) {
-      curl_off_t length = 0;  // the server's claim, which is not trusted beyond maxFirstReserve
-      curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-      body.reserve(std::max(size, static_cast<std::size_t>(std::clamp<curl_off_t>(length, 0, maxFirstReserve))));
+      body.reserve(std::max(size, static_cast<std::size_t>(std::clamp<curl_off_t>(claimed, 0, maxFirstReserve))));
     } else if (size > body.capacity()) {
       body.reserve(std::min(maxSize, 2 * size));
     }

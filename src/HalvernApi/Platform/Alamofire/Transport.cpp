@@ -1,7 +1,7 @@
 #include "HalvernApi/Platform/Alamofire/Transport.hpp"
 
 #include <algorithm>
-#include <cerrno>
+#include <climits>
 
 #include "HalvernApi/Platform/Alamofire/Redirect.hpp"
 #include "HalvernApi/Platform/Alamofire/URL.hpp"
@@ -13,12 +13,13 @@ using Foundation::CompletionQueue;
 using Foundation::Failure;
 using Foundation::MutexLock;
 using Foundation::NSError;
-using Foundation::posixFailure;
+using Foundation::outOfMemory;
 using Foundation::urlFailure;
 
 namespace {
 
 constexpr int maxRedirects = 16;
+constexpr int spareConnections = 4;     // idle, to other hosts
 constexpr std::size_t minActive = 100;  // enough to keep every connection busy; a transfer takes 12 KiB
 constexpr std::size_t minPoolSize = 64;
 constexpr std::size_t maxPoolSize = 1024;
@@ -95,7 +96,8 @@ Transport::Transport(const Foundation::URLSessionConfiguration& configuration, s
       configurationFault_(configurationFault(configuration)),
       requestLimit_(bounded(configuration.timeoutIntervalForRequest)),
       resourceLimit_(bounded(configuration.timeoutIntervalForResource)),
-      maxConnections_(static_cast<std::size_t>(std::max(configuration.httpMaximumConnectionsPerHost, 1))),
+      maxConnections_(static_cast<std::size_t>(
+          std::clamp(configuration.httpMaximumConnectionsPerHost, 1, INT_MAX - spareConnections))),
       maxActive_(std::max(minActive, maxConnections_)),
       maxJsonBytes_(maxJsonFactor * std::min(configuration.maximumResponseSize, SIZE_MAX / maxJsonFactor)),
       context_{configuration} {
@@ -136,7 +138,7 @@ std::optional<Failure> Transport::send(Command command) {
     inbox_.push_back(std::move(command));
     asleep = std::exchange(asleep_, false);
   }
-  if (asleep) wake();
+  if (asleep) curl_multi_wakeup(multi_.get());
   return std::nullopt;
 }
 
@@ -146,25 +148,22 @@ std::optional<Failure> Transport::ensureThreads() {
   if (!multi_) {
     initialiseCurl();
     CurlMulti multi(curl_multi_init());
-    if (!multi) return posixFailure(ENOMEM);
-    // CURLMOPT_MAXCONNECTS limits idle connections, some of which may be to other hosts.
-    const long maxConnections = static_cast<long>(maxConnections_), maxIdle = maxConnections + 4L;
+    if (!multi) return outOfMemory;
+    // libcurl does not report that it has no descriptors for its wake-ups until it needs them.
+    if (curl_multi_wakeup(multi.get()) != CURLM_OK) return Foundation::outOfDescriptors;
+    // CURLMOPT_MAXCONNECTS limits idle connections.
+    const long maxConnections = static_cast<long>(maxConnections_), maxIdle = maxConnections + spareConnections;
     if (curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maxConnections) != CURLM_OK ||
         curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, maxIdle) != CURLM_OK)
-      return posixFailure(ENOMEM);
+      return outOfMemory;
     multi_ = std::move(multi);
   }
   // The thread for handlers is started first: a call is accepted only if its answer can be delivered.
-  if (!queue_->prepare()) return posixFailure(EAGAIN);
-  Foundation::ProcessExit::stopAtExit(weak_from_this());
+  if (!Foundation::ProcessExit::stopAtExit(weak_from_this())) return cancelled;
+  if (!queue_->prepare()) return Foundation::outOfThreads;
   started_ = thread_.start([self = shared_from_this()] { self->run(); });
-  if (!started_) return posixFailure(EAGAIN);
+  if (!started_) return Foundation::outOfThreads;
   return std::nullopt;
-}
-
-void Transport::wake() {
-  curl_multi_wakeup(multi_.get());
-  changed_.notifyOne();
 }
 
 void Transport::stop() {
@@ -174,7 +173,7 @@ void Transport::stop() {
     stopping_ = true;
     if (!started_ || thread_.isThis()) return;
   }
-  wake();
+  curl_multi_wakeup(multi_.get());
   const MutexLock lock(joining_);
   if (thread_.started()) thread_.join();
 }
@@ -188,7 +187,7 @@ void Transport::run() {
       begin(exchange);
     }
     int running = 0;
-    curl_multi_perform(multi_.get(), &running);
+    curl_multi_perform(multi_.get(), &running);  // a failure has no remedy but the time limits of the transfers
     reap();
     endOverdue();
     postFinished();
@@ -304,7 +303,7 @@ bool Transport::followRedirect(Exchange& exchange, RawResponse& answer) try {
   begin(exchange);
   return true;
 } catch (const std::bad_alloc&) {
-  answer.failure = posixFailure(ENOMEM);
+  answer.failure = outOfMemory;
   return false;
 }
 
@@ -359,10 +358,7 @@ void Transport::wait() {
   const int timeout = static_cast<int>(std::clamp(rest, std::chrono::milliseconds(0), maxWait).count());
   if (curl_multi_poll(multi_.get(), nullptr, 0, timeout, nullptr) == CURLM_OK) return;
   // The system cannot wait for sockets, because memory or descriptors ran out. Try again soon.
-  const auto retry = Clock::now() + std::chrono::milliseconds(20);
-  MutexLock lock(mutex_);
-  while (asleep_ && !stopping_ && changed_.wait(lock, retry)) {
-  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 }  // namespace HalvernApi::Alamofire

@@ -38,7 +38,6 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   // Puts `command` into the inbox. The error says why it was not accepted.
   std::optional<Foundation::Failure> send(Command command);
   std::optional<Foundation::Failure> ensureThreads() HALVERNAPI_REQUIRES(mutex_);
-  void wake();
   bool inForkedChild() const { return origin_.inForkedChild(); }
 
   // These run on the I/O thread.
@@ -74,7 +73,6 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   bool started_ HALVERNAPI_GUARDED_BY(mutex_) = false;
   bool stopping_ HALVERNAPI_GUARDED_BY(mutex_) = false;
   bool asleep_ HALVERNAPI_GUARDED_BY(mutex_) = false;
-  Foundation::Condition changed_;
   Foundation::Mutex joining_;  // held while the thread is joined
   Foundation::Thread thread_;  // started under mutex_, joined under joining_
 

@@ -37,7 +37,7 @@ bool isHttps(std::string_view url) { return equalIgnoringCase(schemeOf(url), "ht
 std::optional<Foundation::Failure> loadingFault(std::string_view url) {
   using Foundation::urlFailure;
   const std::string_view scheme = schemeOf(url);
-  const bool secure = equalIgnoringCase(scheme, "https");
+  const bool secure = isHttps(url);
   if (!secure && !equalIgnoringCase(scheme, "http"))
     return urlFailure(Foundation::NSURLErrorUnsupportedURL, "The URL's scheme is neither http nor https.");
   url.remove_prefix(scheme.size() + 1);

@@ -38,6 +38,14 @@ struct CompletionQueue::State {
     return std::move(incoming);
   }
 
+  // Notes that a batch has ended. Returns whether no other is needed. If it was not run, the next task asks for
+  // another.
+  bool isLastBatch(bool wasDropped) {
+    const MutexLock lock(mutex);
+    scheduled = !wasDropped && !incoming.empty();
+    return !scheduled;
+  }
+
   // Whether something can run tasks. Starts the queue's own thread if it has none yet.
   bool ensureThread(CompletionQueue& queue) HALVERNAPI_REQUIRES(mutex) {
     if (queue.executor_) return !ProcessExit::begun();
@@ -117,7 +125,7 @@ std::shared_ptr<CompletionQueue> CompletionQueue::on(const std::shared_ptr<Dispa
 CompletionQueue* CompletionQueue::current() { return currentQueue; }
 
 bool CompletionQueue::prepare() {
-  if (executor_) ProcessExit::stopAtExit(weak_from_this());
+  if (executor_ && !ProcessExit::stopAtExit(weak_from_this())) return false;
   const MutexLock lock(state_->mutex);
   return state_->ensureThread(*this);
 }
@@ -144,20 +152,41 @@ void CompletionQueue::post(TaskList tasks) {
 
 void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
 
-// Asks the application's queue to run the waiting tasks. Asks again after each batch, so that it can do other work in
-// between.
-void CompletionQueue::schedule() {
-  thread_local CompletionQueue* asking = nullptr;  // the queue for which this thread is inside `async`
-  CompletionQueue* const before = std::exchange(asking, this);
-  executor_->async([self = shared_from_this()] {
+namespace {
+thread_local const CompletionQueue* asking = nullptr;  // the queue for which this thread is inside `async`
+}  // namespace
+
+// What the application's queue gets: it runs all tasks that wait at that time. Asks again after each batch, so that the
+// application's queue can do other work in between. If that queue drops the batch, the next task asks again.
+struct CompletionQueue::Batch {
+  explicit Batch(std::shared_ptr<CompletionQueue> itsQueue) : queue(std::move(itsQueue)) {}
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
+  ~Batch() {
+    if (queue && !queue->origin_.inForkedChild()) queue->state_->isLastBatch(true);
+  }
+
+  void run() {
+    const auto self = std::exchange(queue, nullptr);
     do {
       self->state_->runAll(self.get());
-      const MutexLock lock(self->state_->mutex);
-      self->state_->scheduled = !self->state_->incoming.empty();
-      if (!self->state_->scheduled) return;
+      if (self->state_->isLastBatch(false)) return;
     } while (asking == self.get());  // calling `async` inside `async` would recurse
     self->schedule();
-  });
+  }
+
+  std::shared_ptr<CompletionQueue> queue;  // null once it runs
+};
+
+// If memory runs out, this thread settles the promises. Their handlers wait for a later call.
+void CompletionQueue::schedule() {
+  const CompletionQueue* const before = std::exchange(asking, this);
+  try {
+    executor_->async([batch = std::make_shared<Batch>(shared_from_this())] { batch->run(); });
+  } catch (const std::bad_alloc&) {
+    state_->isLastBatch(true);
+    runWithoutHandlers(state_->take());
+  }
   asking = before;
 }
 

@@ -52,6 +52,7 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
 
  private:
   struct State;
+  struct Batch;
   void schedule();
   void runWithoutHandlers(TaskList tasks);
 

@@ -3,12 +3,14 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <new>
 
 namespace HalvernApi::Foundation {
 
 int forkCount() {
   static std::atomic<int> count = 0;
-  [[maybe_unused]] static const int registered = pthread_atfork(nullptr, nullptr, [] { ++count; });
+  [[maybe_unused]] static const bool registered =
+      pthread_atfork(nullptr, nullptr, [] { ++count; }) == 0 ? true : throw std::bad_alloc();
   return count;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -50,7 +51,7 @@ struct HALVERNAPI_EXPORT NSError {
 
 // \cond
 // An error that owns no memory, so that it can be created and passed on when memory has run out. `words` must be a
-// string literal or live as long as one.
+// string literal.
 struct Failure {
   std::string_view domain;
   int code;
@@ -58,8 +59,9 @@ struct Failure {
 };
 
 constexpr Failure urlFailure(NSURLError code, std::string_view words) { return {NSURLErrorDomain, code, words}; }
-// `code` is an errno.
-Failure posixFailure(int code);
+inline constexpr Failure outOfMemory{NSPOSIXErrorDomain, ENOMEM, "Cannot allocate memory"};
+inline constexpr Failure outOfThreads{NSPOSIXErrorDomain, EAGAIN, "Cannot create a thread"};
+inline constexpr Failure outOfDescriptors{NSPOSIXErrorDomain, EMFILE, "Too many open files"};
 // \endcond
 
 }  // namespace HalvernApi::Foundation

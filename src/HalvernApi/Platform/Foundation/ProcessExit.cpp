@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -36,7 +37,7 @@ void afterForkInChild() HALVERNAPI_UNCHECKED {
 // Never destroyed: threads use it until the process has ended.
 Process& process() {
   static Process& state = *[] {
-    pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+    if (pthread_atfork(beforeFork, afterForkInParent, afterForkInChild) != 0) throw std::bad_alloc();
     return new Process;
   }();
   return state;
@@ -96,12 +97,14 @@ void ProcessExit::leave() {
   process().left.notifyAll();
 }
 
-void ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
+bool ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
   localsWatch.install();
-  [[maybe_unused]] static const int registered = std::atexit(beginExit);
+  [[maybe_unused]] static const bool registered = std::atexit(beginExit) == 0 ? true : throw std::bad_alloc();
   const MutexLock lock(process().mutex);
+  if (process().exiting) return false;
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });
   process().stoppables.push_back(std::move(stoppable));
+  return true;
 }
 
 void ProcessExit::noticeFromDestructor() {

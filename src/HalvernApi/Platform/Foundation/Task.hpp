@@ -14,7 +14,8 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   using Pointer = boost::intrusive_ptr<Task>;
 
   virtual ~Task();
-  // Runs all callbacks. Returns false if handlers remain because the process has begun to exit.
+  // Runs the first callbacks, and puts the task into its queue again if there are others. Returns false if handlers
+  // remain because the process has begun to exit.
   [[nodiscard]] virtual bool run() noexcept = 0;
   // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain; a
   // later `run` calls them.

@@ -11,10 +11,11 @@
 namespace HalvernApi::Foundation {
 
 namespace {
-thread_local bool own = false;
+thread_local const Thread* current = nullptr;
 }  // namespace
 
-bool Thread::isOwn() { return own; }
+bool Thread::isOwn() { return current != nullptr; }
+bool Thread::isThis() const { return current == this; }
 
 Thread::~Thread() {
   if (!thread_.joinable()) return;
@@ -34,8 +35,8 @@ bool Thread::start(std::function<void()> run) {
 #endif
   origin_ = {};
   try {
-    thread_ = std::thread([run = std::move(run)] {
-      own = true;
+    thread_ = std::thread([this, run = std::move(run)] {
+      current = this;  // the address only: the object may be destroyed before the thread ends
       run();
     });
   } catch (const std::exception&) {  // the system has no thread or no memory left

@@ -33,7 +33,7 @@ struct URLSessionConfiguration {
   // whose JSON values would take more than four times as much memory. In total, an answer takes eight times as much
   // memory at most.
   std::size_t maximumResponseSize = std::size_t{64} << 20;
-  // A PEM file that replaces the system's trust store.
+  // A PEM file that replaces the system's trust store, also for an https proxy.
   std::optional<std::string> certificateAuthorityFile{};
   // SHA-256 hashes of public keys (the DER form of SubjectPublicKeyInfo), in Base64. Several hashes allow keys to
   // change. A server with any other key is refused before a request is sent, with NSURLErrorServerCertificateUntrusted,

@@ -92,32 +92,35 @@ bool PromiseCore::claimPosting() {
   return true;
 }
 
+// Runs one callback. Before that, posts the promise again if there are others: the callback may block until they have
+// run. No lock is held while a callback runs or is destroyed: it may own objects of the application.
 bool PromiseCore::run() noexcept {
-  return runCallbacks([](Kind kind) { return kind == Kind::continuation || !ProcessExit::begun(); });
+  if (ProcessExit::begun()) return runWithoutHandlers();
+  MutexLock lock(mutex_);
+  const auto callback = callbacks_.pop();
+  const bool hasOthers = !callbacks_.empty();
+  state_ = hasOthers ? State::posted : State::settled;
+  lock.unlock();
+  if (hasOthers) queue_->postNext(this);
+  callback->run(*this);
+  return true;
 }
 
 bool PromiseCore::runWithoutHandlers() noexcept {
-  return runCallbacks([](Kind kind) { return kind == Kind::continuation; });
-}
-
-// No lock is held while a callback runs or is destroyed: it may own objects of the application.
-bool PromiseCore::runCallbacks(bool (*mayRun)(Kind)) noexcept {
   Callbacks left;
   for (;;) {
     MutexLock lock(mutex_);
-    if (callbacks_.empty()) {
+    auto callback = callbacks_.pop();
+    if (!callback) {
       state_ = State::settled;
       callbacks_.append(std::move(left));
       return callbacks_.empty();
     }
-    Callbacks callbacks(std::move(callbacks_));
     lock.unlock();
-    while (auto callback = callbacks.pop()) {
-      if (mayRun(callback->kind))
-        callback->run(*this);
-      else
-        left.push(std::move(callback));
-    }
+    if (callback->kind == Kind::continuation)
+      callback->run(*this);
+    else
+      left.push(std::move(callback));
   }
 }
 

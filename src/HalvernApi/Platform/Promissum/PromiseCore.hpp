@@ -44,13 +44,14 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 //               claim           publish
 //     pending ---------> claimed ---------> settled <-----------.
 //                           |                  |                |
-//                           |                  | claimPosting   | run: no callback is left,
-//                           |                  v                | or only handlers that may not run
+//                           |                  | attach,        | run: no other callback is left,
+//                           |                  v claimPosting   | or only handlers that may not run
 //                           '--------------> posted ------------'
 //                 publish, with callbacks
 //
-// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. Only that
-// task runs callbacks, so they run one at a time and in order.
+// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. The task
+// runs the first callback. If there are others, it puts the promise into the queue again. Only such a task runs
+// callbacks, so they run one at a time and in order.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
@@ -104,8 +105,6 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  private:
   using Callbacks = Foundation::Fifo<std::unique_ptr<Callback>>;
   enum class State { pending, claimed, settled, posted };
-
-  bool runCallbacks(bool (*mayRun)(Kind)) noexcept;
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
