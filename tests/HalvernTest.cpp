@@ -109,6 +109,8 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "to standard"},
       {"h chart points.json --chart x.png", 2, "^$", "only SVG"},
       {"h chart points.json --chart - | cmp - $CHARTS/points.svg", 0, "^$", "^$"},
+      {R"(sed "2s/\[/&$(seq -s, -f '{"frequency": %.0f, "volume": 120}' 9001 9040),/" points.json | h chart - --chart -)",
+       0, "y='942'[^\n]*L2: 130.*y='851'[^\n]*R1: 120 dB at 9040 Hz", "^$"},
       {"(printf '\\xEF\\xBB\\xBF'; cat points.json) | h chart --check -", 0, "^$", "^$"},
       {"echo '[\n{]' | h chart --check -", 2, "^$", "^line 2: not JSON[^\n]*.$"},
       {R"(sed 's/"tube": "T"/"tube": "T", "t\\u0075be": "T"/; s/500/500.5/' points.json | h chart --check -)", 2, "^$",

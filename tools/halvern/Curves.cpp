@@ -15,8 +15,6 @@ Point::Point(const HalvernApi::FrequencyVolumePair& pair) {
   across = (octave > x) - (octave < x);
   down = (pair.volume() > loudest) - (pair.volume() < softest);
   words = text(pair.volume(), " dB at ", pair.frequency(), " Hz");
-  if (down != 0) outside = text(pair.volume(), " dB");
-  if (across != 0) outside += text(outside.empty() ? "" : ", ", pair.frequency(), " Hz");
 }
 
 std::string Curve::words() const {

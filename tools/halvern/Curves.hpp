@@ -34,8 +34,7 @@ inline constexpr std::array ears{Ear{'O', 'R', "right ear", "#c8102e", "none", "
 struct Point {
   double x, y;
   int across, down;
-  std::string words;    // decibels and hertz
-  std::string outside;  // what is outside the scale, with its unit
+  std::string words;  // decibels and hertz
 
   explicit Point(const HalvernApi::FrequencyVolumePair& pair);
   bool isOutside() const { return across != 0 || down != 0; }
