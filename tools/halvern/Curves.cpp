@@ -33,7 +33,8 @@ std::vector<Curve> curvesOf(const std::vector<Audiogram>& audiograms) {
   for (const Audiogram& audiogram : audiograms) {
     const std::size_t side = sideOf(audiogram);
     const std::string number = totals[side] > 1 ? text(++counts[side]) : "";
-    std::string name = text(ears[side].name, ", serial number ", printable(audiogram.serialNumber()));
+    std::string name = text(ears[side].name, number.empty() ? "" : " ", number, ", serial number ",
+                            printable(audiogram.serialNumber()));
     auto pairs = audiogram.values();
     std::stable_sort(pairs.begin(), pairs.end(),
                      [](const auto& left, const auto& right) { return left.frequency() < right.frequency(); });

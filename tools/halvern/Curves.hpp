@@ -42,8 +42,8 @@ struct Point {
 
 struct Curve {
   const Ear& ear;
-  std::string number;  // empty unless the ear has several audiograms
-  std::string name;
+  std::string number;         // empty unless the ear has several audiograms
+  std::string name;           // ear, number and serial number
   std::vector<Point> points;  // by frequency
 
   std::string words() const;
