@@ -35,6 +35,7 @@ std::vector<Curve> curvesOf(const std::vector<Audiogram>& audiograms) {
     const std::string number = totals[side] > 1 ? text(++counts[side]) : "";
     std::string name = text(ears[side].name, number.empty() ? "" : " ", number, ", serial number ",
                             printable(audiogram.serialNumber()));
+    std::replace(name.begin(), name.end(), '\n', '?');
     auto pairs = audiogram.values();
     std::stable_sort(pairs.begin(), pairs.end(),
                      [](const auto& left, const auto& right) { return left.frequency() < right.frequency(); });

@@ -14,8 +14,12 @@ constexpr double lineHeight = 24, smallLineHeight = 16;
 // Of the bars for points outside the scale: the distance from the grid to the middle of a bar for both ears.
 constexpr double barDistance = 30, barLength = 8;
 
-std::string escaped(const std::string& words) {
-  return boost::replace_all_copy(boost::replace_all_copy(words, "&", "&amp;"), "<", "&lt;");
+// As text of an XML document, which must not have "]]>", U+FFFE or U+FFFF.
+std::string escaped(std::string words) {
+  constexpr std::pair<const char*, const char*> replacements[] = {
+      {"&", "&amp;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\xEF\xBF\xBE", "?"}, {"\xEF\xBF\xBF", "?"}};
+  for (const auto& [from, to] : replacements) boost::replace_all(words, from, to);
+  return words;
 }
 
 // An upper limit of the width in pixels, for any sans-serif font of 14 pixels.
