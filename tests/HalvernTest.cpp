@@ -109,6 +109,7 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "to standard"},
       {"h chart points.json --chart x.png", 2, "^$", "only SVG"},
       {"h chart points.json --chart - | cmp - $CHARTS/points.svg", 0, "^$", "^$"},
+      {"sed 's/45/40/' points.json | h chart -", 0, "@----:--O1,2-.* X2  left.*: 40 dB at 500 Hz, .*Not all", "^$"},
       {R"(sed "2s/\[/&$(seq -s, -f '{"frequency": %.0f, "volume": 120}' 9001 9040),/" points.json | h chart - --chart -)",
        0, "y='942'[^\n]*L2: 130.*y='851'[^\n]*R1: 120 dB at 9040 Hz", "^$"},
       {"(printf '\\xEF\\xBB\\xBF'; cat points.json) | h chart --check -", 0, "^$", "^$"},
