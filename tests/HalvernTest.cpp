@@ -112,6 +112,7 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"sed 's/45/40/' points.json | h chart -", 0, "@----:--O1,2-.* X2  left.*: 40 dB at 500 Hz, .*Not all", "^$"},
       {R"(sed "2s/\[/&$(seq -s, -f '{"frequency": %.0f, "volume": 120}' 9001 9040),/" points.json | h chart - --chart -)",
        0, "y='942'[^\n]*L2: 130.*y='851'[^\n]*R1: 120 dB at 9040 Hz", "^$"},
+      {"(echo '['; tail -3 points.json) | sed 's/2500/8000/' | h chart - --chart -", 0, "width='797.5'", "^$"},
       {"(printf '\\xEF\\xBB\\xBF'; cat points.json) | h chart --check -", 0, "^$", "^$"},
       {"echo '[\n{]' | h chart --check -", 2, "^$", "^line 2: not JSON[^\n]*.$"},
       {R"(sed 's/"tube": "T"/"tube": "T", "t\\u0075be": "T"/; s/500/500.5/' points.json | h chart --check -)", 2, "^$",
