@@ -15,8 +15,6 @@ Point::Point(const HalvernApi::FrequencyVolumePair& pair) {
   across = (octave > x) - (octave < x);
   down = (pair.volume() > loudest) - (pair.volume() < softest);
   words = text(pair.volume(), " dB at ", pair.frequency(), " Hz");
-  if (down != 0) outside = text(pair.volume(), " dB");
-  if (across != 0) outside += text(outside.empty() ? "" : ", ", pair.frequency(), " Hz");
 }
 
 std::string Curve::words() const {
@@ -35,7 +33,9 @@ std::vector<Curve> curvesOf(const std::vector<Audiogram>& audiograms) {
   for (const Audiogram& audiogram : audiograms) {
     const std::size_t side = sideOf(audiogram);
     const std::string number = totals[side] > 1 ? text(++counts[side]) : "";
-    std::string name = text(ears[side].name, ", serial number ", printable(audiogram.serialNumber()));
+    std::string name = text(ears[side].name, number.empty() ? "" : " ", number, ", serial number ",
+                            printable(audiogram.serialNumber()));
+    std::replace(name.begin(), name.end(), '\n', '?');
     auto pairs = audiogram.values();
     std::stable_sort(pairs.begin(), pairs.end(),
                      [](const auto& left, const auto& right) { return left.frequency() < right.frequency(); });

@@ -34,8 +34,7 @@ inline constexpr std::array ears{Ear{'O', 'R', "right ear", "#c8102e", "none", "
 struct Point {
   double x, y;
   int across, down;
-  std::string words;    // decibels and hertz
-  std::string outside;  // what is outside the scale, with its unit
+  std::string words;  // decibels and hertz
 
   explicit Point(const HalvernApi::FrequencyVolumePair& pair);
   bool isOutside() const { return across != 0 || down != 0; }
@@ -43,8 +42,8 @@ struct Point {
 
 struct Curve {
   const Ear& ear;
-  std::string number;  // empty unless the ear has several audiograms
-  std::string name;
+  std::string number;         // empty unless the ear has several audiograms
+  std::string name;           // ear, number and serial number
   std::vector<Point> points;  // by frequency
 
   std::string words() const;

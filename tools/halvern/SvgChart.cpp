@@ -11,9 +11,15 @@ namespace {
 constexpr double octaveWidth = 85, decibelHeight = octaveWidth / decibelsPerOctave;
 constexpr double gridWidth = octaves * octaveWidth, gridHeight = (loudest - softest) * decibelHeight;
 constexpr double lineHeight = 24, smallLineHeight = 16;
+// Of the bars for points outside the scale: the distance from the grid to the middle of a bar for both ears.
+constexpr double barDistance = 30, barLength = 8;
 
-std::string escaped(const std::string& words) {
-  return boost::replace_all_copy(boost::replace_all_copy(words, "&", "&amp;"), "<", "&lt;");
+// As text of an XML document, which must not have "]]>", U+FFFE or U+FFFF.
+std::string escaped(std::string words) {
+  constexpr std::pair<const char*, const char*> replacements[] = {
+      {"&", "&amp;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\xEF\xBF\xBE", "?"}, {"\xEF\xBF\xBF", "?"}};
+  for (const auto& [from, to] : replacements) boost::replace_all(words, from, to);
+  return words;
 }
 
 // An upper limit of the width in pixels, for any sans-serif font of 14 pixels.
@@ -49,29 +55,37 @@ std::vector<std::string> wrapped(const std::string& text, double width) {
 
 // The label of a point outside the scale. It is drawn outside the grid.
 struct Outside {
-  const char* colour;
+  const Ear* ear;
   Point point;
-  double place;  // pixels from the upper or left edge of the grid
-  int line = 0;  // above or below the grid: 0 is next to it
-  std::string words{};
+  std::string words;
+  double place;  // pixels from the upper edge of the grid; above and below the grid, from the grid
 };
 
-// Moves the labels of one side so that none hides another. To the left and right of the grid they move down; above and
-// below it they use several lines.
-void spread(std::vector<Outside>& values) {
-  std::stable_sort(values.begin(), values.end(),
+// Moves the labels beside the grid so that none hides another. They are below the grid only if there are too many.
+void spread(std::vector<Outside>& labels) {
+  std::stable_sort(labels.begin(), labels.end(),
                    [](const auto& left, const auto& right) { return left.place < right.place; });
-  std::map<int, double> ends;  // by line
-  for (Outside& value : values) {
-    if (value.point.across != 0) {
-      const auto [end, isFirst] = ends.emplace(0, value.place);
-      end->second = value.place = isFirst ? value.place : std::max(value.place, end->second + smallLineHeight);
-    } else {
-      const double half = widthOf(value.words) / 2 + 4;
-      while (ends.contains(value.line) && ends[value.line] > value.place - half) ++value.line;
-      ends[value.line] = value.place + half;
-    }
+  double limit = gridHeight;
+  for (auto label = labels.rbegin(); label != labels.rend(); ++label) {
+    label->place = std::min(label->place, limit);
+    limit = label->place - smallLineHeight;
   }
+  limit = 0;
+  for (Outside& label : labels) {
+    label.place = std::max(label.place, limit);
+    limit = label.place + smallLineHeight;
+  }
+}
+
+// Moves the labels above or below the grid away from it so that none hides another or its leader. A label is to the
+// right of its leader, so the leader can pass the labels of all points that are farther to the right.
+void stack(std::vector<Outside>& labels) {
+  std::stable_sort(labels.begin(), labels.end(),
+                   [](const auto& left, const auto& right) { return left.point.x > right.point.x; });
+  for (auto label = labels.begin(); label != labels.end(); ++label)
+    for (auto other = labels.begin(); other != label; ++other)
+      if (other->point.x * octaveWidth < label->point.x * octaveWidth + widthOf(label->words))
+        label->place = std::max(label->place, other->place + smallLineHeight);
 }
 
 class Picture {
@@ -85,6 +99,7 @@ class Picture {
   void line(double x1, double y1, double x2, double y2, const std::string& style);
   void label(double x, double y, const std::string& style, const std::string& words);
   void symbol(double x, double y, const Ear& ear);
+  void bar(double x, double y, const Ear& ear);
   void grid();
   void lines();
   void symbols();
@@ -94,7 +109,8 @@ class Picture {
   const std::vector<Curve>& curves_;
   std::map<Side, std::vector<Outside>> outside_;
   double left_ = 90, top_ = 110, right_ = 0, bottom_ = 0, width_ = 0;
-  double y_ = 0;  // lower end of what has been drawn
+  double besideEnd_ = 0;  // lower end of the grid and the labels beside it
+  double y_ = 0;          // lower end of what has been drawn
   std::ostringstream svg_;
 };
 
@@ -103,23 +119,30 @@ Picture::Picture(const std::vector<Curve>& curves) : curves_(curves) {
     for (const Point& point : curve.points) {
       if (!point.isOutside()) continue;
       const Side side = point.across < 0 ? onLeft : point.across > 0 ? onRight : point.down < 0 ? above : below;
-      const double place = point.across != 0 ? point.y * decibelHeight : point.x * octaveWidth;
-      outside_[side].push_back(
-          {curve.ear.colour, point, place, 0, curve.ear.initial + curve.number + ": " + point.outside});
+      outside_[side].push_back({&curve.ear, point, text(curve.ear.initial, curve.number, ": ", point.words),
+                                point.across != 0 ? point.y * decibelHeight : barDistance + 6});
     }
-  std::map<Side, double> room{{onRight, 60}};
-  for (auto& [side, values] : outside_) {
-    spread(values);
-    for (const Outside& value : values)
-      room[side] = std::max(room[side],
-                            value.point.across != 0 ? widthOf(value.words) + 30 : (value.line + 1) * smallLineHeight);
+  std::map<Side, double> room{{onRight, 90}};
+  double lowest = gridHeight;
+  for (auto& [side, labels] : outside_) {
+    const bool beside = side == onLeft || side == onRight;
+    (beside ? spread : stack)(labels);
+    for (const Outside& label : labels) {
+      const double end = widthOf(label.words) + 10;
+      room[side] = std::max(room[side], beside ? barDistance + 32 + end : label.place + 12);
+      if (beside)
+        lowest = std::max(lowest, label.place);
+      else
+        room[onRight] = std::max(room[onRight], label.point.x * octaveWidth + end - gridWidth);
+    }
   }
   left_ += room[onLeft];
   top_ += room[above];
   right_ = left_ + gridWidth;
   bottom_ = top_ + gridHeight;
   width_ = right_ + room[onRight];
-  y_ = bottom_ + room[below];
+  besideEnd_ = top_ + lowest;
+  y_ = besideEnd_ + room[below];
   grid();
   lines();
   symbols();
@@ -155,8 +178,14 @@ void Picture::symbol(double x, double y, const Ear& ear) {
     svg_ << "<path d='M" << x << ' ' << y << "m-6 -6l12 12m0 -12l-12 12'/></g>\n";
 }
 
+// Draws half of a bar: as if looking at the patient, the left half for the right ear.
+void Picture::bar(double x, double y, const Ear& ear) {
+  line(x, y, x + (ear.initial == 'R' ? -barLength : barLength), y,
+       text("class='bar' stroke-width='4' stroke='", ear.colour, '\''));
+}
+
 void Picture::grid() {
-  const double middle = (left_ + right_) / 2, labels = 85;
+  const double middle = (left_ + right_) / 2, frequencies = 85, levels = 65;
   label(middle, 30, "text-anchor='middle' font-size='20'", "Audiogram");
   label(middle, 60, "text-anchor='middle'", "Frequency (Hz)");
   label(0, 0, text("text-anchor='middle' transform='translate(24 ", (top_ + bottom_) / 2, ") rotate(-90)'"),
@@ -165,15 +194,15 @@ void Picture::grid() {
     const double x = left_ + octave * octaveWidth, between = x + betweenOctaves * octaveWidth;
     const int hertz = static_cast<int>(lowestHertz) << octave;
     line(x, top_, x, bottom_, "stroke='#999'");
-    label(x, labels, "text-anchor='middle'", text(hertz));
+    label(x, frequencies, "text-anchor='middle'", text(hertz));
     if (octave < firstBetween || octave == octaves) continue;
     line(between, top_, between, bottom_, "stroke='#bbb' stroke-dasharray='3 4'");
-    label(between, labels, "text-anchor='middle' font-size='11'", text(hertz * 3 / 2));
+    label(between, frequencies, "text-anchor='middle' font-size='11'", text(hertz * 3 / 2));
   }
   for (int level = softest; level <= loudest; level += 10) {
     const double y = top_ + (level - softest) * decibelHeight;
     line(left_, y, right_, y, level == 0 ? "stroke='#333' stroke-width='2'" : "stroke='#ccc'");
-    label(left_ - 25, y + 5, "text-anchor='end'", text(level));
+    label(levels, y + 5, "text-anchor='end'", text(level));
   }
 }
 
@@ -216,21 +245,26 @@ void Picture::symbols() {
     }
 }
 
-// Draws a bar at the edge of the grid and the label beyond it.
+// Draws bars outside the grid, at the level or the frequency of the point, and leaders from the bars to the labels.
 void Picture::outside() {
-  for (const auto& [side, values] : outside_)
-    for (const Outside& value : values) {
-      const std::string bar = text("stroke-width='4' stroke='", value.colour, '\'');
-      const double x = left_ + value.point.x * octaveWidth, y = top_ + value.point.y * decibelHeight;
-      const double away = 12 + value.line * smallLineHeight;
-      const auto put = [&](double toX, double toY, double labelX, double labelY, const char* anchor) {
-        line(x, y, toX, toY, bar);
-        label(labelX, labelY, text("class='halo' fill='", value.colour, "' text-anchor='", anchor, '\''), value.words);
-      };
-      if (side == onLeft) put(x - 14, y, left_ - 65, top_ + value.place + 5, "end");
-      if (side == onRight) put(x + 14, top_ + value.place, right_ + 20, top_ + value.place + 5, "start");
-      if (side == above) put(x, y - 8, x, y - away, "middle");
-      if (side == below) put(x, y + 8, x, y + away + 9, "middle");
+  const std::string grey = "stroke='#999'";
+  for (const auto& [side, labels] : outside_)
+    for (const auto& [ear, point, words, place] : labels) {
+      const int away = side == onLeft || side == above ? -1 : 1;
+      const double x = left_ + point.x * octaveWidth, y = top_ + point.y * decibelHeight;
+      const std::string style = text("class='halo' fill='", ear->colour, '\'');
+      if (side == onLeft || side == onRight) {
+        const double middle = x + away * barDistance, end = middle + away * barLength, leaderEnd = end + away * 20;
+        line(middle, y, end, y, grey);
+        line(end, y, leaderEnd, top_ + place, grey);
+        bar(middle, y, *ear);
+        label(leaderEnd + away * 4, top_ + place + 5, style + (side == onLeft ? " text-anchor='end'" : ""), words);
+      } else {
+        const double middle = y + away * barDistance, base = side == above ? top_ - place : besideEnd_ + place + 12;
+        line(x, middle + away * 2, x, side == above ? base - 10 : base, grey);
+        bar(x, middle, *ear);
+        label(x + 5, base, style, words);
+      }
     }
 }
 

@@ -27,8 +27,9 @@ std::vector<std::string> emptyRows() {
   return rows;
 }
 
-// Puts the symbols of all points into the rows, and the numbers of their curves next to them if there is space.
-void putPoints(const std::vector<Curve>& curves, std::vector<std::string>& rows) {
+// Puts the symbols of all points into the rows, and the numbers of their curves next to them if there is space. Returns
+// whether there was space for all numbers.
+bool putPoints(const std::vector<Curve>& curves, std::vector<std::string>& rows) {
   // By row, column and symbol.
   std::map<std::pair<std::size_t, std::size_t>, std::map<char, std::string>> cells;
   for (const Curve& curve : curves)
@@ -40,15 +41,18 @@ void putPoints(const std::vector<Curve>& curves, std::vector<std::string>& rows)
     }
   for (const auto& [place, numbers] : cells)
     rows[place.first][place.second] = numbers.size() > 1 ? '@' : numbers.begin()->first;
+  bool allFit = true;
   for (const auto& [place, numbers] : cells) {
     std::string words;
     for (const auto& [symbol, its] : numbers)
       if (!its.empty()) words += (numbers.size() > 1 ? std::string(1, symbol) : "") + its;
     std::string& row = rows[place.first];
     const std::string room = row.substr(place.second + 1, words.size());
-    if (room.size() == words.size() && room.find_first_not_of(" |:-") == std::string::npos)
-      row.replace(place.second + 1, words.size(), words);
+    const bool fits = room.size() == words.size() && room.find_first_not_of(" |:-") == std::string::npos;
+    if (fits) row.replace(place.second + 1, words.size(), words);
+    allFit = allFit && fits;
   }
+  return allFit;
 }
 
 }  // namespace
@@ -66,7 +70,7 @@ std::string textChart(const std::vector<HalvernApi::Audiogram>& audiograms, std:
     return coloured ? ear.terminalColour + words + "\033[39m" : words;
   };
   std::vector<std::string> rows = emptyRows();
-  putPoints(curves, rows);
+  const bool allFit = putPoints(curves, rows);
   const bool hasBoth = std::any_of(rows.begin(), rows.end(), [](const auto& row) { return boost::contains(row, "@"); });
   chart += "    dB 125     250     500     1k      2k      4k      8k  Hz\n";
   for (std::size_t row = 0; row < rows.size(); ++row) {
@@ -81,7 +85,9 @@ std::string textChart(const std::vector<HalvernApi::Audiogram>& audiograms, std:
     chart += std::string(margin - label.size(), ' ') + label + rows[row] + '\n';
   }
   for (const Curve& curve : curves)
-    chart += text("       ", tinted(curve.ear, {curve.ear.symbol}), curve.number, "  ", curve.name, '\n');
+    chart += text("       ", tinted(curve.ear, {curve.ear.symbol}), curve.number, "  ",
+                  allFit ? curve.name : curve.words(), '\n');
+  if (!allFit) chart += "       Not all numbers fit next to the symbols; all points are listed above.\n";
   if (hasBoth) chart += "       @  both ears\n";
   chart += text("       ", explanation, '\n');
   for (const Curve& curve : curves)
