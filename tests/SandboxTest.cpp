@@ -32,6 +32,16 @@ std::string exchange(int port, const std::string& sent) {
   return received.str();
 }
 
+std::string get(const Testing::Sandbox& sandbox, const std::string& target) {
+  return exchange(sandbox.port(), "GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+}
+
+std::size_t count(const std::string& piece, const std::string& text) {
+  std::size_t found = 0;
+  for (std::size_t at = 0; (at = text.find(piece, at)) != std::string::npos; at += piece.size()) ++found;
+  return found;
+}
+
 const std::string post = "POST /api/v1/account/login HTTP/1.1\r\nConnection: close\r\n";
 
 TEST(Sandbox, SurvivesBodiesAndHeadersOfAnyLength) {
@@ -95,6 +105,7 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
       {R"("body":"<html>")", notJson},
       {R"("body":"{}","contentType":"text/html")", invalid},
       {R"("never":true)", timedOut},
+      {R"("delay":86400000)", timedOut},
       {R"("drop":true,"delay":10)", lost},
       {R"("delay":10)", "success"},
       {R"("calls":0)", "success"},
@@ -105,8 +116,26 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
     EXPECT_EQ(login(), outcome) << what;
     EXPECT_EQ(login(), "success") << "after " << what;
   }
-  EXPECT_NE(arm(R"(,"calls":"all","status":500)").find(R"("calls":"all")"), std::string::npos);
+  EXPECT_TRUE(eventually([&] { return count(R"("abandoned")", get(sandbox, "/sandbox/state")) == 2; }));
+  const std::string armed = arm(R"(,"calls":"all","status":500)");
+  EXPECT_NE(armed.find(R"("calls":"all")"), std::string::npos);
   for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
+  boost::asio::ip::tcp::iostream waiting, late;
+  const auto sendTwice = [&](auto& client, const std::string& what) {
+    EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
+    client.expires_after(10s);
+    client.connect("127.0.0.1", std::to_string(sandbox.port()));
+    const std::size_t before = sandbox.seen(Operation::login).size();
+    client << "POST /api/v1/account/login HTTP/1.1\r\n\r\n" << std::flush;
+    EXPECT_TRUE(sandbox.waitUntilSeen(Operation::login, before + 1, 10s));
+    client << post << "\r\n" << std::flush;
+  };
+  sendTwice(waiting, R"(,"never":true)");
+  EXPECT_EQ(count(R"("waiting")", get(sandbox, "/sandbox/state")), 1);
+  sendTwice(late, R"(,"delay":200)");
+  std::ostringstream received;
+  received << late.rdbuf();
+  EXPECT_EQ(count("HTTP/1.1 401 ", received.str()), 2);
   for (const char* what : {R"(,"calls":-1)", R"(,"contentType":"a\r\nb")", R"(,"status":100)", R"(,"more":1)", "]"})
     EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 400 ")) << what;
 }
@@ -160,8 +189,7 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_EQ(seen.back().headers.size(), 100);
   EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
   EXPECT_EQ(sandbox.connections(), 1);
-  const std::string details =
-      exchange(sandbox.port(), "GET /sandbox/calls/1001 HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+  const std::string details = get(sandbox, "/sandbox/calls/1001");
   EXPECT_NE(details.find(R"("bodySize":100000)"), std::string::npos);
   EXPECT_EQ(details.find('\xff'), std::string::npos);
 
