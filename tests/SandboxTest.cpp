@@ -120,6 +120,10 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
   const std::string armed = arm(R"(,"calls":"all","status":500)");
   EXPECT_NE(armed.find(R"("calls":"all")"), std::string::npos);
   for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
+  for (const char* what : {R"(,"status":204,"body":"x")", R"(,"status":304,"message":"x")"}) {
+    EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
+    EXPECT_TRUE(exchange(sandbox.port(), post + "\r\n").ends_with("\r\n\r\n")) << what;
+  }
   boost::asio::ip::tcp::iostream waiting, late;
   const auto sendTwice = [&](auto& client, const std::string& what) {
     EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
@@ -168,6 +172,12 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   Testing::Sandbox sandbox({.page = true});
   boost::asio::ip::tcp::iostream events("127.0.0.1", std::to_string(sandbox.port()));
   events << "GET /sandbox/events HTTP/1.1\r\nHost: localhost\r\n\r\n" << std::flush;
+  events.expires_after(10s);
+  std::string head;
+  for (std::string line; std::getline(events, line) && line != "\r";) head += line;
+  for (const char* header : {"Cross-Origin-Resource-Policy: same-origin\r", "X-Content-Type-Options: nosniff\r"})
+    EXPECT_NE(head.find(header), std::string::npos) << header;
+  EXPECT_EQ(head.find("Content-Length"), std::string::npos);
   const auto nextEvent = [&] {
     events.expires_after(10s);
     std::string line;
@@ -179,8 +189,9 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
 
   std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
-  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) + repeat("Y: y\r\n", 200) +
-              "Content-Length: 100000\r\nConnection: close\r\n\r\n" + std::string(100'000, '\xff');
+  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
+              repeat("Y: y\r\n", 200) + "Content-Length: 100000\r\nConnection: close\r\n\r\n" +
+              std::string(100'000, '\xff');
   (void)exchange(sandbox.port(), requests);
   const auto seen = sandbox.seen();
   ASSERT_EQ(seen.size(), 1000);

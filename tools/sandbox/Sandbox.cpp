@@ -63,7 +63,8 @@ struct Sandbox::Impl {
       steps.push_back({Step::close});
     } else {
       steps.push_back({Step::send, {}, {}, [this, number, request = std::move(request), scripted = script.answer] {
-                         const Answer answer = scripted ? *scripted : judge(request);
+                         Answer answer = scripted ? *scripted : judge(request);
+                         if (!canHaveBody(answer.status)) answer.body.clear();
                          end(number, Call::answered, answer);
                          return bytesOf(answer, request);
                        }});
@@ -92,9 +93,7 @@ struct Sandbox::Impl {
   std::vector<Step> answerPage(const SeenRequest& request) {
     const Answer answer = Testing::answerPage(*locked(), request, options.chart);
     if (answer.contentType != eventStream) return {{Step::send, bytesOf(answer, request)}};
-    const std::string head =
-        "HTTP/1.1 200 OK\r\nContent-Type: " + answer.contentType + "\r\nCache-Control: no-store\r\n\r\n";
-    return {{Step::send, head},
+    return {{Step::send, serialize(answer, false)},
             {Step::follow, {}, std::chrono::milliseconds(50), [this, version = std::size_t{0}]() mutable {
                return eventSince(*locked(), version);
              }}};

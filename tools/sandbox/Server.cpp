@@ -19,12 +19,14 @@ using asio::awaitable, asio::use_awaitable, asio::ip::tcp;
 constexpr std::size_t maxBody = 8 << 20;  // of a request
 constexpr auto withError = asio::as_tuple(use_awaitable);
 
-std::string serialize(const Answer& answer) {
+bool canHaveBody(int status) { return status != 204 && status != 304; }
+
+std::string serialize(const Answer& answer, bool hasLength) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ' +
                      std::string(http::obsolete_reason(http::status(answer.status))) + "\r\n";
   const auto add = [&](const std::string& name, const std::string& value) { text += name + ": " + value + "\r\n"; };
   if (!answer.contentType.empty()) add("Content-Type", answer.contentType);
-  if (answer.status != 204) add("Content-Length", std::to_string(answer.body.size()));
+  if (hasLength && canHaveBody(answer.status)) add("Content-Length", std::to_string(answer.body.size()));
   for (const auto& [name, value] : answer.headers) add(name, value);
   return text + "\r\n" + answer.body;
 }

@@ -28,8 +28,11 @@ struct Step {
   std::function<void()> left{};
 };
 
-// The bytes of an HTTP answer.
-std::string serialize(const Answer& answer);
+// The bytes of an HTTP answer. Without `hasLength`, more of the body can follow until the connection ends.
+std::string serialize(const Answer& answer, bool hasLength = true);
+
+// Whether HTTP allows answers with this status to have a body.
+bool canHaveBody(int status);
 
 class Server {
  public:
