@@ -119,6 +119,7 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
   EXPECT_TRUE(eventually([&] { return count(R"("abandoned")", get(sandbox, "/sandbox/state")) == 2; }));
   const std::string armed = arm(R"(,"calls":"all","status":500)");
   EXPECT_NE(armed.find(R"("calls":"all")"), std::string::npos);
+  EXPECT_NE(armed.find(R"("calls":[])"), std::string::npos);
   for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
   for (const char* what : {R"(,"status":204,"body":"x")", R"(,"status":304,"message":"x")"}) {
     EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
@@ -189,13 +190,14 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
 
   std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
-  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
+  requests += std::string(100'000, 'Y') + " /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
               repeat("Y: y\r\n", 200) + "Content-Length: 100000\r\nConnection: close\r\n\r\n" +
               std::string(100'000, '\xff');
   (void)exchange(sandbox.port(), requests);
   const auto seen = sandbox.seen();
   ASSERT_EQ(seen.size(), 1000);
   EXPECT_EQ(seen.back().target, "/y");
+  EXPECT_EQ(seen.back().method.size(), 65'536);
   EXPECT_EQ(seen.back().body.size(), 65'536);
   EXPECT_EQ(seen.back().headers.size(), 100);
   EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
@@ -211,6 +213,29 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_EQ(outcomeOf(service.login("a@b.c", "password", "id", "name")),
             "validationError The e-mail address or the password is wrong.");
   EXPECT_EQ(outcomeOf(service.authenticate("sandbox-facebook-token", "id", "name")), "success");
+}
+
+TEST(SandboxPage, CutsLongTextsAndLists) {
+  Testing::Sandbox sandbox({.page = true, .chart = [](const auto&) { return "drawn"; }});
+  const std::string text = 'x' + repeat("é", 40'000), shown = ":\"x" + repeat("é", 511) + '"';  // 1,023 bytes
+  HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());
+  sandbox.addAccount(text, "password");
+  const AuthenticationResponse first = service.login(text, "password", "id", "name").get().value();
+  for (const auto ear : {DeviceOrientation::left, DeviceOrientation::right})
+    EXPECT_EQ(outcomeOf(service.registerDevice("id", text, {}, "h", "f", "t", ear, first.accessToken())), "success");
+  sandbox.script(Operation::login, {.answer = Testing::Answer{.body = text, .contentType = text}});
+  (void)exchange(sandbox.port(), "GET /" + repeat("é", 40'000) + " HTTP/1.1\r\nConnection: close\r\n\r\n");
+  const std::string state = get(sandbox, "/sandbox/state");
+  for (const char* key : {"email", "Left", "Right", "body"})
+    EXPECT_NE(state.find('"' + std::string(key) + '"' + shown), std::string::npos) << key;
+  EXPECT_EQ(state.find(repeat("é", 512)), std::string::npos);
+
+  (void)exchange(sandbox.port(), repeat("GET /x HTTP/1.1\r\n\r\n", 99) + "GET /x HTTP/1.0\r\n\r\n");
+  EXPECT_EQ(outcomeOf(service.profile({}, first.accessToken())), "success");
+  EXPECT_NE(get(sandbox, "/sandbox/calls/105").find(R"("chart":"drawn")"), std::string::npos);
+  const std::string list = get(sandbox, "/sandbox/calls");
+  EXPECT_EQ(count(R"("number":)", list), 100);
+  EXPECT_EQ(list.find("drawn"), std::string::npos);
 }
 
 TEST(Sandbox, RefusesRequestsThatTheServiceDoesNotExpect) {
