@@ -32,6 +32,16 @@ std::string exchange(int port, const std::string& sent) {
   return received.str();
 }
 
+std::string get(const Testing::Sandbox& sandbox, const std::string& target) {
+  return exchange(sandbox.port(), "GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+}
+
+std::size_t count(const std::string& piece, const std::string& text) {
+  std::size_t found = 0;
+  for (std::size_t at = 0; (at = text.find(piece, at)) != std::string::npos; at += piece.size()) ++found;
+  return found;
+}
+
 const std::string post = "POST /api/v1/account/login HTTP/1.1\r\nConnection: close\r\n";
 
 TEST(Sandbox, SurvivesBodiesAndHeadersOfAnyLength) {
@@ -95,6 +105,7 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
       {R"("body":"<html>")", notJson},
       {R"("body":"{}","contentType":"text/html")", invalid},
       {R"("never":true)", timedOut},
+      {R"("delay":86400000)", timedOut},
       {R"("drop":true,"delay":10)", lost},
       {R"("delay":10)", "success"},
       {R"("calls":0)", "success"},
@@ -105,8 +116,31 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
     EXPECT_EQ(login(), outcome) << what;
     EXPECT_EQ(login(), "success") << "after " << what;
   }
-  EXPECT_NE(arm(R"(,"calls":"all","status":500)").find(R"("calls":"all")"), std::string::npos);
+  EXPECT_TRUE(eventually([&] { return count(R"("abandoned")", get(sandbox, "/sandbox/state")) == 2; }));
+  const std::string armed = arm(R"(,"calls":"all","status":500)");
+  EXPECT_NE(armed.find(R"("calls":"all")"), std::string::npos);
+  EXPECT_NE(armed.find(R"("calls":[])"), std::string::npos);
   for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
+  for (const char* what : {R"(,"status":204,"body":"x")", R"(,"status":304,"message":"x")"}) {
+    EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
+    EXPECT_TRUE(exchange(sandbox.port(), post + "\r\n").ends_with("\r\n\r\n")) << what;
+  }
+  boost::asio::ip::tcp::iostream waiting, late;
+  const auto sendTwice = [&](auto& client, const std::string& what) {
+    EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
+    client.expires_after(10s);
+    client.connect("127.0.0.1", std::to_string(sandbox.port()));
+    const std::size_t before = sandbox.seen(Operation::login).size();
+    client << "POST /api/v1/account/login HTTP/1.1\r\n\r\n" << std::flush;
+    EXPECT_TRUE(sandbox.waitUntilSeen(Operation::login, before + 1, 10s));
+    client << post << "\r\n" << std::flush;
+  };
+  sendTwice(waiting, R"(,"never":true)");
+  EXPECT_EQ(count(R"("waiting")", get(sandbox, "/sandbox/state")), 1);
+  sendTwice(late, R"(,"delay":200)");
+  std::ostringstream received;
+  received << late.rdbuf();
+  EXPECT_EQ(count("HTTP/1.1 401 ", received.str()), 2);
   for (const char* what : {R"(,"calls":-1)", R"(,"contentType":"a\r\nb")", R"(,"status":100)", R"(,"more":1)", "]"})
     EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 400 ")) << what;
 }
@@ -139,6 +173,12 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   Testing::Sandbox sandbox({.page = true});
   boost::asio::ip::tcp::iostream events("127.0.0.1", std::to_string(sandbox.port()));
   events << "GET /sandbox/events HTTP/1.1\r\nHost: localhost\r\n\r\n" << std::flush;
+  events.expires_after(10s);
+  std::string head;
+  for (std::string line; std::getline(events, line) && line != "\r";) head += line;
+  for (const char* header : {"Cross-Origin-Resource-Policy: same-origin\r", "X-Content-Type-Options: nosniff\r"})
+    EXPECT_NE(head.find(header), std::string::npos) << header;
+  EXPECT_EQ(head.find("Content-Length"), std::string::npos);
   const auto nextEvent = [&] {
     events.expires_after(10s);
     std::string line;
@@ -150,18 +190,19 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
 
   std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
-  requests += "GET /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) + repeat("Y: y\r\n", 200) +
-              "Content-Length: 100000\r\nConnection: close\r\n\r\n" + std::string(100'000, '\xff');
+  requests += std::string(100'000, 'Y') + " /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
+              repeat("Y: y\r\n", 200) + "Content-Length: 100000\r\nConnection: close\r\n\r\n" +
+              std::string(100'000, '\xff');
   (void)exchange(sandbox.port(), requests);
   const auto seen = sandbox.seen();
   ASSERT_EQ(seen.size(), 1000);
   EXPECT_EQ(seen.back().target, "/y");
+  EXPECT_EQ(seen.back().method.size(), 65'536);
   EXPECT_EQ(seen.back().body.size(), 65'536);
   EXPECT_EQ(seen.back().headers.size(), 100);
   EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
   EXPECT_EQ(sandbox.connections(), 1);
-  const std::string details =
-      exchange(sandbox.port(), "GET /sandbox/calls/1001 HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+  const std::string details = get(sandbox, "/sandbox/calls/1001");
   EXPECT_NE(details.find(R"("bodySize":100000)"), std::string::npos);
   EXPECT_EQ(details.find('\xff'), std::string::npos);
 
@@ -172,6 +213,29 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_EQ(outcomeOf(service.login("a@b.c", "password", "id", "name")),
             "validationError The e-mail address or the password is wrong.");
   EXPECT_EQ(outcomeOf(service.authenticate("sandbox-facebook-token", "id", "name")), "success");
+}
+
+TEST(SandboxPage, CutsLongTextsAndLists) {
+  Testing::Sandbox sandbox({.page = true, .chart = [](const auto&) { return "drawn"; }});
+  const std::string text = 'x' + repeat("é", 40'000), shown = ":\"x" + repeat("é", 511) + '"';  // 1,023 bytes
+  HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());
+  sandbox.addAccount(text, "password");
+  const AuthenticationResponse first = service.login(text, "password", "id", "name").get().value();
+  for (const auto ear : {DeviceOrientation::left, DeviceOrientation::right})
+    EXPECT_EQ(outcomeOf(service.registerDevice("id", text, {}, "h", "f", "t", ear, first.accessToken())), "success");
+  sandbox.script(Operation::login, {.answer = Testing::Answer{.body = text, .contentType = text}});
+  (void)exchange(sandbox.port(), "GET /" + repeat("é", 40'000) + " HTTP/1.1\r\nConnection: close\r\n\r\n");
+  const std::string state = get(sandbox, "/sandbox/state");
+  for (const char* key : {"email", "Left", "Right", "body"})
+    EXPECT_NE(state.find('"' + std::string(key) + '"' + shown), std::string::npos) << key;
+  EXPECT_EQ(state.find(repeat("é", 512)), std::string::npos);
+
+  (void)exchange(sandbox.port(), repeat("GET /x HTTP/1.1\r\n\r\n", 99) + "GET /x HTTP/1.0\r\n\r\n");
+  EXPECT_EQ(outcomeOf(service.profile({}, first.accessToken())), "success");
+  EXPECT_NE(get(sandbox, "/sandbox/calls/105").find(R"("chart":"drawn")"), std::string::npos);
+  const std::string list = get(sandbox, "/sandbox/calls");
+  EXPECT_EQ(count(R"("number":)", list), 100);
+  EXPECT_EQ(list.find("drawn"), std::string::npos);
 }
 
 TEST(Sandbox, RefusesRequestsThatTheServiceDoesNotExpect) {

@@ -1,5 +1,6 @@
 #include "SandboxCommand.hpp"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <unistd.h>
@@ -22,7 +23,7 @@ constexpr char opener[] = "open";
 constexpr char opener[] = "xdg-open";
 #endif
 
-// Resets the signal mask and SIGPIPE for the child, which would inherit them.
+// The child gets none of what it would inherit: signal mask, ignored SIGPIPE, process group and standard output.
 void openInBrowser(std::string url) {
   sigset_t none, ignored;
   sigemptyset(&none);
@@ -32,11 +33,15 @@ void openInBrowser(std::string url) {
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setsigdefault(&attributes, &ignored);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   std::string name = opener;
   char* const arguments[] = {name.data(), url.data(), nullptr};
   pid_t child = 0;
-  const int failure = posix_spawnp(&child, opener, nullptr, &attributes, arguments, environ);
+  const int failure = posix_spawnp(&child, opener, &actions, &attributes, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   if (failure != 0) say("cannot open the page: " + name + ": " + std::generic_category().message(failure));
 }
@@ -52,7 +57,7 @@ void serve(Sandbox::Options options, bool opensPage) {
   options.page = true;
   options.chart = svgChart;
   options.mail = [](const std::string& email, const std::string& text) {
-    std::cout << "E-mail to " + email + ": " + text + '\n' << std::flush;
+    std::cout << printable("E-mail to " + email + ": " + text) + '\n' << std::flush;
   };
   const Sandbox sandbox(options);
   const std::string page = sandbox.baseUrl() + '/';

@@ -17,13 +17,21 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::size_t maxAccountsShown = 200;
+constexpr std::size_t maxAccountsShown = 200, maxCallsListed = 100, maxTextShown = 1024;
 
 // Replaces bytes that are not UTF-8, because JSON cannot contain them.
-json::string utf8Of(const std::string& bytes) {
+json::string utf8Of(std::string_view bytes) {
   json::string valid;
   utf8::replace_invalid(bytes.begin(), bytes.end(), std::back_inserter(valid));
   return valid;
+}
+
+// The first `maxTextShown` bytes, without a character that continues after them.
+std::string_view cut(std::string_view text) {
+  if (text.size() <= maxTextShown) return text;
+  std::size_t size = maxTextShown;
+  while (size > 0 && (text[size] & 0xC0) == 0x80) --size;
+  return text.substr(0, size);
 }
 
 json::object jsonOf(const Answer& answer) {
@@ -32,18 +40,24 @@ json::object jsonOf(const Answer& answer) {
   return {{"status", answer.status}, {"headers", headers}, {"body", utf8Of(answer.body)}};
 }
 
+Answer shortened(const Answer& answer) {
+  return {answer.status, std::string(cut(answer.body)), std::string(cut(answer.contentType)), answer.headers};
+}
+
 json::object jsonOf(Operation operation, const Script& script) {
   return {{"operation", name(operation)},
           {"calls", script.calls == Script::always ? json::value("all") : json::value(script.calls)},
           {"delay", script.delay.count()},
           {"drop", script.drop},
           {"never", script.never},
-          {"answer", script.answer ? json::value(jsonOf(*script.answer)) : nullptr}};
+          {"answer", script.answer ? json::value(jsonOf(shortened(*script.answer))) : nullptr}};
 }
 
 json::object jsonOf(const Account& account) {
-  return {{"email", account.email}, {"isEmailConfirmed", account.confirmed}, {"dateOfBirth", account.dateOfBirth},
-          {"sex", account.sex},     {"hearingAids", account.hearingAids},    {"lastHearingAids", account.lastDevices}};
+  json::object products = account.lastDevices;
+  for (auto& product : products) product.value() = cut(product.value().get_string());
+  return {{"email", cut(account.email)}, {"isEmailConfirmed", account.confirmed}, {"dateOfBirth", account.dateOfBirth},
+          {"sex", account.sex},          {"hearingAids", account.hearingAids},    {"lastHearingAids", products}};
 }
 
 json::object summaryOf(const Call& call) {
@@ -53,8 +67,8 @@ json::object summaryOf(const Call& call) {
   return {{"number", call.number},
           {"time", std::chrono::duration_cast<std::chrono::milliseconds>(time).count()},
           {"operation", operation ? json::value(name(*operation)) : nullptr},
-          {"method", utf8Of(call.request.method)},
-          {"target", utf8Of(call.request.target)},
+          {"method", utf8Of(cut(call.request.method))},
+          {"target", utf8Of(cut(call.request.target))},
           {"outcome", outcomes[call.outcome]},
           {"status", call.outcome == Call::answered ? json::value(call.answer.status) : nullptr},
           {"milliseconds", call.outcome == Call::waiting ? nullptr : json::value(call.duration.count())}};
@@ -69,8 +83,9 @@ json::value chartOf(const std::string& body, const Chart& chart) {
   return decoded ? json::value(utf8Of(chart(*decoded))) : nullptr;
 }
 
-json::object detailsOf(const Call& call, const Chart& chart) {
+json::object detailsOf(const Call& call) {
   json::object details = summaryOf(call);
+  details["target"] = utf8Of(call.request.target);
   json::array& headers = details["headers"].emplace_array();
   for (const auto& [name, value] : call.request.headers) headers.push_back({utf8Of(name), utf8Of(value)});
   details["body"] = utf8Of(call.request.body);
@@ -79,7 +94,6 @@ json::object detailsOf(const Call& call, const Chart& chart) {
     details["answer"] = jsonOf(call.answer);
     details["answerSize"] = call.answerSize;
   }
-  if (call.request.operation == Operation::profile) details["chart"] = chartOf(call.request.body, chart);
   return details;
 }
 
@@ -92,7 +106,7 @@ json::object changesSince(const State& state, std::size_t version) {
       if (script.calls > 0) scripts.push_back(jsonOf(operation, script));
   for (const auto& [email, account] : state.service.accounts)
     if (accounts.size() < maxAccountsShown) accounts.push_back(jsonOf(account));
-  for (const Mail& mail : state.mails) mails.push_back({{"email", mail.email}, {"text", mail.text}});
+  for (const Mail& mail : state.mails) mails.push_back({{"email", cut(mail.email)}, {"text", mail.text}});
   return {{"oldestCall", state.calls.empty() ? state.nextNumber : state.calls.front().number},
           {"calls", std::move(calls)},
           {"scripts", std::move(scripts)},
@@ -210,17 +224,19 @@ Answer html() {
 }
 
 // `which` is the name of an operation, empty for all, or the number of a call. Several calls are listed newest first.
-Answer callsAt(const State& state, const std::string& which, const Chart& chart) {
+Answer callsAt(State& state, const std::string& which, const Chart& chart) {
   const auto operation = operationNamed(which);
   if (which.empty() || operation) {
     json::array found;
-    for (auto call = state.calls.rbegin(); call != state.calls.rend(); ++call)
-      if (which.empty() || call->request.operation == operation) found.push_back(detailsOf(*call, chart));
+    for (auto call = state.calls.rbegin(); call != state.calls.rend() && found.size() < maxCallsListed; ++call)
+      if (which.empty() || call->request.operation == operation) found.push_back(detailsOf(*call));
     return ok(found);
   }
   const Call* const call = state.find(std::strtoul(which.c_str(), nullptr, 10));
-  return call != nullptr ? ok(detailsOf(*call, chart))
-                         : refusal(404, notFound, "This call is unknown, or no longer kept.");
+  if (call == nullptr) return refusal(404, notFound, "This call is unknown, or no longer kept.");
+  json::object details = detailsOf(*call);
+  if (call->request.operation == Operation::profile) details["chart"] = chartOf(call->request.body, chart);
+  return ok(details);
 }
 
 Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {

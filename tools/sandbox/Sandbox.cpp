@@ -15,6 +15,9 @@ std::optional<std::string> SeenRequest::header(std::string_view name) const {
   return std::nullopt;
 }
 
+constexpr auto forever =
+    std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::duration::max());
+
 struct Sandbox::Impl {
   // Locks the state. Notifies all waiting threads on unlock if the state has changed.
   class Locked {
@@ -46,21 +49,22 @@ struct Sandbox::Impl {
     request.operation = operationAt(request.target);
     std::size_t number = 0;
     const Script script = locked()->add(request, number);
+    const auto delay = script.never ? forever : script.delay;
     std::vector<Step> steps;
     steps.reserve(4);
     if (options.page) steps.push_back({Step::count});
-    if (script.delay.count() > 0) steps.push_back({Step::pause, {}, script.delay});
-    if (script.never) steps.push_back({Step::follow});
-    if (script.never || script.drop) {
-      const auto outcome = script.never ? Call::abandoned : Call::closed;
-      steps.push_back({Step::send, {}, {}, [this, number, outcome] {
-                         end(number, outcome);
+    if (delay.count() > 0)
+      steps.push_back({Step::pause, {}, delay, {}, [this, number] { end(number, Call::abandoned); }});
+    if (script.drop) {
+      steps.push_back({Step::send, {}, {}, [this, number] {
+                         end(number, Call::closed);
                          return std::string();
                        }});
       steps.push_back({Step::close});
     } else {
       steps.push_back({Step::send, {}, {}, [this, number, request = std::move(request), scripted = script.answer] {
-                         const Answer answer = scripted ? *scripted : judge(request);
+                         Answer answer = scripted ? *scripted : judge(request);
+                         if (!canHaveBody(answer.status)) answer.body.clear();
                          end(number, Call::answered, answer);
                          return bytesOf(answer, request);
                        }});
@@ -89,9 +93,7 @@ struct Sandbox::Impl {
   std::vector<Step> answerPage(const SeenRequest& request) {
     const Answer answer = Testing::answerPage(*locked(), request, options.chart);
     if (answer.contentType != eventStream) return {{Step::send, bytesOf(answer, request)}};
-    const std::string head =
-        "HTTP/1.1 200 OK\r\nContent-Type: " + answer.contentType + "\r\nCache-Control: no-store\r\n\r\n";
-    return {{Step::send, head},
+    return {{Step::send, serialize(answer, false)},
             {Step::follow, {}, std::chrono::milliseconds(50), [this, version = std::size_t{0}]() mutable {
                return eventSince(*locked(), version);
              }}};

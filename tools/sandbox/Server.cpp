@@ -17,13 +17,16 @@ namespace http = boost::beast::http;
 using asio::awaitable, asio::use_awaitable, asio::ip::tcp;
 
 constexpr std::size_t maxBody = 8 << 20;  // of a request
+constexpr auto withError = asio::as_tuple(use_awaitable);
 
-std::string serialize(const Answer& answer) {
+bool canHaveBody(int status) { return status != 204 && status != 304; }
+
+std::string serialize(const Answer& answer, bool hasLength) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ' +
                      std::string(http::obsolete_reason(http::status(answer.status))) + "\r\n";
   const auto add = [&](const std::string& name, const std::string& value) { text += name + ": " + value + "\r\n"; };
   if (!answer.contentType.empty()) add("Content-Type", answer.contentType);
-  if (answer.status != 204) add("Content-Length", std::to_string(answer.body.size()));
+  if (hasLength && canHaveBody(answer.status)) add("Content-Length", std::to_string(answer.body.size()));
   for (const auto& [name, value] : answer.headers) add(name, value);
   return text + "\r\n" + answer.body;
 }
@@ -143,7 +146,10 @@ struct Server::Impl {
         co_await asio::async_write(stream, asio::buffer(bytes.data() + sent, piece), use_awaitable);
         if (step.kind == Step::drip) co_await pause(step.time);
       }
-      if (step.kind == Step::pause) co_await pause(step.time);
+      if (step.kind == Step::pause && !co_await staysFor(step.time, connection)) {
+        if (step.left) step.left();
+        co_return false;
+      }
     }
     co_return true;
   }
@@ -151,9 +157,8 @@ struct Server::Impl {
   template <class Stream>
   awaitable<void> follow(Stream& stream, const Step& step) {
     using namespace asio::experimental::awaitable_operators;
-    constexpr auto withError = asio::as_tuple(use_awaitable);
     for (;;) {
-      const std::string bytes = step.make ? step.make() : "";
+      const std::string bytes = step.make();
       if (!bytes.empty()) {
         co_await asio::async_write(stream, asio::buffer(bytes), use_awaitable);
         co_await pause(step.time);
@@ -164,6 +169,17 @@ struct Server::Impl {
                                    stream.lowest_layer().async_wait(tcp::socket::wait_read, withError));
       if (first.index() == 1) co_return;
     }
+  }
+
+  // Returns false as soon as the client closes the connection. Keeps what it sends for the next request; the connection
+  // also ends if that is more than `maxBody`.
+  template <class Stream>
+  awaitable<bool> staysFor(std::chrono::milliseconds time, Connection<Stream>& connection) {
+    using namespace asio::experimental::awaitable_operators;
+    asio::steady_timer timer(io, time);
+    auto buffer = asio::dynamic_buffer(connection.unread, maxBody);
+    const auto first = co_await (timer.async_wait(withError) || asio::async_read(connection.stream, buffer, withError));
+    co_return first.index() == 0;
   }
 
   awaitable<void> pause(std::chrono::milliseconds time) {

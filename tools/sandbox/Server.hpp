@@ -13,7 +13,7 @@ struct Step {
   enum Kind {
     send,    // sends the bytes in one piece
     drip,    // sends the bytes one by one, and waits for `time` after each
-    pause,   // waits for `time`
+    pause,   // waits for `time`; closes the connection as soon as the client does
     hold,    // waits until `release` is called
     follow,  // sends what `make` returns, now and after each `notify`, at least `time` apart, until the client closes
     count,   // sends nothing; `counted` counts connections on which this happened
@@ -24,10 +24,15 @@ struct Step {
   std::chrono::milliseconds time{};
   // For `send` and `follow`: called when the step begins; the result is sent after `bytes`.
   std::function<std::string()> make{};
+  // For `pause`: called if the client closes the connection first.
+  std::function<void()> left{};
 };
 
-// The bytes of an HTTP answer.
-std::string serialize(const Answer& answer);
+// The bytes of an HTTP answer. Without `hasLength`, more of the body can follow until the connection ends.
+std::string serialize(const Answer& answer, bool hasLength = true);
+
+// Whether HTTP allows answers with this status to have a body.
+bool canHaveBody(int status);
 
 class Server {
  public:

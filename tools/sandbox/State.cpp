@@ -39,6 +39,7 @@ Script State::add(const SeenRequest& request, std::size_t& number) {
     SeenRequest& kept = calls.back().request;
     shorten(kept.body);
     shorten(kept.target);
+    shorten(kept.method);
     shorten(kept.headers);
     if (calls.size() > maxCalls) calls.pop_front();
   }
@@ -59,17 +60,17 @@ Answer State::answer(const SeenRequest& request, std::vector<Mail>& sent) {
 }
 
 void State::end(std::size_t number, Call::Outcome outcome, const Answer& answer) {
-  if (!hasPage || find(number) == nullptr) return;
-  Call& call = calls[number - calls.front().number];
-  call.version = ++version;
-  call.outcome = outcome;
-  call.duration = steady_clock::now() - call.start;
-  call.answer = answer;
-  call.answerSize = answer.body.size();
-  shorten(call.answer.body);
+  Call* const call = find(number);
+  if (!hasPage || call == nullptr) return;
+  call->version = ++version;
+  call->outcome = outcome;
+  call->duration = steady_clock::now() - call->start;
+  call->answer = answer;
+  call->answerSize = answer.body.size();
+  shorten(call->answer.body);
 }
 
-const Call* State::find(std::size_t number) const {
+Call* State::find(std::size_t number) {
   if (calls.empty() || number < calls.front().number || number >= nextNumber) return nullptr;
   return &calls[number - calls.front().number];
 }

@@ -23,8 +23,8 @@ struct Call {
 };
 
 struct State {
-  // Limits with a page: the number of calls, of headers per call, of bytes per body, target and all headers, and of
-  // e-mails.
+  // Limits with a page: the number of calls, of headers per call, of bytes per body, target, method and all
+  // headers, and of e-mails.
   static constexpr std::size_t maxCalls = 1000, maxHeaders = 100, maxText = std::size_t{64} << 10, maxMails = 100;
 
   // Adds a call and sets `number`. Returns its script, and counts the call as one of the script's; without a script,
@@ -34,7 +34,8 @@ struct State {
   Answer answer(const SeenRequest& request, std::vector<Mail>& sent);
   // Sets the outcome of a call if it is still kept.
   void end(std::size_t number, Call::Outcome outcome, const Answer& answer = {});
-  const Call* find(std::size_t number) const;
+  // Null if the call is unknown, or no longer kept.
+  Call* find(std::size_t number);
   // The requests for which `isWanted` returns true, in the order of arrival.
   std::vector<SeenRequest> requests(const std::function<bool(const SeenRequest&)>& isWanted) const;
 

@@ -44,11 +44,12 @@ struct Script {
   // A value for `calls`: no limit.
   static constexpr std::size_t always = static_cast<std::size_t>(-1);
 
-  std::chrono::milliseconds delay{0};  // ends early when the sandbox is destroyed
-  bool drop = false;                   // closes the connection without an answer
-  std::optional<Answer> answer{};      // sent instead of the usual one; the request is not judged and has no effect
-  std::size_t calls = 1;               // how many calls the script applies to
-  bool never = false;                  // keeps the connection open without an answer, until the client closes it
+  // Ends early when the sandbox is destroyed, or the client closes the connection. Then the call has no effect.
+  std::chrono::milliseconds delay{0};
+  bool drop = false;               // closes the connection without an answer
+  std::optional<Answer> answer{};  // sent instead of the usual one; the request is not judged and has no effect
+  std::size_t calls = 1;           // how many calls the script applies to
+  bool never = false;              // keeps the connection open without an answer, until the client closes it
 };
 
 // A request as it arrived.
