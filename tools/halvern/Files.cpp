@@ -62,7 +62,9 @@ void checkFiles(const std::vector<FileUse>& uses) {
   const auto isSame = [](const FileUse& left, const FileUse& right) {
     if (!left.isOutput && !right.isOutput) return left.file == "-" && right.file == "-";
     if (left.isOutput != right.isOutput && (left.file == "-" || right.file == "-")) return false;
-    const auto pathOf = [](const FileUse& use) { return use.file == "-" ? fs::path("/dev/stdout") : resolved(use.file); };
+    const auto pathOf = [](const FileUse& use) {
+      return use.file == "-" ? fs::path("/dev/stdout") : resolved(use.file);
+    };
     std::error_code error;
     return pathOf(left) == pathOf(right) || fs::equivalent(pathOf(left), pathOf(right), error);
   };

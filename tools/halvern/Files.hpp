@@ -12,8 +12,8 @@ struct FileUse {
   bool isOutput;
 };
 
-// Throws a Failure if a name is empty, if an output is the same file as another output or an input, or if `-` is used for
-// two inputs or two outputs.
+// Throws a Failure if a name is empty, if an output is the same file as another output or an input, or if `-` is used
+// for two inputs or two outputs.
 void checkFiles(const std::vector<FileUse>& uses);
 
 // Throws a Failure if the file cannot be read.

@@ -51,9 +51,9 @@ complete -o filenames -F _halvern halvern
     {"zsh",
      {.head = "#compdef halvern\nlocal -a commands=(\n",
       .name = "  '{c}:{h}'\n",
-      .names =
-          "  help version\n)\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal command=$words[2]\nshift words\n"
-          "((--CURRENT))\ncase $command in\n",
+      .names = "  help version\n)\n((CURRENT == 2)) && { _describe subcommand commands; return }\nlocal "
+               "command=$words[2]\nshift words\n"
+               "((--CURRENT))\ncase $command in\n",
       .command = "  {c}) _arguments",
       .option = " \\\n    '{o}[{h}]{v}'",
       .file = ":file:_files",
