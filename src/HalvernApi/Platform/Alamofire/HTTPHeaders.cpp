@@ -10,7 +10,6 @@ namespace HalvernApi::Alamofire {
 
 using Foundation::consistsOf;
 using Foundation::equalIgnoringCase;
-using Foundation::lowerCase;
 
 namespace {
 
@@ -61,12 +60,15 @@ std::optional<std::string_view> HTTPHeaders::find(std::string_view name) const {
   return line != end() ? std::optional((*line).value) : std::nullopt;
 }
 
-// Compares the first letters before it measures a line, because most names differ there.
 HTTPHeaders::Iterator HTTPHeaders::lineOf(std::string_view name) const {
-  const char first = name.empty() ? '\0' : lowerCase(name[0]);
+  const auto hasName = [&](Iterator line) {
+    const std::string_view rest(line.at, static_cast<std::size_t>(end().at - line.at));
+    const std::string_view after = rest.substr(std::min(name.size(), rest.size()), 2);
+    return (after.starts_with(':') || after == std::string_view(";\0", 2)) &&
+           equalIgnoringCase(rest.substr(0, name.size()), name);
+  };
   Iterator line = begin();
-  for (; line != end(); ++line)
-    if (lowerCase(*line.at) == first && equalIgnoringCase((*line).name, name)) break;
+  while (line != end() && !hasName(line)) ++line;
   return line;
 }
 

@@ -136,8 +136,8 @@ CURLcode Transfer::setSharedOptions() {
 void Transfer::setHeaders(const URLRequest& request) {
   headers_.clear();
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
-  for (const auto& [name, value] : request.headers)
-    if (hasBody(request) || !Foundation::equalIgnoringCase(name, "Content-Type")) add(name.data());
+  for (auto line = request.headers.begin(); line != request.headers.end(); ++line)
+    if (hasBody(request) || !Foundation::equalIgnoringCase((*line).name, "Content-Type")) add(line.at);
   if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // removes libcurl's own
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
