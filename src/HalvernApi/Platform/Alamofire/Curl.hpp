@@ -34,7 +34,7 @@ class EasyOptions {
   void set(CURLoption option, Value value) {
     if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
   }
-  // For options that only switch off what some builds of libcurl lack anyway.
+  // For options that only matter for what some builds of libcurl lack, such as proxies.
   template <class Value>
   void setIfKnown(CURLoption option, Value value) {
     if (result_ != CURLE_OK) return;

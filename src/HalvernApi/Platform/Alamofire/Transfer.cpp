@@ -70,14 +70,14 @@ CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
 // For servers and https proxies. Only for a libcurl with OpenSSL. Without OpenSSL, https calls fail before a transfer
 // begins.
 void setTlsOptions(EasyOptions& options, const Foundation::URLSessionConfiguration& configuration) {
-  for (const CURLoption version : {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION})
-    options.set(version, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  options.setIfKnown(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_CTX_FUNCTION, withoutKeyLog);
   if (configuration.certificateAuthorityFile) {
-    for (const CURLoption file : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
-      options.set(file, configuration.certificateAuthorityFile->c_str());
-    for (const CURLoption directory : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH})
-      options.set(directory, static_cast<const char*>(nullptr));
+    options.set(CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str());
+    options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    options.setIfKnown(CURLOPT_PROXY_CAINFO, configuration.certificateAuthorityFile->c_str());
+    options.setIfKnown(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
   }
   std::string pins;
   for (const std::string& pin : configuration.pinnedPublicKeys) pins += (pins.empty() ? "sha256//" : ";sha256//") + pin;

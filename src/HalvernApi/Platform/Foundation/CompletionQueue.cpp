@@ -18,7 +18,11 @@ void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new Mutex;
   static auto& kept = *new std::vector<Task::Pointer>;
   const MutexLock lock(mutex);
-  kept.push_back(std::move(task));
+  try {
+    kept.push_back(task);
+  } catch (const std::bad_alloc&) {
+    task.detach();
+  }
 }
 
 }  // namespace
@@ -38,12 +42,16 @@ struct CompletionQueue::State {
     return std::move(incoming);
   }
 
-  // Notes that a batch has ended. Returns whether no other is needed. If it was not run, the next task asks for
-  // another.
-  bool isLastBatch(bool wasDropped) {
+  // After a batch: whether another is needed.
+  bool needsBatch() {
     const MutexLock lock(mutex);
-    scheduled = !wasDropped && !incoming.empty();
-    return !scheduled;
+    scheduled = !incoming.empty();
+    return scheduled;
+  }
+  // After a batch that will not run: the next task asks for another.
+  void forgetBatch() {
+    const MutexLock lock(mutex);
+    scheduled = false;
   }
 
   // Whether something can run tasks. Starts the queue's own thread if it has none yet.
@@ -163,14 +171,15 @@ struct CompletionQueue::Batch {
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
   ~Batch() {
-    if (queue && !queue->origin_.inForkedChild()) queue->state_->isLastBatch(true);
+    if (queue && !queue->origin_.inForkedChild()) queue->state_->forgetBatch();
   }
 
   void run() {
     const auto self = std::exchange(queue, nullptr);
+    if (!self) return;
     do {
       self->state_->runAll(self.get());
-      if (self->state_->isLastBatch(false)) return;
+      if (!self->state_->needsBatch()) return;
     } while (asking == self.get());  // calling `async` inside `async` would recurse
     self->schedule();
   }
@@ -181,13 +190,19 @@ struct CompletionQueue::Batch {
 // If memory runs out, this thread settles the promises. Their handlers wait for a later call.
 void CompletionQueue::schedule() {
   const CompletionQueue* const before = std::exchange(asking, this);
+  std::shared_ptr<Batch> batch;
+  bool isAccepted = false;
   try {
-    executor_->async([batch = std::make_shared<Batch>(shared_from_this())] { batch->run(); });
+    batch = std::make_shared<Batch>(shared_from_this());
+    executor_->async([batch] { batch->run(); });
+    isAccepted = true;
   } catch (const std::bad_alloc&) {
-    state_->isLastBatch(true);
-    runWithoutHandlers(state_->take());
+    if (batch) batch->queue = nullptr;
   }
   asking = before;
+  if (isAccepted) return;
+  runWithoutHandlers(state_->take());
+  if (state_->needsBatch()) schedule();
 }
 
 // Runs the tasks on the calling thread, without handlers. If these tasks add others, the outermost call runs them.
@@ -199,9 +214,14 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
     if (task->runWithoutHandlers()) continue;
     if (ProcessExit::begun()) {
       keepUntilTheEnd(std::move(task));
-    } else {
-      const MutexLock lock(state_->mutex);
-      state_->unhandled.push_back(std::move(task));
+      continue;
+    }
+    State& state = *task->queue()->state_;
+    const MutexLock lock(state.mutex);
+    try {
+      state.unhandled.push_back(task);
+    } catch (const std::bad_alloc&) {
+      if (task->claimPosting()) state.incoming.push(std::move(task));
     }
   }
   pending = nullptr;

@@ -37,8 +37,9 @@ void afterForkInChild() HALVERNAPI_UNCHECKED {
 // Never destroyed: threads use it until the process has ended.
 Process& process() {
   static Process& state = *[] {
+    auto made = std::make_unique<Process>();
     if (pthread_atfork(beforeFork, afterForkInParent, afterForkInChild) != 0) throw std::bad_alloc();
-    return new Process;
+    return made.release();
   }();
   return state;
 }

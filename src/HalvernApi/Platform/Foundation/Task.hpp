@@ -3,18 +3,21 @@
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
+#include <memory>
 
 #include "HalvernApi/Platform/Foundation/Export.hpp"
 #include "HalvernApi/Platform/Foundation/Fifo.hpp"
 
 namespace HalvernApi::Foundation {
 
+class CompletionQueue;
+
 class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::thread_safe_counter> {
  public:
   using Pointer = boost::intrusive_ptr<Task>;
 
   virtual ~Task();
-  // Runs the first callbacks, and puts the task into its queue again if there are others. Returns false if handlers
+  // Runs all callbacks. Returns false if handlers
   // remain because the process has begun to exit.
   [[nodiscard]] virtual bool run() noexcept = 0;
   // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain; a
@@ -23,6 +26,8 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   // Returns true if there is something to run and the task is in no queue. The caller must then put the task into a
   // queue. Until the task has run, further calls return false.
   [[nodiscard]] virtual bool claimPosting() = 0;
+  // On which it runs.
+  virtual const std::shared_ptr<CompletionQueue>& queue() const = 0;
 
   Pointer next;  // for the list that contains the task
 };

@@ -92,35 +92,52 @@ bool PromiseCore::claimPosting() {
   return true;
 }
 
-// Runs one callback. Before that, posts the promise again if there are others: the callback may block until they have
-// run. No lock is held while a callback runs or is destroyed: it may own objects of the application.
+namespace {
+
+// The promises whose callbacks this thread is running, innermost first.
+struct Running {
+  PromiseCore& promise;
+  const Running* const outer;
+};
+thread_local const Running* innermost = nullptr;
+
+}  // namespace
+
+// No lock is held while a callback runs or is destroyed: it may own objects of the application.
 bool PromiseCore::run() noexcept {
-  if (ProcessExit::begun()) return runWithoutHandlers();
-  MutexLock lock(mutex_);
-  const auto callback = callbacks_.pop();
-  const bool hasOthers = !callbacks_.empty();
-  state_ = hasOthers ? State::posted : State::settled;
-  lock.unlock();
-  if (hasOthers) queue_->postNext(this);
-  callback->run(*this);
-  return true;
+  const Running running{*this, innermost};
+  innermost = &running;
+  bool isDone = false;
+  while (!isDone && !ProcessExit::begun()) {
+    MutexLock lock(mutex_);
+    const auto callback = callbacks_.pop();
+    isDone = !callback;
+    if (isDone) state_ = State::settled;
+    lock.unlock();
+    if (callback) callback->run(*this);
+  }
+  innermost = running.outer;
+  return isDone || runWithoutHandlers();
 }
 
-bool PromiseCore::runWithoutHandlers() noexcept {
-  Callbacks left;
+bool PromiseCore::runWithoutHandlers() noexcept { return runContinuations(State::settled); }
+
+// Then sets the state. Returns whether no handler is left.
+bool PromiseCore::runContinuations(State after) noexcept {
+  Callbacks handlers;
   for (;;) {
     MutexLock lock(mutex_);
     auto callback = callbacks_.pop();
     if (!callback) {
-      state_ = State::settled;
-      callbacks_.append(std::move(left));
+      state_ = after;
+      callbacks_.append(std::move(handlers));
       return callbacks_.empty();
     }
     lock.unlock();
     if (callback->kind == Kind::continuation)
       callback->run(*this);
     else
-      left.push(std::move(callback));
+      handlers.push(std::move(callback));
   }
 }
 
@@ -137,7 +154,13 @@ bool PromiseCore::wait(std::chrono::milliseconds timeout) {
   }
   const Queue queue = waiting_.emplace_back(current->shared_from_this());
   lock.unlock();
-  queue->runUntil([this] { return settled(); }, deadline);
+  const auto isSettled = [this] {
+    // A handler on this thread's stack may wait for a continuation of its own promise.
+    for (const Running* running = innermost; running != nullptr; running = running->outer)
+      (void)running->promise.runContinuations(State::posted);
+    return settled();
+  };
+  queue->runUntil(isSettled, deadline);
   lock.lock();
   if (!settled()) waiting_.erase(std::find(waiting_.begin(), waiting_.end(), queue));
   return settled();

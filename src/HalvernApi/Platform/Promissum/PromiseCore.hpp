@@ -44,14 +44,14 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 //               claim           publish
 //     pending ---------> claimed ---------> settled <-----------.
 //                           |                  |                |
-//                           |                  | attach,        | run: no other callback is left,
+//                           |                  | attach,        | run: no callback is left,
 //                           |                  v claimPosting   | or only handlers that may not run
 //                           '--------------> posted ------------'
 //                 publish, with callbacks
 //
-// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. The task
-// runs the first callback. If there are others, it puts the promise into the queue again. Only such a task runs
-// callbacks, so they run one at a time and in order.
+// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. Only that
+// task runs callbacks, so they run one at a time and in order. While one of its handlers waits for another promise,
+// only its continuations run.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
@@ -74,7 +74,7 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   explicit PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable = {});
   ~PromiseCore() override;
 
-  const Queue& queue() const { return queue_; }
+  const Queue& queue() const override { return queue_; }
   bool settled() const { return state_ >= State::settled; }
 
   // Runs `callback` on the queue once the promise has settled, after those attached before it.
@@ -105,6 +105,8 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  private:
   using Callbacks = Foundation::Fifo<std::unique_ptr<Callback>>;
   enum class State { pending, claimed, settled, posted };
+
+  bool runContinuations(State after) noexcept;
 
   const Queue queue_;
   const std::weak_ptr<Cancellable> cancellable_;
