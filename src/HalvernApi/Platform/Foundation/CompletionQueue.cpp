@@ -32,6 +32,7 @@ struct CompletionQueue::State {
   Condition arrived;
   TaskList incoming HALVERNAPI_GUARDED_BY(mutex);
   std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);  // settled; their handlers wait for a thread
+  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // as `unhandled`, if there was no memory for that
   bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // the application's queue has been asked to run the tasks
   bool woken HALVERNAPI_GUARDED_BY(mutex) = false;
   bool stopping HALVERNAPI_GUARDED_BY(mutex) = false;
@@ -147,6 +148,7 @@ void CompletionQueue::post(TaskList tasks) {
       unhandled.swap(state_->unhandled);
       for (const Task::Pointer& task : unhandled)
         if (task->claimPosting()) state_->incoming.push(task);
+      state_->incoming.append(std::move(state_->later));
       state_->incoming.append(std::move(tasks));
       scheduled = std::exchange(state_->scheduled, executor_ != nullptr);
     }
@@ -187,8 +189,8 @@ struct CompletionQueue::Batch {
   std::shared_ptr<CompletionQueue> queue;  // null once it runs
 };
 
-// If memory runs out, this thread settles the promises. Their handlers wait for a later call.
-void CompletionQueue::schedule() {
+// False if memory runs out.
+bool CompletionQueue::requestBatch() {
   const CompletionQueue* const before = std::exchange(asking, this);
   std::shared_ptr<Batch> batch;
   bool isAccepted = false;
@@ -200,9 +202,15 @@ void CompletionQueue::schedule() {
     if (batch) batch->queue = nullptr;
   }
   asking = before;
-  if (isAccepted) return;
-  runWithoutHandlers(state_->take());
-  if (state_->needsBatch()) schedule();
+  return isAccepted;
+}
+
+// If memory runs out, this thread settles the promises. Their handlers wait for a later call.
+void CompletionQueue::schedule() {
+  while (!requestBatch()) {
+    runWithoutHandlers(state_->take());
+    if (!state_->needsBatch()) return;
+  }
 }
 
 // Runs the tasks on the calling thread, without handlers. If these tasks add others, the outermost call runs them.
@@ -221,7 +229,7 @@ void CompletionQueue::runWithoutHandlers(TaskList tasks) {
     try {
       state.unhandled.push_back(task);
     } catch (const std::bad_alloc&) {
-      if (task->claimPosting()) state.incoming.push(std::move(task));
+      if (task->claimPosting()) state.later.push(std::move(task));
     }
   }
   pending = nullptr;

@@ -53,6 +53,7 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
  private:
   struct State;
   struct Batch;
+  bool requestBatch();
   void schedule();
   void runWithoutHandlers(TaskList tasks);
 
