@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <boost/json/basic_parser_impl.hpp>
-#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value_stack.hpp>
 #include <boost/version.hpp>
@@ -32,9 +31,7 @@ class Builder {
   using Code = boost::json::error_code;
   using Text = boost::json::string_view;
 
-  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) {
-    stack_.reset(boost::json::make_shared_resource<boost::json::monotonic_resource>());
-  }
+  explicit Builder(std::size_t maxBytes) : maxBytes_(maxBytes) { stack_.reset(); }
   JsonValue release() { return stack_.release(); }
 
   bool on_document_begin(Code&) { return true; }
