@@ -312,7 +312,10 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
       isInside = false;
     });
     own.finally([&] { done += isInside ? 0 : 1; });  // not before the first handler has returned
-    EXPECT_TRUE(eventually([&] { return done == 4; })) << done << " on queue " << which;
+    const PromiseSource<Unit, Error> fromFirst;
+    (void)own.map([&](Unit unit) { return fromFirst.resolve(*service.resendValidationEmail("5").get()), unit; });
+    (void)own.map([&](Unit) { return fromFirst.promise().get() && ++done; });  // not before the first has returned
+    EXPECT_TRUE(eventually([&] { return done == 5; })) << done << " on queue " << which;
     later.resolve({});
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "HalvernApi/Platform/Foundation/CompletionQueue.hpp"
 
@@ -97,15 +98,16 @@ namespace {
 // The promises whose callbacks this thread is running, innermost first.
 struct Running {
   PromiseCore& promise;
-  const Running* const outer;
+  Running* const outer;
+  bool inHandler = false;  // and not in a continuation that runs because the handler waits
 };
-thread_local const Running* innermost = nullptr;
+thread_local Running* innermost = nullptr;
 
 }  // namespace
 
 // No lock is held while a callback runs or is destroyed: it may own objects of the application.
 bool PromiseCore::run() noexcept {
-  const Running running{*this, innermost};
+  Running running{*this, innermost};
   innermost = &running;
   bool isDone = false;
   while (!isDone && !ProcessExit::begun()) {
@@ -114,6 +116,7 @@ bool PromiseCore::run() noexcept {
     isDone = !callback;
     if (isDone) state_ = State::settled;
     lock.unlock();
+    running.inHandler = callback && callback->kind == Kind::handler;
     if (callback) callback->run(*this);
   }
   innermost = running.outer;
@@ -156,8 +159,11 @@ bool PromiseCore::wait(std::chrono::milliseconds timeout) {
   lock.unlock();
   const auto isSettled = [this] {
     // A handler on this thread's stack may wait for a continuation of its own promise.
-    for (const Running* running = innermost; running != nullptr; running = running->outer)
+    for (Running* running = innermost; running != nullptr; running = running->outer) {
+      if (!std::exchange(running->inHandler, false)) continue;
       (void)running->promise.runContinuations(State::posted);
+      running->inHandler = true;
+    }
     return settled();
   };
   queue->runUntil(isSettled, deadline);
