@@ -16,7 +16,7 @@ class Transport;
 // useless in the child: requests that are started there fail, and earlier promises do not settle there.
 class HALVERNAPI_EXPORT SessionManager {
  public:
-  // Copies the configuration without checking it. If it is invalid, the requests fail.
+  // Copies the configuration. If it is invalid, the requests fail.
   explicit SessionManager(const Foundation::URLSessionConfiguration& configuration);
   // Cancels all requests in flight: their promises soon settle with NSURLErrorCancelled, on the completion queue. Does
   // not wait for the network or for handlers. May run inside a handler.

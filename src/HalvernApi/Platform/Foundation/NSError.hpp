@@ -22,7 +22,7 @@ enum NSURLError : int {
   NSURLErrorTimedOut = -1001,                      // a time limit of the configuration has run out
   NSURLErrorUnsupportedURL = -1002,                // the URL's scheme is neither http nor https
   NSURLErrorCannotFindHost = -1003,                // the host name cannot be resolved
-  NSURLErrorCannotConnectToHost = -1004,           // the host does not accept a connection
+  NSURLErrorCannotConnectToHost = -1004,           // the host, or a proxy, does not accept a connection
   NSURLErrorNetworkConnectionLost = -1005,         // the connection ended before the answer was complete
   NSURLErrorHTTPTooManyRedirects = -1007,          // redirected too often
   NSURLErrorBadServerResponse = -1011,             // the answer is not HTTP, or its headers are too long
