@@ -370,7 +370,7 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
       const auto plain = session->request(server.url(), HTTPMethod::get, {}, JSONEncoding::default_(), {});
       const auto kept = plain->responseJsonDecodePromise<Unit>([](const JsonValue&) { return Unit(); });
       ASSERT_TRUE(server.awaitRequests(2));
-      if (end == size) (void)logged.get();  // its line is written before others
+      if (end == size) (void)logged.get();                             // its line is written before others
       EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other parts have been read before this
       if (end == cancelling) logged.cancel(), kept.cancel();
       if (end == destroying) session = nullptr;
