@@ -115,7 +115,7 @@ class PartialFake final : public HttpApiService {
   }
 };
 
-// Throws if there are parameters, otherwise makes the URL invalid.
+// Throws if there are parameters. If there are none, makes the URL invalid.
 struct FaultyEncoding final : ParameterEncoding {
   std::optional<NSError> encode(URLRequest& request, const std::optional<JsonObject>& parameters) const override {
     if (parameters) throw 1;

@@ -61,7 +61,7 @@ std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std
   auto request = session.request(url, method, parameters, encoding, std::move(headers));
   log([&] { return std::string(rawValue(method)) + ' ' + urlText(*request); });
   log([&] { return request->debugDescription(); });
-  // Attached before `validate`, so that it gets every answer as it is, without a validation error.
+  // Attached before `validate`, so that it gets every answer without a validation error.
   request->response([&request = *request](const DefaultDataResponse& answer) { logAnswer(request, answer); });
   request->validate();
   return request;

@@ -28,10 +28,11 @@ class HALVERNAPI_EXPORT Error {
   static Error unknownJsonData();
   static Error notAuthorized();
 
-  // The error of a call that failed: `unknownJsonData` for a JsonDecodeError, otherwise that of the other constructor.
+  // The error of a call that failed: `unknownJsonData` for a JsonDecodeError. Any other error is converted as by the
+  // other constructor.
   explicit Error(ErrorResponse errorResponse);
   // Applies the first rule that fits:
-  // - `network` for an error of NSURLErrorDomain or NSPOSIXErrorDomain, whatever the status;
+  // - `network` for an error of NSURLErrorDomain or NSPOSIXErrorDomain, with any status;
   // - `notAuthorized` for the status 401;
   // - `validationError` for 400 with a ServerErrorResponse that has a text: its first validation error, or else its
   //   message;

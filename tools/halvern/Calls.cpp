@@ -139,7 +139,7 @@ std::string wordsOf(const Error& error) {
   return words != nullptr ? *words : error.description();
 }
 
-// Domain and code are those of the platform error if there is one, otherwise those of the Error.
+// Domain and code are those of the platform error if there is one. If not, they are those of the Error.
 JsonObject jsonOf(const Error& error) {
   const NSError* const platform = error.platformError();
   return {{"error",
@@ -300,7 +300,7 @@ std::string ask(const Option& option, const CLI::App& command) {
   return *typed;
 }
 
-// Reads a secret from its file. Asks for it at the terminal if neither an option nor the environment contains it.
+// Reads a secret from its file. Asks for it at the terminal if it is not in an option or in the environment.
 void complete(const Option& option, const CLI::App& command, Values& values) {
   std::string& text = values.*std::get<std::string Values::*>(option.variable);
   const std::string name = "--" + option.name;

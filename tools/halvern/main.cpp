@@ -100,7 +100,8 @@ int run(int argc, char** argv) try {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Opens every standard stream that is closed. Otherwise a socket could get its number, and receive the output.
+  // Opens every standard stream that is closed. If it stayed closed, a socket could get its number and receive the
+  // output.
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   (void)signal(SIGPIPE, SIG_IGN);

@@ -39,7 +39,7 @@ Answer refusal(int status, ErrorCode code, std::string_view message, const std::
 Answer invalid(const std::vector<std::string>& errors);
 Answer wrongMethod(const std::string& allowed);
 
-// Calls `handle` with the body if it is a JSON object with these fields. Refuses the request otherwise.
+// Calls `handle` with the body if it is a JSON object with these fields. If not, refuses the request.
 template <class Handle>
 Answer judge(const std::string& body, std::span<const Field> fields, Handle handle) {
   boost::system::error_code error;

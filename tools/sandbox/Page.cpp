@@ -164,7 +164,7 @@ std::optional<Answer> scriptedAnswer(const json::object& body) {
   return answer;
 }
 
-// Each of these functions applies a change. They return a message for the user if that fails, otherwise an empty
+// Each of these functions applies a change. They return a message for the user if that fails, or else an empty
 // string.
 std::string arm(State& state, const json::object& body) {
   Script script;

@@ -72,7 +72,8 @@ ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(tex
   constexpr std::size_t longestName = 253;  // RFC 1035, 2.3.4
   const std::string host = urlPart(parts, CURLUPART_HOST);
   const bool isUsual = host.size() <= longestName && Foundation::consistsOf(host, ".-_[:]");
-  // Some versions of libcurl lose a zone in copies. Only for text, libcurl says what is wrong with an unusual host.
+  // Some versions of libcurl lose a zone in copies. libcurl explains what is wrong with an unusual host only if the URL
+  // is given as text.
   if (!isUsual || !urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;
 }
 

@@ -11,8 +11,8 @@ namespace HalvernApi::Alamofire {
 class HALVERNAPI_EXPORT ParameterEncoding {
  public:
   virtual ~ParameterEncoding();
-  // Called on the threads that start requests, several at once perhaps. Adds the parameters to `request`, or does
-  // nothing if they are absent. If it returns an error, the request fails with it and nothing is sent.
+  // Called on the threads that start requests, possibly on several at the same time. Adds the parameters to `request`,
+  // or does nothing if they are absent. If it returns an error, the request fails with it and nothing is sent.
   virtual std::optional<Foundation::NSError> encode(URLRequest& request,
                                                     const std::optional<Statham::JsonObject>& parameters) const = 0;
 };

@@ -47,9 +47,10 @@ class Transfer {
   RawResponse interrupted(const Foundation::Failure& failure);
   // The answer's "Location" as an absolute URL. Empty if there is none.
   std::string redirectTarget() const;
-  // The connection was useless, which was found out before anything was sent over it. The request can begin again.
+  // The connection could not be used, and nothing was sent over it. The request can start again.
   bool foundStaleConnection() const { return foundStaleConnection_; }
-  // The last time at which libcurl delivered data, or sent a part of a large body. The clock's epoch if it did neither.
+  // The last time at which libcurl delivered data, or sent a part of a large body. The clock's epoch if that has not
+  // happened.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
   TransferOwner* owner = nullptr;  // of the exchange that was begun last
@@ -77,7 +78,7 @@ class Transfer {
   std::size_t headerBytes_ = 0;
   int headerLines_ = 0;  // of the current header block
   curl_off_t sentBytes_ = 0;
-  bool sent_ = false;  // the request was sent, perhaps in part
+  bool sent_ = false;  // the request, or a part of it, was sent
   bool foundStaleConnection_ = false;
   bool succeeded_ = false;
   Clock::time_point lastActivity_;

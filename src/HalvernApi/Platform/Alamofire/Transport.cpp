@@ -187,7 +187,7 @@ void Transport::run() {
       begin(exchange);
     }
     int running = 0;
-    curl_multi_perform(multi_.get(), &running);  // a failure has no remedy but the time limits of the transfers
+    curl_multi_perform(multi_.get(), &running);  // after a failure, the time limits end the transfers
     reap();
     endOverdue();
     postFinished();

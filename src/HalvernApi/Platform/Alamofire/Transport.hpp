@@ -1,5 +1,5 @@
 // The network side of a session: one I/O thread that runs libcurl for all exchanges. The first request starts it. Every
-// exchange that is started gets an answer, perhaps a failure. Not installed.
+// exchange that is started gets an answer, which may be a failure. Not installed.
 #pragma once
 
 #include <boost/intrusive/list.hpp>

@@ -13,7 +13,7 @@ namespace {
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
-// For tasks that must neither run nor be destroyed at exit: they own objects of the application.
+// For tasks that must not run at exit, and must not be destroyed, because they own objects of the application.
 void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new Mutex;
   static auto& kept = *new std::vector<Task::Pointer>;
@@ -32,7 +32,7 @@ struct CompletionQueue::State {
   Condition arrived;
   TaskList incoming HALVERNAPI_GUARDED_BY(mutex);
   std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);  // settled; their handlers wait for a thread
-  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // as `unhandled`, if there was no memory for that
+  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // like `unhandled`, for which memory was missing
   bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // the application's queue has been asked to run the tasks
   bool woken HALVERNAPI_GUARDED_BY(mutex) = false;
   bool stopping HALVERNAPI_GUARDED_BY(mutex) = false;

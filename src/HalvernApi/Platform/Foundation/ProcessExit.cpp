@@ -46,7 +46,7 @@ Process& process() {
 
 thread_local int insideHere = 0;
 
-// Runs at exit, perhaps several times.
+// Runs at exit. May run several times.
 void beginExit() {
   Process& state = process();
   state.exiting = true;

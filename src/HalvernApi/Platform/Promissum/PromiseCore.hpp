@@ -31,7 +31,7 @@ class HALVERNAPI_EXPORT Cancellable {
 class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
  public:
   std::shared_ptr<Cancellable> cancelOrDelegate() override;
-  void follow(std::weak_ptr<Cancellable> work);  // cancels `work` at once if the relay was cancelled before
+  void follow(std::weak_ptr<Cancellable> work);  // cancels `work` immediately if the relay has been cancelled
 
  private:
   Foundation::Mutex mutex_;

@@ -36,7 +36,7 @@ struct Answer {
   int status = 200;                                             // any number with three digits
   std::string body{};                                           // sent unchanged, JSON or not
   std::string contentType = "application/json; charset=utf-8";  // empty: the header is not sent
-  std::vector<std::pair<std::string, std::string>> headers{};   // names and values, besides Content-Type and -Length
+  std::vector<std::pair<std::string, std::string>> headers{};   // names and values, without Content-Type and -Length
 };
 
 // Changes how the sandbox handles a call. The defaults mean the usual behaviour.
