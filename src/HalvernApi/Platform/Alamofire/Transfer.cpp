@@ -29,7 +29,7 @@ bool reportsLongHeadersAsNoMemory() { return curlVersion() < 0x080600; }
 // libcurl does not send a body with HEAD, where it has no meaning (RFC 9110, 9.3.2).
 bool hasBody(const URLRequest& request) { return request.body && request.method != HTTPMethod::head; }
 
-// Prevents that session keys are written to the file that SSLKEYLOGFILE names.
+// Keeps session keys out of the file that SSLKEYLOGFILE names.
 CURLcode withoutKeyLog(CURL*, void* context, void*) {
   SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
   return CURLE_OK;

@@ -35,9 +35,8 @@ class Transfer {
   // Sets all options and starts the exchange. `request` must not change or be destroyed before `end`. After an error
   // nothing is sent. May also throw std::bad_alloc. Call `end` in all cases.
   CURLcode begin(CURLM* multi, const URLRequest& request, std::shared_ptr<const ParsedUrl> url);
-  // Removes the handle from `multi`, at any time. False if the transfer must not be used again. That is so after a
-  // failure, because libcurl counts the connections that a handle has lost, and after the fifth it fails with a wrong
-  // reason.
+  // Removes the handle from `multi`. May be called at any time. Returns false after a failure: then the transfer must
+  // not be used again, because libcurl counts the lost connections of a handle and reports a wrong error after five.
   bool end(CURLM* multi);
 
   // The answer when libcurl has reported that the transfer is done. It has a failure if `result` is an error or a
@@ -53,7 +52,7 @@ class Transfer {
   // happened.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
-  TransferOwner* owner = nullptr;  // of the exchange that was begun last
+  TransferOwner* owner = nullptr;  // of the current exchange
 
  private:
   CURLcode setSharedOptions();

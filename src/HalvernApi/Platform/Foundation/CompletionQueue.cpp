@@ -32,7 +32,7 @@ struct CompletionQueue::State {
   Condition arrived;
   TaskList incoming HALVERNAPI_GUARDED_BY(mutex);
   std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);  // settled; their handlers wait for a thread
-  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // like `unhandled`, for which memory was missing
+  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // the same, if memory for `unhandled` ran out
   bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // the application's queue has been asked to run the tasks
   bool woken HALVERNAPI_GUARDED_BY(mutex) = false;
   bool stopping HALVERNAPI_GUARDED_BY(mutex) = false;

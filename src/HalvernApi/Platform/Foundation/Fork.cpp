@@ -9,8 +9,10 @@ namespace HalvernApi::Foundation {
 
 int forkCount() {
   static std::atomic<int> count = 0;
-  [[maybe_unused]] static const bool registered =
-      pthread_atfork(nullptr, nullptr, [] { ++count; }) == 0 ? true : throw std::bad_alloc();
+  [[maybe_unused]] static const bool registered = [] {
+    if (pthread_atfork(nullptr, nullptr, [] { ++count; }) != 0) throw std::bad_alloc();  // the next call tries again
+    return true;
+  }();
   return count;
 }
 

@@ -100,7 +100,10 @@ void ProcessExit::leave() {
 
 bool ProcessExit::stopAtExit(std::weak_ptr<Stoppable> stoppable) {
   localsWatch.install();
-  [[maybe_unused]] static const bool registered = std::atexit(beginExit) == 0 ? true : throw std::bad_alloc();
+  [[maybe_unused]] static const bool registered = [] {
+    if (std::atexit(beginExit) != 0) throw std::bad_alloc();  // the next call tries again
+    return true;
+  }();
   const MutexLock lock(process().mutex);
   if (process().exiting) return false;
   std::erase_if(process().stoppables, [](const auto& weak) { return weak.expired(); });

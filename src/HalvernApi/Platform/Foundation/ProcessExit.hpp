@@ -20,8 +20,8 @@ class ProcessExit {
     virtual ~Stoppable() = default;
     virtual void stop() = 0;
   };
-  // Exit will stop `stoppable`. It does so before any object is destroyed that existed at the first such call in the
-  // process. False if exit has begun, so that it may not see `stoppable`. May throw std::bad_alloc.
+  // Exit will stop `stoppable`, before it destroys objects that existed at the first call of this function. Returns
+  // false if exit has already begun: it may miss `stoppable`. May throw std::bad_alloc.
   [[nodiscard]] static bool stopAtExit(std::weak_ptr<Stoppable> stoppable);
   // For destructors. If one runs on the main thread after the thread-local objects of that thread were destroyed, the
   // process is exiting, and this call begins exit if it has not begun yet.

@@ -17,8 +17,7 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   using Pointer = boost::intrusive_ptr<Task>;
 
   virtual ~Task();
-  // Runs all callbacks. Returns false if handlers
-  // remain because the process has begun to exit.
+  // Runs all callbacks. Returns false if handlers remain because the process has begun to exit.
   [[nodiscard]] virtual bool run() noexcept = 0;
   // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain; a
   // later `run` calls them.
@@ -26,7 +25,7 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   // Returns true if there is something to run and the task is in no queue. The caller must then put the task into a
   // queue. Until the task has run, further calls return false.
   [[nodiscard]] virtual bool claimPosting() = 0;
-  // On which it runs.
+  // The queue on which the task runs.
   virtual const std::shared_ptr<CompletionQueue>& queue() const = 0;
 
   Pointer next;  // for the list that contains the task

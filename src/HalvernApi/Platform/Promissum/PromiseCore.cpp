@@ -99,7 +99,7 @@ namespace {
 struct Running {
   PromiseCore& promise;
   Running* const outer;
-  bool inHandler = false;  // and not in a continuation that runs because the handler waits
+  bool inHandler = false;  // false again while continuations run because the handler waits
 };
 thread_local Running* innermost = nullptr;
 
@@ -125,7 +125,7 @@ bool PromiseCore::run() noexcept {
 
 bool PromiseCore::runWithoutHandlers() noexcept { return runContinuations(State::settled); }
 
-// Then sets the state. Returns whether no handler is left.
+// Runs all continuations, then sets the state to `after`. Returns true if no handler is left.
 bool PromiseCore::runContinuations(State after) noexcept {
   Callbacks handlers;
   for (;;) {
