@@ -26,7 +26,7 @@ void log(Line line) try {
 // Locks the stream, so that no output of other threads appears inside the line.
 void printLine(std::string_view text) {
   std::optional<SigpipeBlock> block;
-  if (!Foundation::Thread::isOwn()) block.emplace();  // the library's own threads get no signal
+  if (!Foundation::Thread::isOwn()) block.emplace();  // the library's threads block signals already
   flockfile(stdout);
   [[maybe_unused]] const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
   [[maybe_unused]] const int ended = std::fputc('\n', stdout);
@@ -53,7 +53,7 @@ std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std
                                                     const ParameterEncoding& encoding,
                                                     const std::optional<std::string>& apiKey,
                                                     const std::optional<std::string>& accessToken) {
-  constexpr std::size_t reservedBytes = 256;  // for the headers below and that of the body
+  constexpr std::size_t reservedBytes = 256;  // for the three headers below and "Content-Type"
   HTTPHeaders headers(SessionManager::defaultHTTPHeaders(), reservedBytes);
   headers.set("Accept", "application/json");
   headers.set("Api-Key", apiKey);

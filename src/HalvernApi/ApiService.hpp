@@ -65,8 +65,8 @@ class HALVERNAPI_EXPORT ApiService {
   // Whether the user's e-mail address has been confirmed.
   virtual Promise<ValidatedEmailResponse, Error> checkIfValidated(std::string_view accessToken) = 0;
 
-  // Adds a hearing aid to the account. Versions and tube are the hearing aid's own texts, `orientation` is the ear that
-  // it is for. Leave the serial number absent if it is not known.
+  // Adds a hearing aid to the account. The versions and the tube are sent as the hearing aid reports them.
+  // `orientation` is the ear on which it is worn. The serial number is absent if it is not known.
   virtual Promise<Unit, Error> registerDevice(std::string_view appInstanceId, std::string_view productName,
                                               std::optional<std::string_view> serialNumber,
                                               std::string_view hardwareVersion, std::string_view firmwareVersion,

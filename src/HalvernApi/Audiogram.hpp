@@ -7,12 +7,12 @@ namespace HalvernApi {
 // A measured point of an Audiogram. The numbers are sent unchanged. An immutable value: any thread.
 class HALVERNAPI_EXPORT FrequencyVolumePair {
  public:
-  // Checks nothing. A call that sends a volume that is not finite fails.
+  // Does not check the values. A call that sends a volume that is not finite fails.
   FrequencyVolumePair(std::int64_t frequency, double volume) : frequency_(frequency), volume_(volume) {}
 
-  // In hertz, as the service reads it.
+  // In hertz.
   std::int64_t frequency() const { return frequency_; }
-  // In decibels of hearing level, as the service reads it.
+  // In decibels of hearing level (dB HL).
   double volume() const { return volume_; }
 
   // Reads `{"frequency": 1000, "volume": 35.5}`. Both keys are required, others are ignored.
@@ -41,9 +41,9 @@ class HALVERNAPI_EXPORT Audiogram {
 
   // The ear that was measured.
   DeviceOrientation orientation() const { return orientation_; }
-  // Of the hearing aid for this ear.
+  // Identifies the hearing aid for this ear.
   const std::string& serialNumber() const { return serialNumber_; }
-  // The tube of that hearing aid, in the manufacturer's words.
+  // The manufacturer's name for the tube of that hearing aid.
   const std::string& tube() const { return tube_; }
   // The measured points, in the order in which they are sent.
   const std::vector<FrequencyVolumePair>& values() const { return values_; }

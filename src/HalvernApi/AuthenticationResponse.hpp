@@ -9,7 +9,7 @@ namespace HalvernApi {
 // caller stores the tokens. An immutable value: any thread.
 class HALVERNAPI_EXPORT AuthenticationResponse {
  public:
-  // For tests and fakes. Checks nothing.
+  // For tests and fakes. Does not check the values.
   AuthenticationResponse(bool isSuccessful, bool isEmailConfirmed, std::string accessToken, std::string refreshToken,
                          std::optional<Date> dateOfBirth, std::optional<Sex> sex, std::string email)
       : isSuccessful_(isSuccessful),
@@ -20,13 +20,13 @@ class HALVERNAPI_EXPORT AuthenticationResponse {
         sex_(sex),
         email_(std::move(email)) {}
 
-  // Whether the user is signed in. If false, the promise succeeds all the same.
+  // False if the service did not sign the user in. The promise succeeds in this case, too.
   bool isSuccessful() const { return isSuccessful_; }
   // Whether the user has opened the link in the confirmation e-mail.
   bool isEmailConfirmed() const { return isEmailConfirmed_; }
-  // For the operations that take an `accessToken`. Valid until the service rejects it. A secret.
+  // The secret for operations with an `accessToken`. Valid until the service rejects it.
   const std::string& accessToken() const { return accessToken_; }
-  // For ApiService::relogin. A secret.
+  // The secret for ApiService::relogin.
   const std::string& refreshToken() const { return refreshToken_; }
   // Absent if the service does not know it. It is midnight in this device's time zone if ApiService::update was called
   // with such a date.

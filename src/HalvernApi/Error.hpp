@@ -40,13 +40,13 @@ class HALVERNAPI_EXPORT Error {
   Error(NSError error, const std::optional<HTTPURLResponse>& response, const std::optional<Data>& data);
 
   Case kind() const { return kind_; }
-  // Null unless the kind is `network` or `unknownNSError`. Valid as long as this error.
+  // Null unless the kind is `network` or `unknownNSError`. This error owns it.
   const NSError* platformError() const { return std::get_if<NSError>(&payload_); }
-  // The service's text for the user, which may quote the user's input. Null unless the kind is `validationError`. Valid
-  // as long as this error.
+  // The service's text for the user, which may quote the user's input. Null unless the kind is `validationError`. This
+  // error owns it.
   const std::string* validationMessage() const { return std::get_if<std::string>(&payload_); }
 
-  // The same for all errors, for applications that store errors as domain and code.
+  // The same text for all errors. For applications that store an error as domain and code.
   std::string_view domain() const { return "HalvernApi.Error"; }
   // The position of `kind()` in Case: 0 for `network`.
   int code() const { return static_cast<int>(kind_); }

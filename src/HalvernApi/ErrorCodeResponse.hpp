@@ -8,15 +8,15 @@
 namespace HalvernApi {
 
 // The body with which the service explains why it rejected a request. Error turns it into a `validationError`.
-// Applications need this class for endpoints of their own only. A plain value: any thread.
+// Applications need this class only for other endpoints than those of ApiService. A plain value: any thread.
 class HALVERNAPI_EXPORT ServerErrorResponse {
  public:
-  // For tests and fakes. Checks nothing.
+  // For tests and fakes. Does not check the values.
   ServerErrorResponse(std::int64_t errorCode, std::optional<std::string> message,
                       std::optional<std::vector<std::string>> validationErrors)
       : errorCode_(errorCode), message_(std::move(message)), validationErrors_(std::move(validationErrors)) {}
 
-  // The service's own number.
+  // The number that the service uses for the reason.
   std::int64_t errorCode() const { return errorCode_; }
   // What is wrong with the request as a whole. May be absent.
   const std::optional<std::string>& message() const { return message_; }

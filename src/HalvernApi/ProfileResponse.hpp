@@ -9,7 +9,7 @@ namespace HalvernApi {
 // thread.
 class HALVERNAPI_EXPORT ConfigurationResponse {
  public:
-  // For tests and fakes. Checks nothing.
+  // For tests and fakes. Does not check the values.
   ConfigurationResponse(std::optional<std::string> leftConfiguration, std::optional<std::string> rightConfiguration)
       : leftConfiguration_(std::move(leftConfiguration)), rightConfiguration_(std::move(rightConfiguration)) {}
 

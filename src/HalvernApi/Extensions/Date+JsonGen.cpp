@@ -25,7 +25,7 @@ void refreshTimeZone() {
     now = std::chrono::ceil<Tenths>(std::chrono::steady_clock::now().time_since_epoch()).count();
     if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
-  static std::mutex mutex;  // the C library has its own, but ThreadSanitizer does not know it
+  static std::mutex mutex;  // the C library locks as well, but ThreadSanitizer does not see that
   const std::lock_guard lock(mutex);
   ::tzset();
   lastLook.store(now, std::memory_order_relaxed);

@@ -93,10 +93,10 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_RECV_ERROR: return Foundation::NSURLErrorNetworkConnectionLost;
     case CURLE_UNSUPPORTED_PROTOCOL:  // the answer is not HTTP/1 or later; the URL's scheme has been checked before
 #if LIBCURL_VERSION_NUM >= 0x080600
-    case CURLE_TOO_LARGE:  // the headers are
+    case CURLE_TOO_LARGE:  // the headers of the answer are too large
 #endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
-    case CURLE_WRITE_ERROR:  // of libcurl's decoders; callbacks of the library set a failure of their own
+    case CURLE_WRITE_ERROR:  // a decoder of libcurl failed; a callback that fails sets `failure` itself
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;
     case CURLE_PEER_FAILED_VERIFICATION: {

@@ -34,7 +34,8 @@ class EasyOptions {
   void set(CURLoption option, Value value) {
     if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
   }
-  // For options that only matter for what some builds of libcurl lack, such as proxies.
+  // Like `set`, but ignores an option that this build of libcurl does not know. For options of features that such a
+  // build lacks as well, for example proxies.
   template <class Value>
   void setIfKnown(CURLoption option, Value value) {
     if (result_ != CURLE_OK) return;
@@ -48,7 +49,7 @@ class EasyOptions {
   CURLcode result_ = CURLE_OK;
 };
 
-// Initialises libcurl, the first time that it is called. Must precede the first handle for transfers.
+// Initialises libcurl at the first call. Call it before a handle for transfers is created.
 void initialiseCurl();
 
 // The content encodings that this libcurl can decode, as the value of "Accept-Encoding".

@@ -39,7 +39,7 @@ class HALVERNAPI_EXPORT HTTPHeaders {
   // The header's value, valid until the headers are changed. Absent if there is no such header.
   std::optional<std::string_view> find(std::string_view name) const;
 
-  // For `for (const auto& [name, value] : headers)`.
+  // These allow `for (const auto& [name, value] : headers)`.
   Iterator begin() const { return {block_.data()}; }
   Iterator end() const { return {block_.data() + block_.size()}; }
 

@@ -18,7 +18,7 @@ Request::~Request() = default;
 
 namespace {
 
-// In single quotes, for a shell.
+// Returns `text` in single quotes, for a shell.
 std::string quoted(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) {
@@ -160,7 +160,7 @@ ErrorResponse DataRequest::currentException() {
     throw;
   } catch (const std::bad_alloc&) {
     return {makeError(Foundation::outOfMemory)};
-  } catch (...) {  // not quoted: the decoder may be the application's, and its exception may contain data of the answer
+  } catch (...) {  // without its text: the application's decoder may quote data of the answer
     return {makeError(
         {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
   }

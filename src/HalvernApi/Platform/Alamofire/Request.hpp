@@ -33,7 +33,7 @@ class HALVERNAPI_EXPORT Request {
 struct DefaultDataResponse {
   std::optional<Foundation::HTTPURLResponse> response{};  // absent if no answer was received
   std::optional<Foundation::Data> data{};                 // the part of the body that was received
-  std::optional<Foundation::NSError> error{};             // of the exchange or of validation; absent if it succeeded
+  std::optional<Foundation::NSError> error{};  // why the exchange or the validation failed; absent on success
 };
 
 // \cond
@@ -130,10 +130,11 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   Promissum::ErrorResponse currentException();
   static Promissum::ErrorResponse errorResponse(std::variant<Foundation::NSError, Statham::JsonDecodeError> error,
                                                 const RawResponse& answer);
-  // The first call allocates no memory. `words` replace the failure's own if they are not empty and fit into memory.
+  // Allocates no memory at the first call. Uses `words` in place of the failure's text if they are not empty and fit
+  // into memory.
   Foundation::NSError makeError(const Foundation::Failure& failure, std::string_view words = {});
 
-  Foundation::NSError reserved_;  // its memory is used for an error, in case no other is left
+  Foundation::NSError reserved_;  // memory for an error, used when no other memory is left
   const std::size_t maxJsonBytes_;
   std::atomic<bool> validated_ = false;
 };

@@ -67,8 +67,8 @@ CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   return options.result();
 }
 
-// For servers and https proxies. Only for a libcurl with OpenSSL. Without OpenSSL, https calls fail before a transfer
-// begins.
+// Sets the TLS options for servers and https proxies. Requires a libcurl with OpenSSL: without it, https calls fail
+// before a transfer begins.
 void setTlsOptions(EasyOptions& options, const Foundation::URLSessionConfiguration& configuration) {
   options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.setIfKnown(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
@@ -292,7 +292,7 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t count, void* t
   Transfer& self = *static_cast<Transfer*>(transfer);
   self.lastActivity_ = self.context_.now;
   if (self.answer_.response) return self.append({data, count}) ? count : 0;
-  return self.acceptsHeader(*data) ? count : 0;  // by CURLOPT_HEADER, before libcurl reads the header
+  return self.acceptsHeader(*data) ? count : 0;  // a header, because of CURLOPT_HEADER; libcurl reads it later
 }
 
 // Refuses a continuation line as the first header, for which some versions of libcurl read freed memory. The status

@@ -18,7 +18,7 @@ struct TransferContext {
   Foundation::URLSessionConfiguration configuration;
   Sockets sockets{};
   Clock::time_point now{};  // when libcurl was last called
-  int unsent = 0;           // number of transfers whose requests have not been sent
+  int unsent = 0;           // number of transfers whose request has not been sent
 };
 
 // The type that begins transfers derives from this one, so that `Transfer::owner` can be cast back to it.
@@ -72,8 +72,8 @@ class Transfer {
   static int onRequest(void* transfer, char* peer, char* local, int peerPort, int localPort);
 
   TransferContext& context_;
-  // Of the current exchange.
-  RawResponse answer_;  // so far; has a failure if a callback has refused to continue
+  // The state of the current exchange.
+  RawResponse answer_;  // the part that was received; has a failure if a callback has refused to continue
   std::size_t headerBytes_ = 0;
   int headerLines_ = 0;  // of the current header block
   curl_off_t sentBytes_ = 0;

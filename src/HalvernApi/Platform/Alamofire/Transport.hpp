@@ -19,8 +19,8 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
   // Any thread. Requests that start later use new connections.
   void flush();
-  // Any thread. Cancels all exchanges and ends the I/O thread. Waits until that is done, unless the I/O thread itself
-  // calls.
+  // Any thread. Cancels all exchanges and ends the I/O thread. Waits until that is done, unless the caller is the I/O
+  // thread.
   void stop() override;
 
  private:
@@ -64,9 +64,9 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   const std::optional<Foundation::Failure> configurationFault_;  // every call fails with it
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;
-  const std::size_t maxConnections_;  // to one host
+  const std::size_t maxConnections_;  // per host
   const std::size_t maxActive_;       // transfers inside libcurl
-  const std::size_t maxJsonBytes_;    // of one answer
+  const std::size_t maxJsonBytes_;    // per answer
 
   Foundation::Mutex mutex_;
   std::vector<Command> inbox_ HALVERNAPI_GUARDED_BY(mutex_);
@@ -76,19 +76,18 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Foundation::Mutex joining_;  // held while the thread is joined
   Foundation::Thread thread_;  // started under mutex_, joined under joining_
 
-  // Used by the I/O thread only, as soon as it runs. There are two exceptions: any thread reads the configuration,
-  // which does not change, and any thread may wake the multi handle, which is therefore not destroyed before this
-  // object.
+  // Once the I/O thread runs, only that thread uses the members below, with two exceptions. Any thread reads the
+  // configuration, which does not change. Any thread may wake the multi handle, so it exists as long as this object.
   TransferContext context_;
   CurlMulti multi_;
   std::vector<Command> batch_;
   std::vector<std::unique_ptr<Transfer>> pool_;
   std::vector<std::shared_ptr<const ParsedUrl>> urls_;  // a cache, oldest first
-  Exchanges waiting_;                                   // for a transfer, in order of arrival
+  Exchanges waiting_;                                   // exchanges that wait for a transfer, in order of arrival
   Exchanges active_;
   std::size_t activeCount_ = 0;                            // transfers that are not in the pool
-  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit is reached earlier
-  std::chrono::nanoseconds timeAsleep_{0};                 // of the device, when the last commands were taken
+  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends earlier
+  std::chrono::nanoseconds timeAsleep_{0};  // how long the device had slept when the last commands were taken
   Foundation::TaskList finished_;
 };
 

@@ -13,7 +13,7 @@ namespace {
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
-// For tasks that must not run at exit, and must not be destroyed, because they own objects of the application.
+// Keeps a task that must neither run nor be destroyed at exit, because it owns objects of the application.
 void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new Mutex;
   static auto& kept = *new std::vector<Task::Pointer>;

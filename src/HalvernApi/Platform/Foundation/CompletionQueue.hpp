@@ -38,11 +38,11 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   // system cannot create a thread, this call settles their promises itself. Their handlers wait for a later call that
   // finds a thread; at exit, they never run.
   void post(TaskList tasks);
-  // Only inside a task of this queue. `task` runs next, after other tasks that were posted in this way.
+  // May only be called inside a task of this queue. `task` runs next, after other tasks that were posted in this way.
   void postNext(Task::Pointer task);
 
-  // Only inside a task of this queue. Runs other tasks until `done` returns true. Returns false if `deadline` passes
-  // first.
+  // May only be called inside a task of this queue. Runs other tasks until `done` returns true. Returns false if
+  // `deadline` passes first.
   bool runUntil(const std::function<bool()>& done, Deadline deadline);
   // Makes a waiting `runUntil` call `done` again.
   void wake();

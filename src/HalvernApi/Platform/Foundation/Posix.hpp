@@ -77,9 +77,9 @@ using LocalTime = std::tm;
 constexpr int SOCK_CLOEXEC = 0;
 #endif
 inline void closeOnExec(int handle) { ::fcntl(handle, F_SETFD, FD_CLOEXEC); }
-// Returns a descriptor that is none of the standard streams: in a process that has closed one of them, a socket could
-// otherwise receive what is written to standard output. Takes ownership of `handle`. Returns -1 if the system has no
-// other descriptor.
+// Returns a descriptor above those of the standard streams. If the process has closed one of these streams, a socket
+// with its number would receive what is written to standard output. Takes ownership of `handle`. Returns -1 if the
+// system has no other descriptor.
 inline int aboveStandardStreams(int handle) {
   if (handle < 0 || handle > STDERR_FILENO) return handle;
   const int other = ::fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);

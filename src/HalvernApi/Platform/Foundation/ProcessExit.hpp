@@ -23,8 +23,8 @@ class ProcessExit {
   // Exit will stop `stoppable`, before it destroys objects that existed at the first call of this function. Returns
   // false if exit has already begun: it may miss `stoppable`. May throw std::bad_alloc.
   [[nodiscard]] static bool stopAtExit(std::weak_ptr<Stoppable> stoppable);
-  // For destructors. If one runs on the main thread after the thread-local objects of that thread were destroyed, the
-  // process is exiting, and this call begins exit if it has not begun yet.
+  // Called by destructors. If one runs on the main thread after the thread-local objects of that thread were destroyed,
+  // the process is exiting. This function then begins exit, unless exit has begun already.
   static void noticeFromDestructor();
 };
 

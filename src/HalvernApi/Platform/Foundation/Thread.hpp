@@ -23,7 +23,7 @@ class Thread {
   bool started() const { return thread_.joinable(); }
   // Whether the calling thread is one of the library's.
   HALVERNAPI_EXPORT static bool isOwn();
-  bool isThis() const;  // also while another thread calls `join`
+  bool isThis() const;  // true also while another thread calls `join`
   // Must not be called on the thread itself.
   void join() { thread_.join(); }
 

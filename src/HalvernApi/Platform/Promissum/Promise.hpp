@@ -45,7 +45,7 @@ class PromiseState final : public PromiseCore {
     return publish();
   }
 
-  // Only after the promise has settled.
+  // May only be called after the promise has settled.
   const Result& result() const { return *result_; }
 
   // Calls `f` with the result once the promise has settled.

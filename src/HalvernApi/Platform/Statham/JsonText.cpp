@@ -121,7 +121,7 @@ class Builder {
   std::size_t held_ = 0;  // values on the stack
   std::size_t stackBytes_ = 0;
   std::size_t keptBytes_ = 0;
-  double cost_ = 0;  // of comparing keys
+  double cost_ = 0;  // estimated time for comparing keys
   std::size_t longestKey_ = 0;
   std::array<unsigned char, 1024> scratch_;
   boost::json::value_stack stack_{{}, scratch_.data(), scratch_.size()};
