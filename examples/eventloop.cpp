@@ -49,7 +49,6 @@ int main(int argc, char** argv) {
   std::FILE* const out = takeStandardOutput();
   if (out == nullptr) return 1;
 
-  // [loop]
   asio::io_context loop;  // first, so that it outlives the service
   HttpApiService service(argv[1], {.completionQueue = std::make_shared<MainLoop>(loop)}, apiKey);
 
@@ -74,7 +73,6 @@ int main(int argc, char** argv) {
         work.reset();
       });
   loop.run();
-  // [loop]
   std::fclose(out);
   return status;
 }

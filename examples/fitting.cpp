@@ -119,7 +119,5 @@ int main(int argc, char** argv) {
                                               .timeoutIntervalForResource = seconds(90)};
   HttpApiService service(argv[1], configuration, apiKey);
   // [configuration]
-  // [wait]
   return fit(service, argv[2], password, *audiograms).status.get();
-  // [wait]
 }

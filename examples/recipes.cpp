@@ -12,7 +12,6 @@ using namespace HalvernApi::Testing;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 
-// [deadline]
 using Clock = std::chrono::steady_clock;
 
 // The result of a call, or of a chain of calls. Cancels it at the deadline.
@@ -22,7 +21,6 @@ Expected<T, Error> resultBy(Clock::time_point deadline, const Promise<T, Error>&
   if (!calls.waitFor(std::max(left, 0ms))) calls.cancel();
   return calls.get();
 }
-// [deadline]
 
 // Cancels the unfinished calls of a screen when the screen is closed. For one thread.
 class Screen {
