@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 
@@ -12,6 +11,7 @@
 #include <fstream>
 
 using namespace HalvernApi::Testing;
+using namespace std::chrono_literals;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -37,12 +37,8 @@ class HalvernTest : public testing::Test {
                               .login("ada@example.com", "correct horse", "a", "b")
                               .get();
     setenv("HALVERN_ACCESS_TOKEN", signedIn->accessToken().c_str(), 1);
-    setenv("PASSWORD", "--password-file password.txt", 1);
-    setenv("EARS", "--left-out left --right-out right", 1);
-    setenv("CHARTS", HALVERN_CHARTS, 1);
     std::ofstream("password.txt") << "correct horse\r\nsecond line\n";
     std::filesystem::copy(HALVERN_CHARTS "/points.json", "points.json");
-    EXPECT_EQ(mkfifo("go", 0600), 0);
   }
   ~HalvernTest() override {
     std::filesystem::current_path(testing::TempDir());
@@ -52,6 +48,22 @@ class HalvernTest : public testing::Test {
   std::string directory = testing::TempDir() + "halvern.XXXXXX";
   Sandbox server;
 };
+
+// Precedes each command. `files` shows the files of both ears, `killed` kills the program after it has removed an old
+// one, and `offers` prints what bash offers after the words of a command line.
+constexpr const char* preamble = R"(
+exec </dev/null >out 2>err
+CHARTS=")" HALVERN_CHARTS R"("
+PASSWORD="--password-file password.txt"
+EARS="--left-out left --right-out right"
+PROFILE="profile $AT points.json"
+FIT="$PROFILE $EARS"
+h() { $HALVERN "$@"; }
+old() { echo old | tee left >right; }
+files() { s=$?; [ ! -e left ] || cat left; [ ! -e right ] || cat right; echo $(ls -A | grep -E 'left|right'); exit $s; }
+killed() { $HALVERN "$@" & while kill -0 $! && [ -e right ]; do :; done; kill -9 $!; wait $!; }
+offers() { . <(h generate bash); COMP_WORDS=(halvern "$@") COMP_CWORD=$#; _halvern; IFS=,; echo "${COMPREPLY[*]}"; }
+)";
 
 TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
   const Script no{.answer = Answer{.body = R"({"isSuccessful": false, "isEmailConfirmed": false, "accessToken": "",
@@ -67,30 +79,22 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"HALVERN_PASSWORD=x h $LOGIN $PASSWORD", 0, R"(^\{"isSuccessful":true.*"email":"ada@example.com"\}.$)", "^$"},
       {"h $LOGIN $PASSWORD --json", 0, R"(^\{"isSuccessful":true.*,"sex":null,"email":.*\}.$)", "^$"},
       {"h resend-validation-email $AT --json", 0, R"(^\{\}.$)", "^$"},
-      {"h profile $AT points.json --left-out left --chart svg --json", 0, R"(^\{"left[^ ]*\}.$)", "left ear: 27 bytes"},
-      {"old; h profile $AT points.json $EARS; files", 0, "Left .*Right .*left right.$", "right ear: "},
-      {"old; h profile $AT points.json $EARS; files", 7, "}.\1\2left.$", "right is not written", {.answer = onlyLeft}},
-      {"old; h profile $AT points.json $EARS; files", 4, "^.$", "-1005", {.drop = true}},
-      {"old; h profile $AT points.json $EARS --chart /dev/full; files", 6, "^.$", "No space"},
+      {"h $PROFILE --left-out left --chart svg --json", 0, R"(^\{"left[^ ]*\}.$)", "left ear: 27 bytes"},
+      {"old; h $FIT; files", 0, "Left .*Right .*left right.$", "right ear: "},
+      {"old; h $FIT; files", 7, "}.\1\2left.$", "right is not written", {.answer = onlyLeft}},
+      {"old; h $FIT; files", 4, "^.$", "-1005", {.drop = true}},
+      {"old; h $FIT --chart /dev/full; files", 6, "^.$", "No space"},
       {"old; h profile $AT /dev/null $EARS; files", 2, "^.$", "/dev/null: line 1: not JSON"},
-      {"old; h profile $AT points.json --left-out left --right-out no/right; files", 6, "}.old.right.$",
-       "cannot write"},
-      {"old; $HALVERN profile $AT points.json $EARS & while kill -0 $! && [ -e right ]; do :; done; kill -9 $!; wait "
-       "$!; "
-       "files",
-       137,
-       "^.$",
-       "",
-       {.delay = std::chrono::seconds(10)}},
-      {"ln -s left x; old; h profile $AT points.json --left-out x --right-out left; files", 2, "^old.old.left right.$",
-       "same"},
-      {"ln -s new y; h profile $AT points.json --left-out y >&2 && cat new", 0, "Left ", "left ear"},
-      {"h profile $AT points.json --left-out new --right-out ./new", 2, "^$", "same"},
-      {"h profile $AT points.json --left-out - --right-out /dev/stdout", 2, "^$", "same"},
-      {"h profile $AT points.json --audiogram points.json", 2, "^$", "one FILE"},
+      {"old; h $PROFILE --left-out left --right-out no/right; files", 6, "}.old.right.$", "cannot write"},
+      {"old; killed $FIT; files", 137, "^.$", "", {.delay = 10s}},
+      {"ln -s left x; old; h $PROFILE --left-out x --right-out left; files", 2, "^old.old.left right.$", "same"},
+      {"ln -s new y; h $PROFILE --left-out y >&2 && cat new", 0, "Left ", "left ear"},
+      {"h $PROFILE --left-out new --right-out ./new", 2, "^$", "same"},
+      {"h $PROFILE --left-out - --right-out /dev/stdout", 2, "^$", "same"},
+      {"h $PROFILE --audiogram points.json", 2, "^$", "one FILE"},
       {"old; h chart /dev/null --chart left; files", 2, "^old.right.$", "not JSON"},
       {"h profile $AT - --left-out - --right-out /dev/null <points.json", 0, "^Left 500=[^{]*$", "left ear: "},
-      {"h profile $AT points.json --left-out - --chart -", 2, "^$", "are the same file, -"},
+      {"h $PROFILE --left-out - --chart -", 2, "^$", "are the same file, -"},
       {"h profile $AT - --api-key-file - <points.json", 2, "^$", "are the same file, -"},
       {"h profile $AT --left-out left", 2, "^$", "one FILE of audiograms is required"},
       {"h demo", 0, "Every step had the expected result", "^$"},
@@ -99,9 +103,8 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"HALVERN_BASE_URL=${AT#* } http_proxy=x:// h resend-validation-email --json", 0, "^...$", "^$"},
       {"HALVERN_PASSWORD=$'correct horse\\r\\n' h $LOGIN", 0, "ada@", "^$"},
       {"HALVERN_PASSWORD=$'\\n' h $LOGIN", 2, "^$", "halvern: --password is empty.$"},
-      {"h $LOGIN --password-file /dev/null", 2, "^$", "halvern: --password is empty.$"},
-      {"h $LOGIN $PASSWORD --proxy x:// --json", 4, "-1000", ""},
-      {"h $LOGIN $PASSWORD --max-time 0.3 --json", 4, "-1001", "", {.delay = std::chrono::seconds(10)}},
+      {"h $LOGIN $PASSWORD --proxy x:// --json", 4, R"("NSURLErrorDomain","code":-1000)", "-1000"},
+      {"h $LOGIN $PASSWORD --max-time 0.3 --json", 4, "-1001", "", {.delay = 10s}},
       {"h LOGIN", 2, "^$", "^halvern: there is no subcommand LOGIN; the nearest is login.$"},
       {"h hepl", 2, "^$", "the nearest is help.$"},
       {"h $'a\\e[31m'", 2, "^$", "^halvern: there is no subcommand a\\?.31m.$"},
@@ -115,13 +118,14 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"h $LOGIN $PASSWORD --timeout 0", 2, "^$", "--timeout"},
       {"h update --birthdate 1980-02-30 --sex male $AT", 2, "^$", "not a date"},
       {"HALVERN_API_KEY=x h $LOGIN $PASSWORD --json", 3, R"("case":"notAuthorized")", "401"},
-      {"h $LOGIN $PASSWORD --json", 4, R"("NSURLErrorDomain","code":-1005)", "-1005", {.drop = true}},
       {"h $LOGIN $PASSWORD --json", 5, R"("case":"unknownJsonData")", "", {.answer = Answer{.body = "{}"}}},
       {"h $LOGIN $PASSWORD", 5, "", "404", {.answer = Answer{.status = 404}}},
       {"h $LOGIN $PASSWORD >/dev/full", 6, "", "cannot write to standard output"},
       {"h $LOGIN $PASSWORD --json >&-", 6, "", "cannot write to standard output"},
-      {"(read line <go; h $LOGIN $PASSWORD; echo $? >s) | (exec <&-; echo >go); exit $(cat s)", 6, "", "to standard"},
+      {"exec 3> >(:); wait $!; h $LOGIN $PASSWORD >&3", 6, "", "cannot write to standard output"},
       {"h chart points.json --chart x.png", 2, "^$", "only SVG"},
+      // If the charts change intentionally, look at the new ones and store them: see CONTRIBUTING.md.
+      {"h chart points.json --chart x.svg | cmp - $CHARTS/points.txt && cmp x.svg $CHARTS/points.svg", 0, "^$", "^$"},
       {"h chart points.json --chart - | cmp - $CHARTS/points.svg", 0, "^$", "^$"},
       {"sed 's/45/40/' points.json | h chart -", 0, "@----:--O1,2-.* X2  left.*: 40 dB at 500 Hz, .*Not all", "^$"},
       {R"(sed "2s/\[/&$(seq -s, -f '{"frequency": %.0f, "volume": 120}' 9001 9040),/" points.json | h chart - --chart -)",
@@ -135,16 +139,19 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"sed 's/ 1000/ 500/' points.json | h chart --check -", 2, "^$",
        "^.1..values.1..frequency: 500 Hz has another volume in values.0..\\[2"},
       {R"(echo '[5, {"orientation": "left", "values": [{"frequency": "x"}]}]' | h chart --check -)", 2, "^$",
-       "^\\[0\\]: .*\n\\[1\\].orientation: .*\n\\[1\\].serialNumber: missing\n.*values\\[0\\].frequency: .*"}};
+       "^\\[0\\]: .*\n\\[1\\].orientation: .*\n\\[1\\].serialNumber: missing\n.*values\\[0\\].frequency: .*"},
+      {"offers lo", 0, "^login.$", "^$"},
+      {"offers help up", 0, "^update.$", "^$"},
+      {"offers chart --c", 0, "^--check,--chart.$", "^$"},
+      {"touch 'two words'; offers chart two", 0, "^two words.$", "^$"},
+      {"offers update --sex ''", 0, "^Male,Female,NotKnown.$", "^$"},
+      {"offers login --email ''", 0, "^.$", "^$"},
+      {"offers profile --left-out pa", 0, "^password.txt.$", "^$"}};
   for (const auto& [command, status, out, err, script] : cases) {
     SCOPED_TRACE(command);
     server.reset();
     for (const Operation operation : {Operation::login, Operation::profile}) server.script(operation, script);
-    std::ofstream("line")
-        << R"(exec </dev/null >out 2>err; h() { $HALVERN "$@"; }; old() { echo old | tee left >right; }
-        files() { s=$?; [ ! -e left ] || cat left; [ ! -e right ] || cat right; echo $(ls -A | grep -E 'left|right'); exit $s; }
-        )"
-        << command;
+    std::ofstream("line") << preamble << command;
     EXPECT_EQ(WEXITSTATUS(std::system("bash line")), status);
     EXPECT_THAT(contents("out"), ContainsRegex(out));
     EXPECT_THAT(contents("err"), ContainsRegex(err));
@@ -204,44 +211,13 @@ TEST_F(HalvernTest, BehavesInATerminal) {
       {"stty cols 63; $HALVERN chart points.json", {}, {"takes 64 columns", "20 dB at 100 Hz, 40 dB at 500 Hz"}},
   };
   server.script(Operation::authenticate,
-                {.delay = std::chrono::milliseconds(1500),
-                 .answer = Answer{.status = 500, .body = "a\33[2Jb", .contentType = "text/html"}});
+                {.delay = 1500ms, .answer = Answer{.status = 500, .body = "a\33[2Jb", .contentType = "text/html"}});
   for (const auto& [command, turns, shown] : cases) {
     SCOPED_TRACE(command);
     const std::string screen = talk(command, turns);
     for (const std::string& words : shown) EXPECT_THAT(screen, HasSubstr(words));
     EXPECT_THAT(screen, Not(HasSubstr("correct")));
     EXPECT_THAT(screen, Not(HasSubstr("\33[2J")));
-  }
-}
-
-// If the charts change intentionally, look at the new ones and store them: see CONTRIBUTING.md.
-TEST_F(HalvernTest, DrawsTheExpectedCharts) {
-  ASSERT_EQ(std::system("$HALVERN chart points.json --chart points.svg >points.txt"), 0);
-  for (const char* chart : {"points.svg", "points.txt"})
-    EXPECT_EQ(contents(chart), contents((std::string(HALVERN_CHARTS "/") + chart).c_str()));
-}
-
-// The completions that bash offers after the words of a command line.
-TEST_F(HalvernTest, CompletesOptionsTextsAndFiles) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"lo", "login"},
-      {"help up", "update"},
-      {"chart --c", "--check,--chart"},
-      {"chart po", "points.json"},
-      {"chart two", "two words"},
-      {"update --sex ", "Male,Female,NotKnown"},
-      {"update --sex F", "Female"},
-      {"login --email ", ""},
-      {"profile --left-out pa", "password.txt"},
-  };
-  for (const auto& [words, completed] : cases) {
-    std::ofstream("line")
-        << "$HALVERN generate bash >completion; touch 'two words'; . ./completion; COMP_WORDS=(halvern " << words
-        << (std::string_view(words).ends_with(' ') ? "'')" : ")")
-        << "; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _halvern; IFS=,; echo \"${COMPREPLY[*]}\" >out";
-    EXPECT_EQ(std::system("bash line"), 0);
-    EXPECT_EQ(contents("out"), completed + std::string("\n")) << words;
   }
 }
 
