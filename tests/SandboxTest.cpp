@@ -7,20 +7,8 @@
 namespace HalvernApi::Tests {
 namespace {
 
+using namespace testing;
 using Testing::Operation;
-
-// Sends a body and headers unchanged.
-struct FixedBody final : ParameterEncoding {
-  FixedBody(const std::string& theBody, const std::string& theType, const std::string& accepted)
-      : body(theBody), contentType(theType), accept(accepted) {}
-  std::optional<NSError> encode(Alamofire::URLRequest& request, const std::optional<JsonObject>&) const override {
-    request.body = body;
-    request.headers.set("Accept", accept);
-    if (!contentType.empty()) request.headers.set("Content-Type", contentType);
-    return std::nullopt;
-  }
-  const std::string body, contentType, accept;
-};
 
 // Sends bytes over a new connection. Returns all bytes that the server sends until it closes the connection.
 std::string exchange(int port, const std::string& sent) {
@@ -32,8 +20,11 @@ std::string exchange(int port, const std::string& sent) {
   return received.str();
 }
 
-std::string get(const Testing::Sandbox& sandbox, const std::string& target) {
-  return exchange(sandbox.port(), "GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+// Sends a request over a new connection. Returns the whole answer.
+std::string ask(const Testing::Sandbox& sandbox, const std::string& line, const std::string& body = "",
+                const std::string& headers = "Host: localhost\r\n") {
+  const std::string length = "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  return exchange(sandbox.port(), line + " HTTP/1.1\r\nConnection: close\r\n" + length + headers + "\r\n" + body);
 }
 
 std::size_t count(const std::string& piece, const std::string& text) {
@@ -92,10 +83,7 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
   HttpApiService service(sandbox.baseUrl(), {.timeoutIntervalForRequest = 300ms * slack}, sandbox.apiKey());
   const auto login = [&] { return outcomeOf(service.login("a@b.c", "password", "id", "name")); };
   const auto arm = [&](const std::string& what) {
-    const std::string body = R"({"operation":"login")" + what + '}';
-    return exchange(sandbox.port(),
-                    "POST /sandbox/script HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nContent-Length: " +
-                        std::to_string(body.size()) + "\r\n\r\n" + body);
+    return ask(sandbox, "POST /sandbox/script", R"({"operation":"login")" + what + '}');
   };
   const std::pair<std::string, std::string> rows[] = {
       {R"("status":503)", invalid},
@@ -116,10 +104,8 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
     EXPECT_EQ(login(), outcome) << what;
     EXPECT_EQ(login(), "success") << "after " << what;
   }
-  EXPECT_TRUE(eventually([&] { return count(R"("abandoned")", get(sandbox, "/sandbox/state")) == 2; }));
-  const std::string armed = arm(R"(,"calls":"all","status":500)");
-  EXPECT_NE(armed.find(R"("calls":"all")"), std::string::npos);
-  EXPECT_NE(armed.find(R"("calls":[])"), std::string::npos);
+  EXPECT_TRUE(eventually([&] { return count(R"("abandoned")", ask(sandbox, "GET /sandbox/state")) == 2; }));
+  EXPECT_THAT(arm(R"(,"calls":"all","status":500)"), AllOf(HasSubstr(R"("calls":"all")"), HasSubstr(R"("calls":[])")));
   for (int count = 0; count < 3; ++count) EXPECT_EQ(login(), invalid);
   for (const char* what : {R"(,"status":204,"body":"x")", R"(,"status":304,"message":"x")"}) {
     EXPECT_TRUE(arm(what).starts_with("HTTP/1.1 200 ")) << what;
@@ -136,7 +122,7 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
     client << post << "\r\n" << std::flush;
   };
   sendTwice(waiting, R"(,"never":true)");
-  EXPECT_EQ(count(R"("waiting")", get(sandbox, "/sandbox/state")), 1);
+  EXPECT_EQ(count(R"("waiting")", ask(sandbox, "GET /sandbox/state")), 1);
   sendTwice(late, R"(,"delay":200)");
   std::ostringstream received;
   received << late.rdbuf();
@@ -147,25 +133,23 @@ TEST(SandboxPage, MakesCallsFailForScriptsInAnyLanguage) {
 
 TEST(SandboxPage, IsForItsOwnUserAlone) {
   const Testing::Sandbox sandbox({.page = true}), without;
-  const auto ask = [&](const std::string& line, const std::string& headers) {
-    const std::string answer = exchange(sandbox.port(), line + " HTTP/1.1\r\nConnection: close\r\n" + headers + "\r\n");
-    return answer.substr(9, 3);
+  const auto status = [&](const std::string& line, const std::string& headers) {
+    return ask(sandbox, line, "", headers).substr(9, 3);
   };
   const std::string own = "Host: 127.0.0.1:80\r\n";
   for (const char* target : {"GET /", "GET /sandbox/state", "GET /sandbox/calls", "POST /sandbox/reset"}) {
-    EXPECT_EQ(ask(target, own), "200");
-    EXPECT_EQ(ask(target, "Host: LocalHost\r\nOrigin: http://LocalHost\r\n"), "200");
+    EXPECT_EQ(status(target, own), "200");
+    EXPECT_EQ(status(target, "Host: LocalHost\r\nOrigin: http://LocalHost\r\n"), "200");
     for (const std::string& headers :
          {std::string("Host: evil.example\r\n"), std::string("Host: 127.0.0.1.evil.example\r\n"), std::string(),
           own + "Origin: http://127.0.0.1:81\r\n", own + "Origin: null\r\n"})
-      EXPECT_EQ(ask(target, headers), "403") << target << ' ' << headers;
+      EXPECT_EQ(status(target, headers), "403") << target << ' ' << headers;
   }
-  EXPECT_EQ(ask("GET /sandbox/reset", own), "405");
-  EXPECT_EQ(ask("POST /", own), "405");
+  EXPECT_EQ(status("GET /sandbox/reset", own), "405");
+  EXPECT_EQ(status("POST /", own), "405");
   EXPECT_TRUE(sandbox.seen().empty());
   EXPECT_EQ(sandbox.connections(), 0);
-  EXPECT_TRUE(
-      exchange(without.port(), "GET / HTTP/1.1\r\nConnection: close\r\n" + own + "\r\n").starts_with("HTTP/1.1 404 "));
+  EXPECT_TRUE(ask(without, "GET /").starts_with("HTTP/1.1 404 "));
   EXPECT_EQ(without.seen().size(), 1);
 }
 
@@ -173,21 +157,19 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   Testing::Sandbox sandbox({.page = true});
   boost::asio::ip::tcp::iostream events("127.0.0.1", std::to_string(sandbox.port()));
   events << "GET /sandbox/events HTTP/1.1\r\nHost: localhost\r\n\r\n" << std::flush;
-  events.expires_after(10s);
-  std::string head;
-  for (std::string line; std::getline(events, line) && line != "\r";) head += line;
-  for (const char* header : {"Cross-Origin-Resource-Policy: same-origin\r", "X-Content-Type-Options: nosniff\r"})
-    EXPECT_NE(head.find(header), std::string::npos) << header;
-  EXPECT_EQ(head.find("Content-Length"), std::string::npos);
-  const auto nextEvent = [&] {
+  const auto readTo = [&](std::string_view end) {
     events.expires_after(10s);
-    std::string line;
-    while (std::getline(events, line) && !line.starts_with("data: ")) continue;
-    return line;
+    std::string read;
+    for (char byte = 0; !read.ends_with(end) && events.get(byte);) read += byte;
+    return read;
   };
-  EXPECT_NE(nextEvent().find(R"("accounts":[])"), std::string::npos);
+  const std::string head = readTo("\r\n\r\n");
+  for (const char* header : {"Cross-Origin-Resource-Policy: same-origin\r", "X-Content-Type-Options: nosniff\r"})
+    EXPECT_THAT(head, HasSubstr(header));
+  EXPECT_THAT(head, Not(HasSubstr("Content-Length")));
+  EXPECT_THAT(readTo("\n\n"), ContainsRegex(R"(^data: .*"accounts":\[\])"));
   sandbox.addAccount("a@b.c", "password");
-  EXPECT_NE(nextEvent().find("a@b.c"), std::string::npos);
+  EXPECT_THAT(readTo("\n\n"), ContainsRegex("^data: .*a@b.c"));
 
   std::string requests = repeat("GET /x HTTP/1.1\r\n\r\n", 1000);
   requests += std::string(100'000, 'Y') + " /y HTTP/1.1\r\n" + repeat("X: " + std::string(40'000, 'x') + "\r\n", 2) +
@@ -202,9 +184,8 @@ TEST(SandboxPage, KeepsWhatIsNewAndForgetsTheRest) {
   EXPECT_EQ(seen.back().headers.size(), 100);
   EXPECT_EQ(seen.back().headers[1].second.size(), 65'536 - 40'002);
   EXPECT_EQ(sandbox.connections(), 1);
-  const std::string details = get(sandbox, "/sandbox/calls/1001");
-  EXPECT_NE(details.find(R"("bodySize":100000)"), std::string::npos);
-  EXPECT_EQ(details.find('\xff'), std::string::npos);
+  EXPECT_THAT(ask(sandbox, "GET /sandbox/calls/1001"),
+              AllOf(HasSubstr(R"("bodySize":100000)"), Not(HasSubstr("\xff"))));
 
   sandbox.script(Operation::login, {.answer = Testing::Answer{.status = 500}});
   sandbox.resetAll();
@@ -224,18 +205,18 @@ TEST(SandboxPage, CutsLongTextsAndLists) {
   for (const auto ear : {DeviceOrientation::left, DeviceOrientation::right})
     EXPECT_EQ(outcomeOf(service.registerDevice("id", text, {}, "h", "f", "t", ear, first.accessToken())), "success");
   sandbox.script(Operation::login, {.answer = Testing::Answer{.body = text, .contentType = text}});
-  (void)exchange(sandbox.port(), "GET /" + repeat("é", 40'000) + " HTTP/1.1\r\nConnection: close\r\n\r\n");
-  const std::string state = get(sandbox, "/sandbox/state");
+  (void)ask(sandbox, "GET /" + repeat("é", 40'000));
+  const std::string state = ask(sandbox, "GET /sandbox/state");
   for (const char* key : {"email", "Left", "Right", "body"})
-    EXPECT_NE(state.find('"' + std::string(key) + '"' + shown), std::string::npos) << key;
-  EXPECT_EQ(state.find(repeat("é", 512)), std::string::npos);
+    EXPECT_THAT(state, HasSubstr('"' + std::string(key) + '"' + shown));
+  EXPECT_THAT(state, Not(HasSubstr(repeat("é", 512))));
 
   (void)exchange(sandbox.port(), repeat("GET /x HTTP/1.1\r\n\r\n", 99) + "GET /x HTTP/1.0\r\n\r\n");
   EXPECT_EQ(outcomeOf(service.profile({}, first.accessToken())), "success");
-  EXPECT_NE(get(sandbox, "/sandbox/calls/105").find(R"("chart":"drawn")"), std::string::npos);
-  const std::string list = get(sandbox, "/sandbox/calls");
+  EXPECT_THAT(ask(sandbox, "GET /sandbox/calls/105"), HasSubstr(R"("chart":"drawn")"));
+  const std::string list = ask(sandbox, "GET /sandbox/calls");
   EXPECT_EQ(count(R"("number":)", list), 100);
-  EXPECT_EQ(list.find("drawn"), std::string::npos);
+  EXPECT_THAT(list, Not(HasSubstr("drawn")));
 }
 
 TEST(Sandbox, RefusesRequestsThatTheServiceDoesNotExpect) {
@@ -244,42 +225,43 @@ TEST(Sandbox, RefusesRequestsThatTheServiceDoesNotExpect) {
   HttpApiService service(sandbox.baseUrl(), {}, sandbox.apiKey());
   const auto signIn = [&] { return service.login("a@b.c", "password", "id", "name").get().value(); };
   const AuthenticationResponse first = signIn();
+  const std::string accept = "Accept: application/json\r\n", type = "Content-Type: application/json\r\n";
   struct Row {
     Operation operation;
-    std::string body, refusal, contentType = "application/json", accept = "application/json";
+    std::string body, refusal, headers = "Accept: application/json\r\nContent-Type: application/json\r\n";
   };
   constexpr auto update = Operation::update, profile = Operation::profile, resend = Operation::resendValidationEmail;
   const std::string day = R"({"sex":"Male","dateOfBirth":"1980-02-29T23:59:59"})", none;
+  const auto aid = [](const std::string& ear, const std::string& values) {
+    return R"({"aids":[{"serialNumber":"","tube":"","orientation":")" + ear + R"(","values":[)" + values + "]}]}";
+  };
+  const std::string badAid = "The field aids must be an array of audiograms.";
   const std::string noBody = "There must be no body.", badType = "The header Content-Type must be application/json.";
   std::vector<Row> rows = {{update, day, none},
                            {update, day.substr(0, day.size() - 1) + ",\"more\":1}", "There must be no field more."},
                            {update, R"({"dateOfBirth":"1980-02-29T23:59:59","sex":"male"})",
                             "The field sex must be Male, Female or NotKnown."},
                            {update, "[]", "The body is not a JSON object."},
-                           {update, day, badType, ""},
-                           {update, day, badType, "text/json"},
-                           {update, day, "The header Accept must be application/json.", "application/json", "*/*"},
-                           {resend, "", none, ""},
-                           {resend, "{}", noBody, ""},
-                           {resend, "", noBody}};
+                           {update, day, badType, accept},
+                           {update, day, badType, accept + "Content-Type: text/json\r\n"},
+                           {update, day, "The header Accept must be application/json.", type + "Accept: */*\r\n"},
+                           {resend, "", none, accept},
+                           {resend, "{}", noBody, accept},
+                           {resend, "", noBody},
+                           {profile, aid("Left", R"({"frequency":125,"volume":35.5})"), none},
+                           {profile, aid("left", ""), badAid},
+                           {profile, aid("Left", R"({"frequency":125})"), badAid},
+                           {profile, aid("Left", R"({"frequency":125.5,"volume":35})"), badAid},
+                           {profile, aid("Left", R"({"frequency":1,"volume":35,"more":1})"), badAid}};
   for (const char* date : {"1981-02-29T00:00:00", "1980-05-17T24:00:00", "1980-05-17T00:00:60", "1980-5-17T00:00:00",
                            "1980-05-17T00:00:00Z", "9999-01-01T00:00:00"})
     rows.push_back({update, std::string(R"({"sex":"Male","dateOfBirth":")") + date + "\"}",
                     "The field dateOfBirth must be a date such as 1980-05-17T00:00:00, and not in the future."});
-  for (const char* aid :
-       {R"("Left"@{"frequency":125,"volume":35.5})", R"("left"@)", R"("Left"@{"frequency":125})",
-        R"("Left"@{"frequency":125.5,"volume":35})", R"("Left"@{"frequency":1,"volume":35,"more":1})"}) {
-    std::string body = std::string(R"({"aids":[{"orientation":)") + aid + "]}]}";
-    body.replace(body.find('@'), 1, R"(,"serialNumber":"","tube":"","values":[)");
-    rows.push_back(
-        {profile, body, body.find("35.5") < body.size() ? none : "The field aids must be an array of audiograms."});
-  }
-  for (const auto& [operation, body, refusal, contentType, accept] : rows) {
-    const std::string url = sandbox.baseUrl() + std::string(path(operation));
-    const auto sent =
-        request<Unit>(*service.manager(), url, HTTPMethod::post, JsonObject(), FixedBody(body, contentType, accept),
-                      sandbox.apiKey(), first.accessToken(), [](const JsonValue&) { return Unit(); });
-    EXPECT_EQ(outcomeOf(sent), refusal.empty() ? "success" : "validationError " + refusal) << body;
+  const std::string keys = "Api-Key: " + sandbox.apiKey() + "\r\nAccess-Token: " + first.accessToken() + "\r\n";
+  for (const auto& [operation, body, refusal, headers] : rows) {
+    const std::string answer = ask(sandbox, "POST " + std::string(path(operation)), body, keys + headers);
+    EXPECT_THAT(answer, StartsWith(refusal.empty() ? "HTTP/1.1 200 " : "HTTP/1.1 400 ")) << body;
+    EXPECT_THAT(answer, HasSubstr(refusal));
   }
 
   const std::string notItsOwn = "validationError The refresh token is not valid.";
