@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 static std::mutex answerMutex;
 static std::string answer;
 static std::atomic<int> status;  // as logged
+static Testing::Server server;
 
 template <class T>
 static void checkCall(const Promise<T, Error>& promise) {
@@ -32,17 +33,15 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   Environment::log = [](const std::string& line) {
     if (line.starts_with("STATUS ")) status = std::atoi(line.c_str() + 7);
   };
+  // Sends the answer to every request, and closes the connection.
+  server.start([](const auto&, const auto&) {
+    const std::lock_guard lock(answerMutex);
+    return std::vector<Testing::Step>{{Testing::Step::send, answer}, {Testing::Step::close}};
+  });
   return std::freopen("/dev/null", "w", stdout) == nullptr;  // the library prints the bodies
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const char* bytes, std::size_t size) {
-  static Testing::Server server;
-  // Sends the answer to every request, and closes the connection.
-  [[maybe_unused]] static const bool started = (server.start([](const auto&, const auto&) {
-    const std::lock_guard lock(answerMutex);
-    return std::vector<Testing::Step>{{Testing::Step::send, answer}, {Testing::Step::close}};
-  }),
-                                                true);
   static HttpApiService service(
       "http://127.0.0.1:" + std::to_string(server.port()),
       {.timeoutIntervalForRequest = 200ms, .timeoutIntervalForResource = 1s, .maximumResponseSize = 64 << 10}, "key");
