@@ -8,13 +8,6 @@
 
 namespace HalvernApi::Tests {
 
-Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text,
-                          HTTPMethod method) {
-  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
-  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
-                       [](const JsonValue&) { return Unit(); });
-}
-
 ScriptedServer::ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls, Answer greeting)
     : scheme_(tls ? "https://" : "http://"), server_(0, std::move(tls)) {
   const auto handler = [this, answers = std::move(answers)](Testing::SeenRequest request, const std::string& raw) {

@@ -88,8 +88,12 @@ inline std::string repeat(const std::string& piece, int times) {
 }
 
 // Makes a call to any URL. If there is a `text`, the body contains it.
-Promise<Unit, Error> call(SessionManager& session, const std::string& url, const std::optional<std::string>& text = {},
-                          HTTPMethod method = HTTPMethod::post);
+inline Promise<Unit, Error> call(SessionManager& session, const std::string& url,
+                                 const std::optional<std::string>& text = {}, HTTPMethod method = HTTPMethod::post) {
+  const auto body = text ? std::optional(JsonObject{{"text", *text}}) : std::nullopt;
+  return request<Unit>(session, url, method, body, JSONEncoding::default_(), "key", "token",
+                       [](const JsonValue&) { return Unit(); });
+}
 
 // The outcome of a call as text: "success", "network NSURLErrorDomain -1004", "validationError too short".
 inline std::string wordsFor(const Error& error) {
@@ -130,7 +134,8 @@ class ScriptedServer {
   // Uses TLS if `tls` is not null. Every connection begins with the steps of `greeting`.
   explicit ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls = nullptr, Answer greeting = {});
 
-  std::string authority() const { return "127.0.0.1:" + std::to_string(server_.port()); }
+  int port() const { return server_.port(); }
+  std::string authority() const { return "127.0.0.1:" + std::to_string(port()); }
   std::string url() const { return scheme_ + authority(); }
   void release() { server_.release(); }
   // Wait until so many requests have arrived, or connections been closed by the server. Return false after ten seconds.
