@@ -12,9 +12,7 @@
 
 using namespace HalvernApi::Testing;
 using namespace std::chrono_literals;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 namespace {
 
@@ -89,7 +87,7 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
       {"old; killed $FIT; files", 137, "^.$", "", {.delay = 10s}},
       {"ln -s left x; old; h $PROFILE --left-out x --right-out left; files", 2, "^old.old.left right.$", "same"},
       {"ln -s new y; h $PROFILE --left-out y >&2 && cat new", 0, "Left ", "left ear"},
-      {"h $PROFILE --left-out new --right-out ./new", 2, "^$", "same"},
+      {"h $PROFILE --left-out same --right-out ./same", 2, "^$", "same"},
       {"h $PROFILE --left-out - --right-out /dev/stdout", 2, "^$", "same"},
       {"h $PROFILE --audiogram points.json", 2, "^$", "one FILE"},
       {"old; h chart /dev/null --chart left; files", 2, "^old.right.$", "not JSON"},
