@@ -25,8 +25,7 @@ static void checkAs(std::string_view body, const JsonValue& json, const JsonValu
   const auto record = Record::decodeJson(json);
   const auto outlived = Record::decodeJson(*Statham::parseJson(body));
   assert(outlived == record || Record::decodeJson(json) != record);  // or it contains NaN
-  const auto* const bytes = reinterpret_cast<const std::byte*>(body.data());
-  assert(decode<Record>(Data(bytes, bytes + body.size()), Record::decodeJson).has_value() == record.has_value());
+  assert(decode<Record>(dataOf(body), Record::decodeJson).has_value() == record.has_value());
   const auto other = Record::decodeJson(secrets);
   assert(other || other.error().description().find(secret) == std::string::npos);
   assert(record || !record.error().description().empty());

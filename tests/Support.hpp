@@ -76,10 +76,7 @@ inline const std::string badAnswer = "network NSURLErrorDomain -1011";
 inline const std::string invalid = "unknownNSError Alamofire.AFError 3";
 inline const std::string notJson = "unknownNSError Alamofire.AFError 4";
 
-inline Data bytes(std::string_view text) {
-  const auto* const first = reinterpret_cast<const std::byte*>(text.data());
-  return Data(first, first + text.size());
-}
+inline Data bytes(std::string_view text) { return dataOf(text); }
 
 inline std::string repeat(const std::string& piece, int times) {
   std::string whole;
