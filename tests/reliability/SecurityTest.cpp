@@ -172,7 +172,6 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheRightOne) {
   const std::vector<std::tuple<Identity::Terms, std::optional<std::string>, std::string>> rows = {
       {{}, own, "success"},
       {{.newestProtocol = TLS1_2_VERSION}, own, "success"},
-      {{.newestProtocol = TLS1_1_VERSION}, own, failed},
       {{}, none, untrusted},
       {{}, stranger.file(), untrusted},
       {{}, "/dev/null", failed},
@@ -237,7 +236,9 @@ TEST(EnvironmentVariables, AndFilesOfTheUserChangeNothing) {
   EXPECT_EQ(outcomeWith({.certificateAuthorityFile = identity.file()}, secure.url()), "success");
   EXPECT_EQ(outcomeWith({}, secure.url()), "network NSURLErrorDomain -1202");
   ScriptedServer outdated({json("{}")}, old.channels);
-  EXPECT_EQ(outcomeWith({.certificateAuthorityFile = old.file()}, outdated.url()), "network NSURLErrorDomain -1200");
+  const std::string authority = old.file(), failed = "network NSURLErrorDomain -1200";
+  EXPECT_EQ(outcomeWith({.certificateAuthorityFile = authority}, outdated.url()), failed);
+  EXPECT_EQ(outcomeWith({.certificateAuthorityFile = authority, .proxyUrl = outdated.url()}, plain.url()), failed);
   for (const ScriptedServer* server : {&plain, &secure})
     EXPECT_EQ(server->requests().at(0).header("Authorization"), std::nullopt);
   EXPECT_EQ(std::ifstream(home + "/keys").peek(), std::ifstream::traits_type::eof());  // no session key was written
