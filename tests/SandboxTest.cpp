@@ -46,12 +46,10 @@ TEST(Sandbox, SurvivesBodiesAndHeadersOfAnyLength) {
 TEST(Sandbox, AnswersAtExitUntilItIsDestroyed) {
   expectCleanExit([] {
     static const Testing::Sandbox sandbox;
-    struct Caller {
-      ~Caller() {
-        if (!exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 ")) std::_Exit(1);
-      }
-    };
-    static const Caller caller;  // destroyed after all static objects that the first call creates
+    // Is destroyed after all static objects that the first call creates.
+    static const std::shared_ptr<void> caller(nullptr, [](void*) {
+      if (!exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 ")) std::_Exit(1);
+    });
     (void)exchange(sandbox.port(), post + "\r\n");
     std::exit(0);
   });
