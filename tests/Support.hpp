@@ -132,8 +132,8 @@ class ScriptedServer {
   explicit ScriptedServer(std::vector<Answer> answers, std::shared_ptr<ssl_ctx_st> tls = nullptr, Answer greeting = {});
 
   int port() const { return server_.port(); }
-  std::string authority() const { return "127.0.0.1:" + std::to_string(port()); }
-  std::string url() const { return scheme_ + authority(); }
+  std::string authority(const std::string& host = "127.0.0.1") const { return host + ':' + std::to_string(port()); }
+  std::string url(const std::string& host = "127.0.0.1") const { return scheme_ + authority(host); }
   void release() { server_.release(); }
   // Wait until so many requests have arrived, or connections been closed by the server. Return false after ten seconds.
   [[nodiscard]] bool awaitRequests(std::size_t count);
