@@ -70,27 +70,25 @@ TEST(LastReference, MayBeDroppedInAHandler) {
     }
 }
 
-// Uses a service that was created after the first thread of the library.
-void exitWithACallPending(std::size_t whichQueue, bool insideAHandler) {
-  static ScriptedServer server({json("{}"), {{Step::hold}}});
-  static const auto& kept = *new auto(queues());  // never destroyed: their threads run until the process ends
-  (void)HttpApiService(server.url(), {}, "key").resendValidationEmail("token").get();
-  static HttpApiService service(server.url(), {.completionQueue = kept[whichQueue]}, "key");
-  const auto leave = [] {
-    std::shared_ptr<void> held(nullptr, [](void*) { std::_Exit(4); });  // must not be destroyed at exit
-    service.resendValidationEmail("token").finally([held = std::move(held)] { std::_Exit(3); });
-    if (server.awaitRequests(2)) std::exit(0);
-  };
-  if (!insideAHandler) leave();
-  service.resendValidationEmail("not a\ntoken").finally(leave);
-  for (;;) ::pause();
-}
-
 TEST(ProcessExit, IsCleanAndRunsNoHandler) {
-  for (const std::size_t queue : {0UL, 1UL, 2UL, 3UL})
-    for (const bool inside : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "queue " << queue << (inside ? ", inside a handler" : ""));
-      expectCleanExit([&] { exitWithACallPending(queue, inside); });
+  for (const std::size_t which : {0UL, 1UL, 2UL, 3UL})
+    for (const bool insideAHandler : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "queue " << which << (insideAHandler ? ", inside a handler" : ""));
+      expectCleanExit([&] {
+        static ScriptedServer server({json("{}"), {{Step::hold}}});
+        static const auto& kept = *new auto(queues());  // never destroyed: their threads run until the process ends
+        (void)HttpApiService(server.url(), {}, "key").resendValidationEmail("token").get();
+        // Created after the first thread of the library.
+        static HttpApiService service(server.url(), {.completionQueue = kept[which]}, "key");
+        const auto leave = [] {
+          std::shared_ptr<void> held(nullptr, [](void*) { std::_Exit(4); });  // must not be destroyed at exit
+          service.resendValidationEmail("token").finally([held = std::move(held)] { std::_Exit(3); });
+          if (server.awaitRequests(2)) std::exit(0);
+        };
+        if (!insideAHandler) leave();
+        service.resendValidationEmail("not a\ntoken").finally(leave);
+        for (;;) ::pause();
+      });
     }
 }
 
@@ -171,13 +169,13 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   auto service = std::make_unique<HttpApiService>(server.url(), URLSessionConfiguration{}, "key");
   const auto pending = service->resendValidationEmail("token");
   ASSERT_TRUE(server.awaitRequests(1));
-  const auto callInChild = [&]() -> int {
+  const int status = statusOfChild([&]() -> int {
     pending.cancel();
     if (outcomeOf(service->resendValidationEmail("token")) != cancelled) return 8;
     service.reset();
     std::exit(7);
-  };
-  EXPECT_EQ(statusOfChild(callInChild), 7);
+  });
+  EXPECT_EQ(status, 7);
   server.release();
   EXPECT_EQ(outcomeOf(pending), "success");
   EXPECT_EQ(outcomeOf(service->resendValidationEmail("token")), "success");
@@ -198,18 +196,17 @@ TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
 
 TEST(Calls, EndSoonAtEveryStageAndAffectNoOther) {
   constexpr auto limit = 150ms * slack;
-  enum { cancelling, silence, whole };
+  // A call of the first session is cancelled. Calls of the others reach a limit: on silence, or on the whole call.
+  const std::vector<URLSessionConfiguration> sessions = {
+      {}, {.timeoutIntervalForRequest = limit}, {.timeoutIntervalForResource = limit}};
   for (const Stage stage : stages)
-    for (const int end : {cancelling, silence, whole}) {
-      SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", end " << end);
-      const bool byLimit = end != cancelling;
+    for (std::size_t which = 0; which < sessions.size(); ++which) {
+      SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", session " << which);
+      const bool byLimit = which > 0;
       const Clock::duration least = byLimit ? limit - 1ms : 0ms;  // libcurl counts whole milliseconds
       StallingServer stalling(stage, 1);
       ScriptedServer server({heldAnswer});
-      URLSessionConfiguration configuration;
-      if (end == silence) configuration.timeoutIntervalForRequest = limit;
-      if (end == whole) configuration.timeoutIntervalForResource = limit;
-      SessionManager session(configuration);
+      SessionManager session(sessions[which]);
       const auto start = Clock::now();
       const auto doomed = call(session, stalling.url(), std::string(stage == Stage::sending ? largeBody : 1, 'x'));
       auto due = Clock::now() + limit;
@@ -302,9 +299,8 @@ TEST(Handlers, MayBlockOnCallsThatEndLaterOnTheSameQueue) {
     std::atomic<bool> isInside = true;
     own.finally([&] {
       done += own.map([](Unit unit) { return unit; }).get() ? 1 : 0;
-      const auto inner =
-          service.resendValidationEmail("2").map([&](Unit) { return service.resendValidationEmail("3").get(); });
-      done += inner.get() ? 1 : 0;
+      const auto sendAgain = [&](Unit) { return service.resendValidationEmail("3").get(); };
+      done += service.resendValidationEmail("2").map(sendAgain).get() ? 1 : 0;
       const auto before = ::mallinfo2().uordblks;
       for (int round = 0; round < 10'000; ++round) done += later.promise().waitFor(0ms) ? 1 : 0;
       EXPECT_LT(::mallinfo2().uordblks, before + 100'000);
@@ -355,29 +351,30 @@ TEST(Soak, EndsEveryCallAsExpectedAndLeavesNothingBehind) {
   {
     Testing::Server server;
     server.start([](const Testing::SeenRequest& request, const std::string&) -> Answer {
-      if (request.target.ends_with("/authenticate-with-facebook")) return {closing};
-      if (request.target.ends_with("/re-login")) return {{Step::pause, {}, 2s * slack}, closing};
-      return json(R"({"isSuccessful":true,"isEmailConfirmed":true,"accessToken":"a","refreshToken":"r","email":"e"})");
+      if (request.target == "/lost") return {closing};
+      if (request.target == "/slow") return {{Step::pause, {}, 2s * slack}, closing};
+      return json("{}");
     });
     const std::string url = "http://127.0.0.1:" + std::to_string(server.port());
-    HttpApiService shared(url, {.httpMaximumConnectionsPerHost = workers}, "");
-    HttpApiService impatient(url, {.timeoutIntervalForRequest = 100ms * slack}, "");
+    SessionManager shared({.httpMaximumConnectionsPerHost = workers});
+    SessionManager impatient({.timeoutIntervalForRequest = 100ms * slack});
     const auto make = [&](long number) {
-      const bool isDropped = number % 10 == 0, isStalled = number % 50 == 5, losesItsService = number % 500 == 499;
-      auto own = losesItsService ? std::make_unique<HttpApiService>(url, URLSessionConfiguration{}, "") : nullptr;
-      const auto promise = isDropped   ? shared.authenticate("token", "id", "name")
-                           : isStalled ? impatient.relogin("token", "id")
-                                       : (own ? *own : shared).login("a@b.c", "password", "id", "name");
+      const bool isLost = number % 10 == 0, isSlow = number % 50 == 5, isCancelled = number % 10 == 7;
+      auto own = number % 500 == 499 ? std::make_unique<SessionManager>(URLSessionConfiguration{}) : nullptr;
+      const bool mayBeCancelled = isCancelled || own;
+      const auto promise = isLost   ? call(shared, url + "/lost")
+                           : isSlow ? call(impatient, url + "/slow")
+                                    : call(own ? *own : shared, url + "/", "text");
       handlersLeft += 2;
       promise.finally([&] { --handlersLeft; });
-      if (number % 10 == 7) promise.cancel();
+      if (isCancelled) promise.cancel();
       own = nullptr;
       const std::string outcome = outcomeOf(promise);
       promise.finally([&] { --handlersLeft; });
-      if (outcome == cancelled && (number % 10 == 7 || losesItsService))
+      if (mayBeCancelled && outcome == cancelled)
         ++cancellations;
       else
-        EXPECT_EQ(outcome, isDropped ? lost : isStalled ? timedOut : "success") << number;
+        EXPECT_EQ(outcome, isLost ? lost : isSlow ? timedOut : "success") << number;
     };
     std::vector<std::jthread> threads;
     for (int worker = 0; worker < workers; ++worker)
