@@ -16,6 +16,8 @@
 namespace HalvernApi::Tests {
 namespace {
 
+using Failure = Unexpected<JsonDecodeError>;
+
 JsonValue parsed(std::string_view text) { return boost::json::parse({text.data(), text.size()}); }
 
 TEST(PrimitiveDecoders, AcceptOnlyTheirOwnKind) {
@@ -109,7 +111,6 @@ TEST(Enumerations, AreSentAsTheirRawTexts) {
     EXPECT_EQ(sex.encodeJson(), text);
     EXPECT_EQ(std::hash<Sex>()(sex), ordinal++);
   }
-  using Failure = Unexpected<JsonDecodeError>;
   for (const std::string text : {"male", "unknown", "NotKnown ", " NotKnown", "", "LEFT", "Left\n"})
     EXPECT_EQ(Sex::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, "Sex"))) << text;
   EXPECT_EQ(Sex::decodeJson(0), Failure(JsonDecodeError::wrongType(0, "String")));
@@ -257,8 +258,7 @@ TEST_F(Dates, AgreeWithTheCalendarOfTheCLibrary) {
 
 TEST_F(Dates, ThatAreNotInThePatternOrTheCalendarAreRefused) {
   const auto isRefused = [](const JsonValue& json) {
-    const auto error = JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate");
-    return decodeDate(json) == Unexpected<JsonDecodeError>(error);
+    return decodeDate(json) == Failure(JsonDecodeError::wrongType(json, "ISO 8601 formatted NSDate"));
   };
   ::setenv("TZ", "UTC", 1);
   EXPECT_EQ(encodeDate(std::chrono::sys_days(std::chrono::year(0) / 12 / 31)), "0000-12-31T00:00:00");
