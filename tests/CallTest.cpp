@@ -65,11 +65,11 @@ TEST(Operations, SendTheirPathBodyAndHeadersAndDecodeTheirAnswer) {
   EXPECT_EQ(server.connections(), 1);
 }
 
-template <class T = Unit>
-Promise<T, Error> fetch(
-    SessionManager& session, const std::string& url, const Token& apiKey = {},
-    const DataRequest::Decoder<T>& decoder = [](const JsonValue&) { return T(); }) {
-  return request<T>(session, url, HTTPMethod::get, {}, JSONEncoding::default_(), apiKey, {}, decoder);
+Unit decodeNothing(const JsonValue&) { return {}; }
+
+Promise<Unit, Error> fetch(SessionManager& session, const std::string& url, const Token& apiKey = {},
+                           const DataRequest::Decoder<Unit>& decoder = decodeNothing) {
+  return request<Unit>(session, url, HTTPMethod::get, {}, JSONEncoding::default_(), apiKey, {}, decoder);
 }
 
 TEST(Headers, OfTheRequestPrecedeThoseOfTheConfiguration) {
@@ -127,15 +127,14 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
   for (const char* accepted : {"*/*", "text/html, Application/*; q=0.5"}) EXPECT_TRUE(send({{"Accept", accepted}}));
   EXPECT_FALSE(send({{"Accept", "text/*, application/xml"}}));
   const auto throwing = [](const JsonValue&) -> Expected<Unit, JsonDecodeError> { throw 1; };
-  EXPECT_EQ(outcomeOf(fetch<Unit>(session, server.url(), {}, throwing)), notJson);
+  EXPECT_EQ(outcomeOf(fetch(session, server.url(), {}, throwing)), notJson);
   for (const auto& parameters : {std::optional<JsonObject>(), std::optional(JsonObject())})
     EXPECT_EQ(
         outcomeOf(request<Unit>(session, server.url(), HTTPMethod::get, parameters, FaultyEncoding(), {}, {}, {})),
         parameters ? "unknownNSError Alamofire.AFError 1" : "unknownNSError Alamofire.AFError 0");
-  ScriptedServer headers(
-      {text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99999999999\r\n\r\n")});
-  EXPECT_EQ(outcomeOf(call(session, headers.url(), "x", HTTPMethod::head)), notJson);  // does not wait for a body
-  EXPECT_FALSE(headers.requests().at(0).header("Content-Type"));
+  ScriptedServer bare({text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 999999999\r\n\r\n")});
+  EXPECT_EQ(outcomeOf(call(session, bare.url(), "x", HTTPMethod::head)), notJson);  // does not wait for a body
+  EXPECT_FALSE(bare.requests().at(0).header("Content-Type"));
   struct PartialFake final : HttpApiService {
     using HttpApiService::HttpApiService;
     Promise<Unit, Error> resendValidationEmail(std::string_view) override {
@@ -292,7 +291,7 @@ class HookOfTheProcess final : public ::testing::Environment {
 
 class LogLines : public Test {
  protected:
-  void listen() {
+  LogLines() {
     Environment::log = [this](const std::string& line) { lines.push_back(line); };
   }
   ~LogLines() override { Environment::log = nullptr; }
@@ -300,7 +299,6 @@ class LogLines : public Test {
 };
 
 TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
-  listen();
   const Answer cut = {text("HTTP/1.1 401 ?\r\nContent-Length: 9\r\n\r\n{}")[0], closing};
   ScriptedServer server({json(R"({"a":"ä"})"), json("\"\xc3"), json(""), cut, http(500, "text/html", "<p>\n")});
   HttpApiService service(server.url(), {.httpAdditionalHeaders = {{"Accept-'Charset", "secret"}}}, "secret");
@@ -330,7 +328,6 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
 }
 
 TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
-  listen();
   enum { cancelling, destroying, silence, size };
   const int codes[] = {-999, -999, -1001, -1103};
   for (const int end : {cancelling, destroying, silence, size}) {
@@ -344,7 +341,7 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
     ::testing::internal::CaptureStdout();
     const auto logged = fetch(*session, server.url());
     const auto plain = session->request(server.url(), HTTPMethod::get, {}, JSONEncoding::default_(), {});
-    const auto kept = plain->responseJsonDecodePromise<Unit>([](const JsonValue&) { return Unit(); });
+    const auto kept = plain->responseJsonDecodePromise<Unit>(decodeNothing);
     ASSERT_TRUE(server.awaitRequests(2));
     if (end == size) (void)logged.get();                             // its line is written before others
     EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other parts have been read before this
@@ -372,7 +369,6 @@ TEST_F(LogLines, HideThePartOfAUrlThatMayBeAPassword) {
 TEST_F(LogLines, UseTheCurrentHookAndNeverChangeTheCall) {
   ScriptedServer server({heldAnswer});
   HttpApiService service(server.url(), {}, "key");
-  listen();
   const auto call = service.resendValidationEmail("token");
   std::vector<std::string> later;
   Environment::log = [&](const std::string& line) { later.push_back(line); };

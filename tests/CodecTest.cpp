@@ -214,22 +214,18 @@ class Dates : public ::testing::Test {
 };
 
 TEST_F(Dates, AreReadAndWrittenInTheTimeZoneOfTheMoment) {
-  struct Row {
-    const char *zone, *text;
-    std::int64_t sinceEpoch;
-    const char* written = text;
-  };
-  const std::vector<Row> rows = {{"No/Such_Zone", "1980-05-17T08:30:00", 327400200},
-                                 {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000},
-                                 {"UTC", "0001-01-01T00:00:00", -62135596800},
-                                 {"UTC", "294247-01-10T04:00:53", 9223372036853},
-                                 {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},
-                                 {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"}};
-  for (const Row& row : rows) {
-    ::setenv("TZ", row.zone, 1);
-    const std::chrono::sys_seconds time{std::chrono::seconds(row.sinceEpoch)};
-    EXPECT_EQ(decodeDate(JsonValue(row.text)), Date(time)) << row.zone << ' ' << row.text;
-    EXPECT_EQ(encodeDate(time + std::chrono::milliseconds(999)), row.written) << row.zone;
+  const std::vector<std::tuple<const char*, const char*, std::int64_t, const char*>> rows = {
+      {"No/Such_Zone", "1980-05-17T08:30:00", 327400200, "1980-05-17T08:30:00"},
+      {":/usr/share/zoneinfo/Europe/Berlin", "1980-05-17T08:30:00", 327393000, "1980-05-17T08:30:00"},
+      {"UTC", "0001-01-01T00:00:00", -62135596800, "0001-01-01T00:00:00"},
+      {"UTC", "294247-01-10T04:00:53", 9223372036853, "294247-01-10T04:00:53"},
+      {"Pacific/Apia", "2011-12-30T12:00:00", 1325282400, "2011-12-31T12:00:00"},
+      {"America/New_York", "2024-03-10T02:30:00", 1710055800, "2024-03-10T03:30:00"}};
+  for (const auto& [zone, text, sinceEpoch, written] : rows) {
+    ::setenv("TZ", zone, 1);
+    const std::chrono::sys_seconds time{std::chrono::seconds(sinceEpoch)};
+    EXPECT_EQ(decodeDate(text), Date(time)) << zone << ' ' << text;
+    EXPECT_EQ(encodeDate(time + std::chrono::milliseconds(999)), written) << zone;
   }
   ::unsetenv("TZ");  // selects the system's zone
   const std::string written = encodeDate(std::chrono::sys_seconds());

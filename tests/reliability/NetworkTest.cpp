@@ -1,6 +1,5 @@
 // Tests calls with networks and servers that misbehave, and what remains of connections, signals and descriptors.
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <signal.h>
 
 #include <fstream>
