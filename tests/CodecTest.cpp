@@ -58,8 +58,7 @@ TEST(Records, AreReadAndWrittenWithEveryKeyInOrder) {
   expectText<ForgotPasswordResponse>(R"({"result":false})");
   expectText<ValidatedEmailResponse>(R"({"result":true})");
   expectText<ConfigurationResponse>(R"({"leftConfiguration":"AQID","rightConfiguration":null})");
-  expectText<ServerErrorResponse>(R"({"errorCode":0,"message":null,"validationErrors":null})");
-  ServerErrorResponse rejection(0, std::nullopt, std::nullopt);
+  auto rejection = expectText<ServerErrorResponse>(R"({"errorCode":0,"message":null,"validationErrors":null})");
   rejection.setErrorCode(-7), rejection.setMessage("m"), rejection.setValidationErrors({{"x"}});
   EXPECT_EQ(rejection, expectText<ServerErrorResponse>(R"({"errorCode":-7,"message":"m","validationErrors":["x"]})"));
   expectText<Audiogram>(R"({"orientation":"Left","serialNumber":"s","tube":"t","values":[{"frequency":1000,)"
@@ -183,11 +182,10 @@ std::string bodyOf(const JsonValue& value) {
 }
 
 TEST(JsonBodies, HoldPlainDecimalsAndNothingThatJsonCannotExpress) {
-  EXPECT_EQ(bodyOf({35.5, 35.0, 1e21, 1e-7}), R"({"v":[35.5,35,1000000000000000000000,0.0000001]})");
+  EXPECT_EQ(bodyOf({35.5, 35.0, 1e21, UINT64_MAX}), R"({"v":[35.5,35,1000000000000000000000,18446744073709551615]})");
   EXPECT_EQ(bodyOf({INT64_MAX, INT64_MIN}), R"({"v":[9223372036854775807,-9223372036854775808]})");
-  EXPECT_EQ(bodyOf({UINT64_MAX}), R"({"v":[18446744073709551615]})");
   EXPECT_EQ(bodyOf({"a\"\\\n\x01/ä😀", nullptr, true}), R"({"v":["a\"\\\n\u0001/ä😀",null,true]})");
-  std::vector<double> doubles = {-0.0, 5e-324, std::numeric_limits<double>::max(), 1.0 / 3, -1e300};
+  std::vector<double> doubles = {-0.0, 5e-324, 1.7e308, 1.0 / 3, 1e19, -1e300};
   for (std::mt19937_64 random; doubles.size() < 2000;) doubles.push_back(std::bit_cast<double>(random()));
   for (const double value : doubles) {
     const std::string text = bodyOf(value);
