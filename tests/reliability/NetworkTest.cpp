@@ -176,7 +176,7 @@ TEST(Requests, ThatAServerMayHaveSeenEndAsLostEvenIfTheServerIsGone) {
   EXPECT_EQ(outcomeOf(call(session, server->url(), "once")), "success");
   const auto pending = call(session, server->url(), "once");
   ASSERT_TRUE(server->awaitRequests(2));
-  server = nullptr;  // listens no more before it closes the connection
+  server = nullptr;  // stops listening, then closes the connection
   EXPECT_EQ(outcomeOf(pending), lost);
   for (const bool isProxy : {false, true}) {
     ScriptedServer named({json("{}"), {closing}});
