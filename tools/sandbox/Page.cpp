@@ -116,6 +116,7 @@ json::object changesSince(const State& state, std::size_t version) {
 }
 
 using Value = const json::value&;
+using Body = const json::object&;
 
 bool isFrom(std::int64_t least, std::int64_t most, Value value) {
   return value.is_int64() && value.get_int64() >= least && value.get_int64() <= most;
@@ -144,7 +145,7 @@ constexpr Field scriptFields[] = {{"operation", operationName},   {"calls", call
                                   {"message", text, false},       {"validationErrors", texts, false},
                                   {"body", text, false},          {"contentType", headerValue, false}};
 
-std::optional<Answer> scriptedAnswer(const json::object& body) {
+std::optional<Answer> scriptedAnswer(Body body) {
   const auto given = [&](const char* key) { return body.if_contains(key); };
   const auto* const errors = given("validationErrors");
   const auto* const message = given("message");
@@ -164,53 +165,34 @@ std::optional<Answer> scriptedAnswer(const json::object& body) {
   return answer;
 }
 
-// Each of these functions applies a change. They return a message for the user if that fails, or else an empty
-// string.
-std::string arm(State& state, const json::object& body) {
+Script scriptOf(Body body) {
   Script script;
   if (const auto* const calls = body.if_contains("calls"))
     script.calls = calls->is_string() ? Script::always : static_cast<std::size_t>(calls->get_int64());
   if (const auto* const delay = body.if_contains("delay")) script.delay = std::chrono::milliseconds(delay->get_int64());
-  const auto isSet = [&](const char* key) { return body.contains(key) && body.at(key).get_bool(); };
-  script.never = isSet("never");
-  script.drop = isSet("drop");
+  if (const auto* const never = body.if_contains("never")) script.never = never->get_bool();
+  if (const auto* const drop = body.if_contains("drop")) script.drop = drop->get_bool();
   script.answer = scriptedAnswer(body);
-  state.arm(*operationNamed(get(body, "operation")), std::move(script));
-  return {};
+  return script;
 }
 
 constexpr Field accountFields[] = {{"email"}, {"password"}};
-std::string addAccount(State& state, const json::object& body) {
-  state.addAccount(get(body, "email"), get(body, "password"));
-  return {};
-}
-
 constexpr Field confirmFields[] = {{"email"}};
-std::string confirm(State& state, const json::object& body) {
-  return state.confirm(get(body, "email")) ? "" : "There is no account for this e-mail address.";
-}
-
-std::string expire(State& state, const json::object&) {
-  state.expireAccessTokens();
-  return {};
-}
-
-std::string reset(State& state, const json::object&) {
-  state.resetAll();
-  return {};
-}
 
 // The requests that change the state. Each is a POST whose JSON body has these fields.
 constexpr struct Change {
   std::string_view path;
   std::span<const Field> fields;
-  std::string (*apply)(State&, const json::object& body);
+  bool needsAccount;  // the one of the e-mail address in the body
+  void (*apply)(State&, Body);
 } changes[] = {
-    {"/sandbox/script", scriptFields, arm},
-    {"/sandbox/account", accountFields, addAccount},
-    {"/sandbox/confirm", confirmFields, confirm},
-    {"/sandbox/expire-access-tokens", {}, expire},
-    {"/sandbox/reset", {}, reset},
+    {"/sandbox/script", scriptFields, false,
+     [](State& state, Body body) { state.arm(*operationNamed(get(body, "operation")), scriptOf(body)); }},
+    {"/sandbox/account", accountFields, false,
+     [](State& state, Body body) { state.addAccount(get(body, "email"), get(body, "password")); }},
+    {"/sandbox/confirm", confirmFields, true, [](State& state, Body body) { state.confirm(get(body, "email")); }},
+    {"/sandbox/expire-access-tokens", {}, false, [](State& state, Body) { state.expireAccessTokens(); }},
+    {"/sandbox/reset", {}, false, [](State& state, Body) { state.resetAll(); }},
 };
 
 Answer html() {
@@ -241,12 +223,13 @@ Answer callsAt(State& state, const std::string& which, const Chart& chart) {
 
 Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
   const std::string path = request.target.substr(0, request.target.find('?'));
-  for (const auto& [changePath, fields, apply] : changes) {
-    if (path != changePath) continue;
+  if (const auto* const change = std::ranges::find(changes, path, &Change::path); change != std::end(changes)) {
     if (request.method != "POST") return wrongMethod("POST");
-    return judge(request.body.empty() ? "{}" : request.body, fields, [&, apply = apply](const json::object& body) {
-      const std::string fault = apply(state, body);
-      return fault.empty() ? ok(changesSince(state, state.version)) : invalid({fault});
+    return judge(request.body.empty() ? "{}" : request.body, change->fields, [&](Body body) {
+      change->apply(state, body);
+      if (change->needsAccount && state.service.find(get(body, "email")) == nullptr)
+        return invalid({"There is no account for this e-mail address."});
+      return ok(changesSince(state, state.version));
     });
   }
   if (request.method != "GET") return wrongMethod("GET");
