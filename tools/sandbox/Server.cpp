@@ -67,10 +67,13 @@ struct Server::Impl {
     try {
       tcp::socket socket(io, tcp::v4(), descriptor);
       socket.set_option(tcp::no_delay(true));  // each step is sent in packets of its own
-      if (tls)
-        co_await answerAll(asio::ssl::stream<tcp::socket>(std::move(socket), SSL_new(tls.get())));
-      else
-        co_await answerAll(std::move(socket));
+      if (tls) {
+        Connection<asio::ssl::stream<tcp::socket>> connection{*this, {std::move(socket), SSL_new(tls.get())}};
+        co_await connection.answerAll();
+      } else {
+        Connection<tcp::socket> connection{*this, std::move(socket)};
+        co_await connection.answerAll();
+      }
     } catch (const boost::system::system_error&) {  // the client closed the connection, or violated the protocol
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {  // a header that is too long for the parser
@@ -80,107 +83,100 @@ struct Server::Impl {
     changed.notify_all();
   }
 
+  // Serves one connection.
   template <class Stream>
   struct Connection {
+    awaitable<void> answerAll() {
+      if constexpr (!std::is_same_v<Stream, tcp::socket>)
+        co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
+      for (bool open = co_await play(server.greeting); open;) open = co_await answerOne();
+    }
+
+    // Returns false if the connection must be closed.
+    awaitable<bool> answerOne() {
+      http::request_parser<http::string_body> parser;
+      parser.eager(true);
+      parser.header_limit(1 << 20);
+      parser.body_limit(maxBody);
+      std::string raw;
+      for (boost::system::error_code error; true;) {
+        const std::size_t used = parser.put(asio::buffer(unread), error);
+        raw.append(unread, 0, used);
+        unread.erase(0, used);
+        if (error == http::error::body_limit) {
+          const std::string refusal = serialize({.status = 413, .contentType = ""});
+          co_await asio::async_write(stream, asio::buffer(refusal), use_awaitable);
+        }
+        if (error && error != http::error::need_more) co_return false;
+        if (parser.is_done()) break;
+        co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
+      }
+      const auto& request = parser.get();
+      SeenRequest seen{{}, request.method_string(), request.target(), {}, request.body()};
+      for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
+      const std::vector<Step> steps = server.handler(std::move(seen), raw);
+      co_return co_await play(steps) && parser.keep_alive();
+    }
+
+    // Returns false if the connection must be closed.
+    awaitable<bool> play(const std::vector<Step>& steps) {
+      for (const Step& step : steps) {
+        if (step.kind == Step::count && !std::exchange(isCounted, true)) ++server.counted;
+        if (step.kind == Step::follow) {
+          co_await follow(step);
+          continue;
+        }
+        if (step.kind == Step::reset) {
+          stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
+          stream.lowest_layer().close();  // the destructor would reset the option
+        }
+        if (step.kind == Step::reset || step.kind == Step::close) co_return false;
+        if (step.kind == Step::hold) co_await server.hold.async_wait(withError);
+        const std::string bytes = step.bytes + (step.make ? step.make() : "");
+        const std::size_t piece = step.kind == Step::drip ? 1 : bytes.size();
+        for (std::size_t sent = 0; sent < bytes.size(); sent += piece) {
+          co_await asio::async_write(stream, asio::buffer(bytes.data() + sent, piece), use_awaitable);
+          if (step.kind == Step::drip) co_await server.pause(step.time);
+        }
+        if (step.kind == Step::pause && !co_await staysFor(step.time)) {
+          if (step.left) step.left();
+          co_return false;
+        }
+      }
+      co_return true;
+    }
+
+    awaitable<void> follow(const Step& step) {
+      using namespace asio::experimental::awaitable_operators;
+      for (;;) {
+        const std::string bytes = step.make();
+        if (!bytes.empty()) {
+          co_await asio::async_write(stream, asio::buffer(bytes), use_awaitable);
+          co_await server.pause(step.time);
+          continue;
+        }
+        // No other coroutine runs between `make` and the wait, so no notification is missed.
+        const auto first = co_await (server.notified.async_wait(withError) ||
+                                     stream.lowest_layer().async_wait(tcp::socket::wait_read, withError));
+        if (first.index() == 1) co_return;
+      }
+    }
+
+    // Returns false as soon as the client closes the connection. Keeps what it sends for the next request; the
+    // connection also ends if that is more than `maxBody`.
+    awaitable<bool> staysFor(std::chrono::milliseconds time) {
+      using namespace asio::experimental::awaitable_operators;
+      asio::steady_timer timer(server.io, time);
+      auto buffer = asio::dynamic_buffer(unread, maxBody);
+      const auto first = co_await (timer.async_wait(withError) || asio::async_read(stream, buffer, withError));
+      co_return first.index() == 0;
+    }
+
+    Impl& server;
     Stream stream;
     std::string unread{};
     bool isCounted = false;
   };
-
-  template <class Stream>
-  awaitable<void> answerAll(Stream stream) {
-    if constexpr (!std::is_same_v<Stream, tcp::socket>)
-      co_await stream.async_handshake(asio::ssl::stream_base::server, use_awaitable);
-    Connection<Stream> connection{std::move(stream)};
-    for (bool open = co_await play(connection, greeting); open;) open = co_await answerOne(connection);
-  }
-
-  // Returns false if the connection must be closed.
-  template <class Stream>
-  awaitable<bool> answerOne(Connection<Stream>& connection) {
-    auto& [stream, unread, isCounted] = connection;
-    http::request_parser<http::string_body> parser;
-    parser.eager(true);
-    parser.header_limit(1 << 20);
-    parser.body_limit(maxBody);
-    std::string raw;
-    for (boost::system::error_code error; true;) {
-      const std::size_t used = parser.put(asio::buffer(unread), error);
-      raw.append(unread, 0, used);
-      unread.erase(0, used);
-      if (error == http::error::body_limit) {
-        const std::string refusal = serialize({.status = 413, .contentType = ""});
-        co_await asio::async_write(stream, asio::buffer(refusal), use_awaitable);
-      }
-      if (error && error != http::error::need_more) co_return false;
-      if (parser.is_done()) break;
-      co_await asio::async_read(stream, asio::dynamic_buffer(unread), asio::transfer_at_least(1), use_awaitable);
-    }
-    const auto& request = parser.get();
-    SeenRequest seen{{}, request.method_string(), request.target(), {}, request.body()};
-    for (const auto& field : request) seen.headers.emplace_back(field.name_string(), field.value());
-    const std::vector<Step> steps = handler(std::move(seen), raw);
-    co_return co_await play(connection, steps) && parser.keep_alive();
-  }
-
-  // Returns false if the connection must be closed.
-  template <class Stream>
-  awaitable<bool> play(Connection<Stream>& connection, const std::vector<Step>& steps) {
-    Stream& stream = connection.stream;
-    for (const Step& step : steps) {
-      if (step.kind == Step::count && !std::exchange(connection.isCounted, true)) ++counted;
-      if (step.kind == Step::follow) {
-        co_await follow(stream, step);
-        continue;
-      }
-      if (step.kind == Step::reset) {
-        stream.lowest_layer().set_option(tcp::socket::linger(true, 0));
-        stream.lowest_layer().close();  // the destructor would reset the option
-      }
-      if (step.kind == Step::reset || step.kind == Step::close) co_return false;
-      boost::system::error_code released;
-      if (step.kind == Step::hold) co_await hold.async_wait(asio::redirect_error(use_awaitable, released));
-      const std::string bytes = step.bytes + (step.make ? step.make() : "");
-      const std::size_t piece = step.kind == Step::drip ? 1 : bytes.size();
-      for (std::size_t sent = 0; sent < bytes.size(); sent += piece) {
-        co_await asio::async_write(stream, asio::buffer(bytes.data() + sent, piece), use_awaitable);
-        if (step.kind == Step::drip) co_await pause(step.time);
-      }
-      if (step.kind == Step::pause && !co_await staysFor(step.time, connection)) {
-        if (step.left) step.left();
-        co_return false;
-      }
-    }
-    co_return true;
-  }
-
-  template <class Stream>
-  awaitable<void> follow(Stream& stream, const Step& step) {
-    using namespace asio::experimental::awaitable_operators;
-    for (;;) {
-      const std::string bytes = step.make();
-      if (!bytes.empty()) {
-        co_await asio::async_write(stream, asio::buffer(bytes), use_awaitable);
-        co_await pause(step.time);
-        continue;
-      }
-      // No other coroutine runs between `make` and the wait, so no notification is missed.
-      const auto first = co_await (notified.async_wait(withError) ||
-                                   stream.lowest_layer().async_wait(tcp::socket::wait_read, withError));
-      if (first.index() == 1) co_return;
-    }
-  }
-
-  // Returns false as soon as the client closes the connection. Keeps what it sends for the next request; the connection
-  // also ends if that is more than `maxBody`.
-  template <class Stream>
-  awaitable<bool> staysFor(std::chrono::milliseconds time, Connection<Stream>& connection) {
-    using namespace asio::experimental::awaitable_operators;
-    asio::steady_timer timer(io, time);
-    auto buffer = asio::dynamic_buffer(connection.unread, maxBody);
-    const auto first = co_await (timer.async_wait(withError) || asio::async_read(connection.stream, buffer, withError));
-    co_return first.index() == 0;
-  }
 
   awaitable<void> pause(std::chrono::milliseconds time) {
     asio::steady_timer timer(io, time);
