@@ -34,7 +34,7 @@ struct Values {
   std::string audiogramFile;
   std::vector<Audiogram> audiograms;
   std::string chart, leftOut, rightOut;
-  OutputFiles configurations;
+  OutputFiles outputs;
 
   bool printsAnswer() const { return chart != "-" && leftOut != "-" && rightOut != "-"; }
 };
@@ -44,9 +44,9 @@ using MemberOf = std::variant<T Values::*...>;
 using Variable = MemberOf<std::string, std::vector<std::string>, std::optional<std::string>, double, bool,
                           DeviceOrientation, Date, Sex, std::vector<Audiogram>>;
 
+enum Kind { required, optional, secret, output };
+
 struct Option {
-  enum class Kind { required, optional, secret, output };
-  using enum Kind;
   Variable variable;
   Kind kind;
   std::string name;
@@ -55,7 +55,6 @@ struct Option {
   std::string sample{};          // for the example in the help
   bool isInEnvironment = false;  // always true for secrets
 };
-using enum Option::Kind;
 
 const std::vector<Option> allOptions{
     {&Values::baseUrl, required, "base-url", "URL", "Base URL of the service, without a slash at the end",
@@ -98,10 +97,7 @@ const std::vector<Option> allOptions{
     {&Values::rightOut, output, "right-out", "FILE", "Writes the right ear's configuration to this file", "right.bin"},
 };
 
-const Option& optionOf(Variable variable) {
-  return *std::find_if(allOptions.begin(), allOptions.end(),
-                       [&](const Option& option) { return option.variable == variable; });
-}
+const Option& optionOf(Variable variable) { return *std::ranges::find(allOptions, variable, &Option::variable); }
 
 // Decodes a date or an enumerator.
 template <class T>
@@ -113,7 +109,7 @@ bool read(const std::string& option, const std::string& given, T& value) {
   return true;
 }
 
-void draw(const Values& values, int stream) {
+void draw(Values& values, int stream) {
   winsize size{};
   if (ioctl(stream, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size.ws_col = 80;
   const char* const noColor = std::getenv("NO_COLOR");
@@ -121,7 +117,9 @@ void draw(const Values& values, int stream) {
   if (stream == STDERR_FILENO || values.printsAnswer())
     (stream == STDOUT_FILENO ? std::cout : std::cerr)
         << textChart(values.audiograms, size.ws_col, coloured) << std::flush;
-  if (!values.chart.empty()) writeFile(values.chart, svgChart(values.audiograms));
+  if (values.chart.empty()) return;
+  values.outputs.write(values.chart, svgChart(values.audiograms));
+  values.outputs.publish();
 }
 
 // The names of failures in JSON output and their exit statuses, in the order of Error::Case.
@@ -149,19 +147,18 @@ JsonObject jsonOf(const Error& error) {
             {"message", wordsOf(error)}}}};
 }
 
+JsonObject jsonOf(const Unit&) { return {}; }
+
 template <class T>
-JsonObject jsonOf([[maybe_unused]] const T& answer) {
-  if constexpr (std::is_same_v<T, Unit>)
-    return {};
-  else
-    return answer.encodeJson();
+JsonObject jsonOf(const T& answer) {
+  return answer.encodeJson();
 }
 
 // Whether the answer, although it was received and decoded, says that the service refused the request.
+bool isRefusal(const AuthenticationResponse& answer) { return !answer.isSuccessful(); }
+bool isRefusal(const ForgotPasswordResponse& answer) { return !answer.result(); }
 template <class T>
-bool isRefusal([[maybe_unused]] const T& answer) {
-  if constexpr (requires { answer.isSuccessful(); }) return !answer.isSuccessful();
-  if constexpr (std::is_same_v<T, ForgotPasswordResponse>) return !answer.result();
+bool isRefusal(const T&) {
   return false;
 }
 
@@ -177,10 +174,10 @@ bool store(const ConfigurationResponse& answer, Values& values) {
   for (const auto& [ear, data, file] : ears) {
     const std::string missing = file.empty() ? "" : "; " + file + " is not written";
     say(std::string(ear) + " ear: " + (data ? std::to_string(data->size()) + " bytes" : "no configuration" + missing));
-    if (data && !file.empty()) values.configurations.write(file, Foundation::textOf(*data));
+    if (data && !file.empty()) values.outputs.write(file, Foundation::textOf(*data));
     isComplete = isComplete && (data || file.empty());
   }
-  values.configurations.publish();
+  values.outputs.publish();
   return isComplete;
 }
 
@@ -320,10 +317,9 @@ std::vector<FileUse> filesOf(const CLI::App& command) {
   std::vector<FileUse> files;
   for (const CLI::Option* const option : command.get_options()) {
     if (option->get_type_name() != "FILE" || option->count() == 0) continue;
-    const std::string name = option->get_name();
-    const bool isOutput = std::any_of(allOptions.begin(), allOptions.end(),
-                                      [&](const Option& one) { return one.kind == output && "--" + one.name == name; });
-    files.push_back({name, option->as<std::string>(), isOutput});
+    const auto known = std::ranges::find(allOptions, option->get_single_name(), &Option::name);
+    const bool isOutput = known != allOptions.end() && known->kind == output;
+    files.push_back({option->get_name(), option->as<std::string>(), isOutput});
   }
   return files;
 }
@@ -366,18 +362,13 @@ void complement(CLI::App& command, const std::vector<Variable>& variables, Run r
   });
 }
 
-// Reads the file of audiograms. Returns its faults, one per line, or an empty string.
-std::string readAudiogramFile(Values& values) {
-  auto audiograms = readAudiograms(readFile(values.audiogramFile));
-  if (!audiograms) return audiograms.error();
-  values.audiograms = *std::move(audiograms);
-  return {};
-}
-
 // Reads the file of audiograms. Throws a Failure if the file has faults.
 void requireAudiograms(Values& values) {
-  const std::string faults = readAudiogramFile(values), file = values.audiogramFile + ": ";
-  if (!faults.empty()) throw Failure(status::wrongUsage, file + boost::replace_all_copy(faults, "\n", '\n' + file));
+  auto audiograms = readAudiograms(readFile(values.audiogramFile));
+  const std::string file = values.audiogramFile + ": ";
+  if (!audiograms)
+    throw Failure(status::wrongUsage, file + boost::replace_all_copy(audiograms.error(), "\n", '\n' + file));
+  values.audiograms = *std::move(audiograms);
 }
 
 int run(const Call& call, Values& values) {
@@ -398,13 +389,14 @@ int run(const Call& call, Values& values) {
 }
 
 int chart(Values& values) {
-  if (!values.check) {
-    requireAudiograms(values);
-    draw(values, STDOUT_FILENO);
-  } else if (const std::string faults = readAudiogramFile(values); !faults.empty()) {
-    std::cerr << printable(faults) << '\n';
+  if (values.check) {
+    const auto audiograms = readAudiograms(readFile(values.audiogramFile));
+    if (audiograms) return status::done;
+    std::cerr << printable(audiograms.error()) << '\n';
     return status::wrongUsage;
   }
+  requireAudiograms(values);
+  draw(values, STDOUT_FILENO);
   return status::done;
 }
 

@@ -125,9 +125,3 @@ void OutputFiles::publish() {
     if (rename(temporary.c_str(), target.c_str()) != 0) failToWrite(target);
   written_.clear();
 }
-
-void writeFile(const std::string& file, std::string_view bytes) {
-  OutputFiles files;
-  files.write(file, bytes);
-  files.publish();
-}

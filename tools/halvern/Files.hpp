@@ -43,6 +43,3 @@ class OutputFiles {
  private:
   std::vector<std::pair<std::filesystem::path, std::filesystem::path>> written_;  // temporary and final name
 };
-
-// Writes one file, like OutputFiles.
-void writeFile(const std::string& file, std::string_view bytes);

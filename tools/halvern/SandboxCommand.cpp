@@ -17,11 +17,7 @@ using HalvernApi::Testing::Sandbox;
 
 namespace {
 
-#ifdef __APPLE__
-constexpr char opener[] = "open";
-#else
 constexpr char opener[] = "xdg-open";
-#endif
 
 // The child gets none of what it would inherit: signal mask, ignored SIGPIPE, process group and standard output.
 void openInBrowser(std::string url) {

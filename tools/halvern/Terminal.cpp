@@ -3,10 +3,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <array>
 #include <boost/algorithm/string.hpp>
 #include <fstream>
 #include <iostream>
@@ -15,8 +15,6 @@
 namespace {
 int own = -1;   // the original standard output
 int held = -1;  // the memory file that replaces it between `holdOutput` and `releaseOutput`
-
-volatile sig_atomic_t caught = 0;
 
 // Control characters that erase the line that says that the program waits.
 std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
@@ -64,34 +62,32 @@ std::string releaseOutput() {
 }
 
 std::optional<std::string> askSecret(const std::string& name) {
-  constexpr std::array signals{SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
-  std::array<struct sigaction, signals.size()> actions{};
-  struct sigaction note {};
-  note.sa_handler = [](int signal) { caught = signal; };
-  // The signals are blocked except while ppoll waits, so none is missed between the test of `caught` and the wait.
-  sigset_t blocked, open;
+  // A signal stays blocked, and so pending, until the terminal is as before. Then it ends or stops the program.
+  sigset_t blocked, usual, pending;
   sigemptyset(&blocked);
-  for (const int signal : signals) sigaddset(&blocked, signal);
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) sigaddset(&blocked, signal);
+  const int signals = signalfd(-1, &blocked, SFD_CLOEXEC);
   std::optional<std::string> secret;
+  bool isInterrupted = false;
   do {
-    sigprocmask(SIG_BLOCK, &blocked, &open);
-    for (std::size_t i = 0; i < signals.size(); ++i) sigaction(signals[i], &note, &actions[i]);
-    caught = 0;
+    sigprocmask(SIG_BLOCK, &blocked, &usual);
     termios shown{};
     tcgetattr(STDIN_FILENO, &shown);
     termios hidden = shown;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     std::cerr << name << ": " << std::flush;
-    pollfd input{STDIN_FILENO, POLLIN, 0};
+    pollfd inputs[] = {{STDIN_FILENO, POLLIN, 0}, {signals, POLLIN, 0}};
+    const bool isReady = poll(inputs, 2, -1) > 0;
+    isInterrupted = inputs[1].revents != 0;
     std::string line;
-    if (ppoll(&input, 1, nullptr, &open) > 0 && std::getline(std::cin, line)) secret = line;
+    if (isReady && !isInterrupted && std::getline(std::cin, line)) secret = line;
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
     std::cerr << '\n';
-    for (std::size_t i = 0; i < signals.size(); ++i) sigaction(signals[i], &actions[i], nullptr);
-    sigprocmask(SIG_SETMASK, &open, nullptr);
-    if (caught != 0 && caught != SIGTSTP) say("interrupted, nothing was sent");
-    if (caught != 0) (void)raise(caught);
-  } while (caught != 0);
+    sigpending(&pending);
+    if (isInterrupted && sigismember(&pending, SIGTSTP) == 0) say("interrupted, nothing was sent");
+    sigprocmask(SIG_SETMASK, &usual, nullptr);
+  } while (isInterrupted);
+  close(signals);
   return secret;
 }
