@@ -52,28 +52,28 @@ struct Sandbox::Impl {
     const auto delay = script.never ? forever : script.delay;
     std::vector<Step> steps;
     steps.reserve(4);
-    if (options.page) steps.push_back({Step::count});
+    steps.push_back({Step::count});
     if (delay.count() > 0)
-      steps.push_back({Step::pause, {}, delay, {}, [this, number] { end(number, Call::abandoned); }});
-    if (script.drop) {
-      steps.push_back({Step::send, {}, {}, [this, number] {
-                         end(number, Call::closed);
-                         return std::string();
-                       }});
-      steps.push_back({Step::close});
-    } else {
-      steps.push_back({Step::send, {}, {}, [this, number, request = std::move(request), scripted = script.answer] {
-                         Answer answer = scripted ? *scripted : judge(request);
-                         if (!canHaveBody(answer.status)) answer.body.clear();
-                         end(number, Call::answered, answer);
-                         return bytesOf(answer, request);
-                       }});
-    }
+      steps.push_back({Step::pause, {}, delay, {}, [this, number] { locked()->end(number, Call::abandoned); }});
+    steps.push_back({Step::send, {}, {}, [this, number, script, request = std::move(request)] {
+                       return script.drop ? drop(number) : answer(number, script, request);
+                     }});
+    if (script.drop) steps.push_back({Step::close});
     return steps;
   }
 
-  void end(std::size_t number, Call::Outcome outcome, const Answer& answer = {}) {
-    if (options.page) locked()->end(number, outcome, answer);
+  // Ends the call without an answer.
+  std::string drop(std::size_t number) {
+    locked()->end(number, Call::closed);
+    return {};
+  }
+
+  // Ends the call. Returns the bytes of the answer.
+  std::string answer(std::size_t number, const Script& script, const SeenRequest& request) {
+    Answer answer = script.answer ? *script.answer : judge(request);
+    if (!canHaveBody(answer.status)) answer.body.clear();
+    locked()->end(number, Call::answered, answer);
+    return bytesOf(answer, request);
   }
 
   static std::string bytesOf(const Answer& answer, const SeenRequest& request) {
@@ -144,13 +144,9 @@ void Sandbox::reset() { impl_->locked()->reset(); }
 
 void Sandbox::resetAll() { impl_->locked()->resetAll(); }
 
-std::vector<SeenRequest> Sandbox::seen() const {
-  return impl_->locked()->requests([](const SeenRequest&) { return true; });
-}
+std::vector<SeenRequest> Sandbox::seen() const { return impl_->locked()->requests(); }
 
-std::vector<SeenRequest> Sandbox::seen(Operation operation) const {
-  return impl_->locked()->requests([&](const SeenRequest& request) { return request.operation == operation; });
-}
+std::vector<SeenRequest> Sandbox::seen(Operation operation) const { return impl_->locked()->requests(operation); }
 
 bool Sandbox::waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const {
   std::unique_lock lock(impl_->mutex);

@@ -45,8 +45,7 @@ Script State::add(const SeenRequest& request, std::size_t& number) {
   }
   if (!request.operation) return {};
   ++seen[*request.operation];
-  const auto found = scripts.find(*request.operation);
-  return found != scripts.end() ? take(found->second) : Script();
+  return take(scripts[*request.operation]);
 }
 
 Answer State::answer(const SeenRequest& request, std::vector<Mail>& sent) {
@@ -75,10 +74,10 @@ Call* State::find(std::size_t number) {
   return &calls[number - calls.front().number];
 }
 
-std::vector<SeenRequest> State::requests(const std::function<bool(const SeenRequest&)>& isWanted) const {
+std::vector<SeenRequest> State::requests(std::optional<Operation> operation) const {
   std::vector<SeenRequest> found;
   for (const Call& call : calls)
-    if (isWanted(call.request)) found.push_back(call.request);
+    if (!operation || call.request.operation == operation) found.push_back(call.request);
   return found;
 }
 
@@ -101,7 +100,8 @@ void State::arm(Operation operation, Script script) {
 bool State::confirm(const std::string& email) {
   ++version;
   Account* const account = service.find(email);
-  return account != nullptr && (account->confirmed = true);
+  if (account != nullptr) account->confirmed = true;
+  return account != nullptr;
 }
 
 void State::expireAccessTokens() {

@@ -36,8 +36,8 @@ struct State {
   void end(std::size_t number, Call::Outcome outcome, const Answer& answer = {});
   // Null if the call is unknown, or no longer kept.
   Call* find(std::size_t number);
-  // The requests for which `isWanted` returns true, in the order of arrival.
-  std::vector<SeenRequest> requests(const std::function<bool(const SeenRequest&)>& isWanted) const;
+  // The requests of one operation, or all requests, in the order of arrival.
+  std::vector<SeenRequest> requests(std::optional<Operation> operation = {}) const;
 
   void addAccount(const std::string& email, const std::string& password);
   void addScript(Operation operation, Script script);
