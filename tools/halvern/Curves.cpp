@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "Terminal.hpp"
 
@@ -25,21 +26,18 @@ std::string Curve::words() const {
 
 std::vector<Curve> curvesOf(const std::vector<Audiogram>& audiograms) {
   std::vector<Curve> curves;
-  std::array<int, ears.size()> counts{}, totals{};
-  const auto sideOf = [](const Audiogram& audiogram) {
-    return static_cast<std::size_t>(audiogram.orientation() == DeviceOrientation::left);
-  };
-  for (const Audiogram& audiogram : audiograms) ++totals[sideOf(audiogram)];
+  std::map<DeviceOrientation, int> counts, totals;
+  for (const Audiogram& audiogram : audiograms) ++totals[audiogram.orientation()];
   for (const Audiogram& audiogram : audiograms) {
-    const std::size_t side = sideOf(audiogram);
+    const DeviceOrientation side = audiogram.orientation();
+    const Ear& ear = side == DeviceOrientation::right ? ears[0] : ears[1];
     const std::string number = totals[side] > 1 ? text(++counts[side]) : "";
-    std::string name = text(ears[side].name, number.empty() ? "" : " ", number, ", serial number ",
-                            printable(audiogram.serialNumber()));
+    std::string name =
+        text(ear.name, number.empty() ? "" : " ", number, ", serial number ", printable(audiogram.serialNumber()));
     std::replace(name.begin(), name.end(), '\n', '?');
     auto pairs = audiogram.values();
-    std::stable_sort(pairs.begin(), pairs.end(),
-                     [](const auto& left, const auto& right) { return left.frequency() < right.frequency(); });
-    curves.push_back({ears[side], number, std::move(name), {pairs.begin(), pairs.end()}});
+    std::ranges::stable_sort(pairs, {}, &HalvernApi::FrequencyVolumePair::frequency);
+    curves.push_back({ear, number, std::move(name), {pairs.begin(), pairs.end()}});
   }
   return curves;
 }

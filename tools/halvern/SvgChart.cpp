@@ -68,8 +68,7 @@ struct Label {
 
 // Moves the labels beside the grid so that none hides another. They are below the grid only if there are too many.
 void spread(std::vector<Label>& labels) {
-  std::stable_sort(labels.begin(), labels.end(),
-                   [](const auto& left, const auto& right) { return left.place < right.place; });
+  std::ranges::stable_sort(labels, {}, &Label::place);
   double limit = gridHeight;
   for (auto label = labels.rbegin(); label != labels.rend(); ++label) {
     label->place = std::min(label->place, limit);
@@ -85,8 +84,7 @@ void spread(std::vector<Label>& labels) {
 // Moves the labels above or below the grid away from it so that none hides another or its leader. A label is to the
 // right of its leader, so the leader can pass the labels of all points that are farther to the right.
 void stack(std::vector<Label>& labels) {
-  std::stable_sort(labels.begin(), labels.end(),
-                   [](const auto& left, const auto& right) { return left.point->x > right.point->x; });
+  std::ranges::stable_sort(labels, std::greater(), [](const Label& label) { return label.point->x; });
   for (auto label = labels.begin(); label != labels.end(); ++label)
     for (auto other = labels.begin(); other != label; ++other)
       if (other->point->x * octaveWidth < label->point->x * octaveWidth + widthOf(label->words))

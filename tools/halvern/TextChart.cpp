@@ -18,12 +18,14 @@ constexpr std::size_t width = margin + 1 + columns + space;
 std::vector<std::string> emptyRows() {
   const auto betweenColumn = static_cast<std::size_t>(std::lround(betweenOctaves * columnsPerOctave));
   std::vector<std::string> rows(lines + 2, std::string(1 + columns + space, ' '));
-  for (std::size_t line = 0; line < lines; ++line)
-    for (std::size_t column = 0; column < columns; ++column) {
-      const bool between = column > firstBetween * columnsPerOctave && column % columnsPerOctave == betweenColumn;
-      const bool labelled = (softest + static_cast<int>(line * decibelsPerRow)) % 20 == 0;
-      rows[line + 1][column + 1] = column % columnsPerOctave == 0 ? '|' : between ? ':' : labelled ? '-' : ' ';
-    }
+  for (std::size_t line = 0; line < lines; ++line) {
+    const bool isLabelled = (softest + static_cast<int>(line * decibelsPerRow)) % 20 == 0;
+    std::string& row = rows[line + 1];
+    if (isLabelled) row.replace(1, columns, columns, '-');
+    for (std::size_t octave = 0; octave <= octaves; ++octave) row[1 + octave * columnsPerOctave] = '|';
+    for (std::size_t octave = firstBetween; octave < octaves; ++octave)
+      row[1 + octave * columnsPerOctave + betweenColumn] = ':';
+  }
   return rows;
 }
 
@@ -71,7 +73,7 @@ std::string textChart(const std::vector<HalvernApi::Audiogram>& audiograms, std:
   };
   std::vector<std::string> rows = emptyRows();
   const bool allFit = putPoints(curves, rows);
-  const bool hasBoth = std::any_of(rows.begin(), rows.end(), [](const auto& row) { return boost::contains(row, "@"); });
+  const bool hasBoth = std::ranges::any_of(rows, [](const std::string& row) { return boost::contains(row, "@"); });
   chart += "    dB 125     250     500     1k      2k      4k      8k  Hz\n";
   for (std::size_t row = 0; row < rows.size(); ++row) {
     boost::trim_right(rows[row]);
