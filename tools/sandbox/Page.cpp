@@ -259,10 +259,9 @@ bool isForPage(std::string_view target) {
 Answer answerPage(State& state, const SeenRequest& request, const Chart& chart) {
   Answer answer = isFromHere(request) ? answerOwn(state, request, chart)
                                       : refusal(403, notAuthorized, "This page is for this machine only.");
-  for (const auto& [name, value] : {std::pair("Cache-Control", "no-store"),
-                                    {"X-Content-Type-Options", "nosniff"},
-                                    {"Cross-Origin-Resource-Policy", "same-origin"}})
-    answer.headers.emplace_back(name, value);
+  answer.headers.insert(answer.headers.end(), {{"Cache-Control", "no-store"},
+                                               {"X-Content-Type-Options", "nosniff"},
+                                               {"Cross-Origin-Resource-Policy", "same-origin"}});
   return answer;
 }
 
