@@ -1,5 +1,3 @@
-#include "Calls.hpp"
-
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 #include "AudiogramFile.hpp"
 #include "Chart.hpp"
 #include "Files.hpp"
+#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 using namespace HalvernApi;
@@ -39,10 +38,10 @@ struct Values {
   bool printsAnswer() const { return chart != "-" && leftOut != "-" && rightOut != "-"; }
 };
 
-template <class... T>
-using MemberOf = std::variant<T Values::*...>;
-using Variable = MemberOf<std::string, std::vector<std::string>, std::optional<std::string>, double, bool,
-                          DeviceOrientation, Date, Sex, std::vector<Audiogram>>;
+using Variable =
+    std::variant<std::string Values::*, std::vector<std::string> Values::*, std::optional<std::string> Values::*,
+                 double Values::*, bool Values::*, DeviceOrientation Values::*, Date Values::*, Sex Values::*,
+                 std::vector<Audiogram> Values::*>;
 
 enum Kind { required, optional, secret, output };
 

@@ -1,25 +1,28 @@
-#include "Generate.hpp"
-
 #include <CLI/CLI.hpp>
 #include <boost/algorithm/string.hpp>
 
+#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 namespace {
 
-// The templates of one file. {c} is replaced by a subcommand, {o} by an option with its dashes, {v} by the value that
-// the option takes, {w} by its possible values, {h} by the help of the subcommand or option, {e} by an example.
+using Replacements = std::vector<std::pair<std::string, std::string>>;
+
+// The templates of one file. In those of a subcommand, {c} is replaced by its name, {h} by its help and {e} by an
+// example. In those of an option, {o} is replaced by its name, {h} by its help, {d} by its variable and its default,
+// {v} by the value that it takes, {w} by its possible values with | between them, {b} by the same with blanks, {r} by *
+// if it can be repeated, and {c} by the subcommand.
 struct Form {
   std::string head;
   std::string name;  // for each subcommand
   std::string names;
-  std::string command;  // for each subcommand, followed by its options and `end`
+  std::string command{};  // for each subcommand, followed by its options and `end`
   std::string option;
   std::string file, choice, value;  // {v} of an option that takes a file, one of several values, or anything else
   std::string argument;             // a positional argument, which is a file
-  std::string end;
-  std::string tail;
-  std::vector<std::pair<std::string, std::string>> escapes;  // in {h}
+  std::string end{};
+  std::string tail{};
+  Replacements escapes{};  // in {h}, {d} and {e}
 };
 
 const std::map<std::string, Form> forms{
@@ -29,7 +32,7 @@ const std::map<std::string, Form> forms{
       .names = "help version' current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}\n"
                "  ((COMP_CWORD == 1)) || case ${COMP_WORDS[1]} in\n",
       .command = "    {c}) words='",
-      .option = "{o}{v} ",
+      .option = "--{o}{v} ",
       .file = ":FILE",
       .choice = ":{w}",
       .value = ":",
@@ -46,8 +49,7 @@ const std::map<std::string, Form> forms{
   [[ " $words " != *" FILE "* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
 }
 complete -o filenames -F _halvern halvern
-)END",
-      .escapes = {}}},
+)END"}},
     {"zsh",
      {.head = "#compdef halvern\nlocal -a commands=(\n",
       .name = "  '{c}:{h}'\n",
@@ -55,9 +57,9 @@ complete -o filenames -F _halvern halvern
                "command=$words[2]\nshift words\n"
                "((--CURRENT))\ncase $command in\n",
       .command = "  {c}) _arguments",
-      .option = " \\\n    '{o}[{h}]{v}'",
+      .option = " \\\n    '{r}--{o}[{h}]{v}'",
       .file = ":file:_files",
-      .choice = ":value:({w})",
+      .choice = ":value:({b})",
       .value = ":value: ",
       .argument = " \\\n    '1:file:_files'",
       .end = " ;;\n",
@@ -67,14 +69,11 @@ complete -o filenames -F _halvern halvern
      {.head = "complete -c halvern -f\n",
       .name = "complete -c halvern -n __fish_use_subcommand -a {c} -d '{h}'\n",
       .names = "complete -c halvern -n __fish_use_subcommand -a 'help version'\n",
-      .command = "",
       .option = "complete -c halvern -n '__fish_seen_subcommand_from {c}' -l {o}{v} -d '{h}'\n",
       .file = " -r -F",
-      .choice = " -x -a '{w}'",
+      .choice = " -x -a '{b}'",
       .value = " -x",
       .argument = "complete -c halvern -n '__fish_seen_subcommand_from {c}' -F\n",
-      .end = "",
-      .tail = "",
       .escapes = {{"'", "\\'"}}}},
     {"man",
      {.head = ".TH HALVERN 1 \"\" \"halvern " HALVERN_VERSION "\"\n.SH NAME\nhalvern \\- account and hearing-aid web "
@@ -82,7 +81,7 @@ complete -o filenames -F _halvern halvern
       .name = "halvern {c} [OPTIONS]\n",
       .names = ".fi\n.SH SUBCOMMANDS\n",
       .command = ".SS {c}\n{h}.\n",
-      .option = ".TP\n.B {o}{v}\n{h}.\n",
+      .option = ".TP\n.B \\-\\-{o}{v}\n{h}{d}.\n",
       .file = " FILE",
       .choice = " {w}",
       .value = " {w}",
@@ -109,18 +108,21 @@ both are complete. If the service has no configuration for an ear, there is no f
       .escapes = {{"-", "\\-"}}}},
 };
 
-// The possible values of the option, or the type of its value.
-std::string wordsOf(const CLI::Option& option, const std::string& between) {
-  const std::string type = option.get_type_name();
-  // A colon separates the type from the range.
-  return boost::replace_all_copy(type.substr(0, type.find(':')), "|", between);
+std::string replaced(std::string words, const Replacements& replacements) {
+  for (const auto& [from, to] : replacements) boost::replace_all(words, from, to);
+  return words;
 }
 
-const std::string& valueOf(const Form& form, const CLI::Option& option) {
-  static const std::string nothing;
+// The possible values of the option, or the type of its value. A colon separates the type from the range.
+std::string valuesOf(const CLI::Option& option) {
   const std::string type = option.get_type_name();
-  if (option.get_items_expected_max() == 0) return nothing;
-  return type == "FILE" ? form.file : boost::contains(type, "|") ? form.choice : form.value;
+  return type.substr(0, type.find(':'));
+}
+
+std::string valueOf(const Form& form, const CLI::Option& option) {
+  if (option.get_items_expected_max() == 0) return {};
+  if (option.get_type_name() == "FILE") return form.file;
+  return boost::contains(option.get_type_name(), "|") ? form.choice : form.value;
 }
 
 std::string exampleOf(const CLI::App& command) {
@@ -132,37 +134,37 @@ std::string exampleOf(const CLI::App& command) {
 
 std::string generate(const CLI::App& app, const std::string& name) {
   const Form& form = forms.at(name);
-  const auto escaped = [&](std::string words) {
-    for (const auto& [from, to] : form.escapes) boost::replace_all(words, from, to);
-    return words;
-  };
-  const auto fill = [&](std::string part, const CLI::App& command, const std::string& help) {
-    boost::replace_all(part, "{c}", command.get_name());
-    boost::replace_all(part, "{e}", escaped(exampleOf(command)));
-    return boost::replace_all_copy(part, "{h}", escaped(help));
+  const auto escaped = [&](const std::string& words) { return replaced(words, form.escapes); };
+  const auto described = [&](const std::string& part, const CLI::App& command) {
+    return replaced(part, {{"{c}", command.get_name()},
+                           {"{e}", escaped(exampleOf(command))},
+                           {"{h}", escaped(command.get_description())}});
   };
   // Those that the help shows.
   const auto commands = app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
-  std::string text = form.head;
-  for (const CLI::App* const command : commands) text += fill(form.name, *command, command->get_description());
-  text += form.names;
+  std::string file = form.head;
+  for (const CLI::App* const command : commands) file += described(form.name, *command);
+  file += form.names;
   for (const CLI::App* const command : commands) {
-    text += fill(form.command, *command, command->get_description());
+    file += described(form.command, *command);
     for (const CLI::Option* const option : command->get_options()) {
-      std::string help = option->get_description();
-      if (name == "man" && !option->get_envname().empty()) help += "; or the variable " + option->get_envname();
-      if (name == "man" && !option->get_default_str().empty()) help += " [" + option->get_default_str() + ']';
-      if (name == "man" && help.empty()) continue;  // the positional argument describes it
-      std::string part = option->get_positional() ? form.argument : form.option;
-      const std::string dashes = name == "fish" ? "" : name == "man" ? "\\-\\-" : "--";
-      boost::replace_all(part, "{v}", valueOf(form, *option));
-      boost::replace_all(part, "{w}", wordsOf(*option, name == "bash" || name == "man" ? "|" : " "));
+      if (name == "man" && option->get_description().empty()) continue;  // the positional argument describes it
+      std::string details;
+      if (!option->get_envname().empty()) details += "; or the variable " + option->get_envname();
+      if (!option->get_default_str().empty()) details += " [" + option->get_default_str() + ']';
       const bool isRepeatable = option->get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
-      const std::string star = name == "zsh" && isRepeatable ? "*" : "";
-      if (!option->get_positional()) boost::replace_all(part, "{o}", star + dashes + option->get_lnames()[0]);
-      text += fill(part, *command, help);
+      const std::string values = valuesOf(*option);
+      file +=
+          replaced(option->get_positional() ? form.argument : form.option, {{"{v}", valueOf(form, *option)},
+                                                                            {"{w}", values},
+                                                                            {"{b}", replaced(values, {{"|", " "}})},
+                                                                            {"{r}", isRepeatable ? "*" : ""},
+                                                                            {"{o}", option->get_single_name()},
+                                                                            {"{c}", command->get_name()},
+                                                                            {"{h}", escaped(option->get_description())},
+                                                                            {"{d}", escaped(details)}});
     }
-    text += fill(form.end, *command, "");
+    file += described(form.end, *command);
   }
-  return text + form.tail;
+  return file + form.tail;
 }

@@ -1,5 +1,3 @@
-#include "SandboxCommand.hpp"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -11,6 +9,7 @@
 #include <memory>
 
 #include "Chart.hpp"
+#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 using HalvernApi::Testing::Sandbox;

@@ -7,10 +7,7 @@
 #include <iostream>
 #include <numeric>
 
-#include "Calls.hpp"
-#include "Demo.hpp"
-#include "Generate.hpp"
-#include "SandboxCommand.hpp"
+#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 namespace {
