@@ -180,12 +180,16 @@ bool store(const ConfigurationResponse& answer, Values& values) {
   return isComplete;
 }
 
-// Waits for the result of a call that was made after `holdOutput`. Prints it and returns the exit status.
+// Makes a call and waits for its result. Prints it and returns the exit status.
 template <class T>
-int finish(const Promise<T, Error>& promise, Values& values) {
-  wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
-  const auto result = promise.get();
-  std::string body = releaseOutput();
+int finish(const std::function<Promise<T, Error>()>& start, Values& values) {
+  std::optional<Expected<T, Error>> outcome;
+  std::string body = printedDuring([&] {
+    const auto promise = start();
+    wait([&] { return promise.waitFor(std::chrono::seconds(1)); });
+    outcome = promise.get();
+  });
+  const Expected<T, Error>& result = *outcome;
   if (values.json) body = boost::json::serialize(result ? jsonOf(*result) : jsonOf(result.error())) + '\n';
   if (values.printsAnswer()) std::cout << (isatty(STDOUT_FILENO) != 0 ? printable(body) : body) << std::flush;
   if (!result) {
@@ -207,10 +211,11 @@ struct Call {
 };
 
 // `arguments` are the options whose values are the arguments of the operation.
-template <class Operation, class... T>
-Call call(const char* name, const char* help, Operation operation, T Values::*... arguments) {
+template <class T, class... Parameters, class... Arguments>
+Call call(const char* name, const char* help, Promise<T, Error> (ApiService::*operation)(Parameters...),
+          Arguments Values::*... arguments) {
   return {name, help, {arguments...}, [=](ApiService& service, Values& values) {
-            return finish((service.*operation)(values.*arguments...), values);
+            return finish<T>([&] { return (service.*operation)(values.*arguments...); }, values);
           }};
 }
 
@@ -383,7 +388,6 @@ int run(const Call& call, Values& values) {
   configuration.pinnedPublicKeys = values.pins;
   if (!values.proxy.empty()) configuration.proxyUrl = values.proxy;
   HttpApiService service(values.baseUrl, configuration, values.apiKey);
-  holdOutput();
   return call.run(service, values);
 }
 

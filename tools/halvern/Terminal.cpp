@@ -13,9 +13,6 @@
 #include <system_error>
 
 namespace {
-int own = -1;   // the original standard output
-int held = -1;  // the memory file that replaces it between `holdOutput` and `releaseOutput`
-
 // Control characters that erase the line that says that the program waits.
 std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
 }  // namespace
@@ -45,15 +42,12 @@ void wait(const std::function<bool()>& isDone) {
   if (seconds > 0) std::cerr << lineStart() << std::flush;
 }
 
-void holdOutput() {
+std::string printedDuring(const std::function<void()>& run) {
   (void)std::fflush(stdout);
-  own = dup(STDOUT_FILENO);
-  held = memfd_create("answer", MFD_CLOEXEC);
+  const int own = dup(STDOUT_FILENO), held = memfd_create("answer", MFD_CLOEXEC);
   if (own == -1 || held == -1 || dup2(held, STDOUT_FILENO) == -1)
     throw std::system_error(errno, std::generic_category(), "cannot buffer the answer");
-}
-
-std::string releaseOutput() {
+  run();
   (void)std::fflush(stdout);
   dup2(own, STDOUT_FILENO);
   std::ifstream stream("/dev/fd/" + std::to_string(held), std::ios::binary);

@@ -46,10 +46,9 @@ void say(const std::string& words);
 // to a second. Does nothing if standard error is not a terminal.
 void wait(const std::function<bool()>& isDone);
 
-// Collects what is printed on standard output, such as the answers that the library prints there, until `releaseOutput`
-// restores the stream and returns the collected text. Both throw std::system_error on failure.
-void holdOutput();
-std::string releaseOutput();
+// Returns what is printed on standard output during `run`, such as the answers that the library prints there, and keeps
+// it from the stream. Throws std::system_error on failure.
+std::string printedDuring(const std::function<void()>& run);
 
 // Asks on the terminal without showing what is typed. Returns nullopt at the end of the input. If a signal ends or
 // stops the program, the state of the terminal is restored first; the question is repeated when the program continues.
