@@ -100,12 +100,11 @@ const Option& optionOf(Variable variable) { return *std::ranges::find(allOptions
 
 // Decodes a date or an enumerator.
 template <class T>
-bool read(const std::string& option, const std::string& given, T& value) {
+T read(const std::string& option, const std::string& given) {
   constexpr bool isDay = std::is_same_v<T, Date>;
   const auto decoded = JsonCodec<T>::decodeJson(JsonValue(isDay ? given + "T00:00:00" : given));
   if (!decoded) throw Failure(status::wrongUsage, option + ": not a date such as 1980-05-17");
-  value = *decoded;
-  return true;
+  return *decoded;
 }
 
 void draw(Values& values, int stream) {
@@ -243,12 +242,6 @@ const std::vector<Call> calls{
          &Values::accessToken),
 };
 
-std::vector<std::string> choicesOf(const Option& option) {
-  std::vector<std::string> choices;
-  boost::split(choices, option.value, boost::is_any_of("|"));
-  return choices;
-}
-
 // The file of audiograms is a positional argument or an option. `checkUsage` requires one of the two, because CLI11's
 // own way to do that makes the help hard to read.
 CLI::Option* addFile(CLI::App& command, const Option& option, std::string& file) {
@@ -274,15 +267,18 @@ void addOption(CLI::App& command, const Option& option, Values& values) {
     } else if constexpr (std::is_convertible_v<std::string, T>) {
       return command.add_option(name, value, option.help)->capture_default_str();
     } else {
-      const auto take = [name, &value](const CLI::results_t& texts) { return read(name, texts[0], value); };
-      return command.add_option(name, take, option.help);
+      const auto take = [name, &value](const std::string& given) { value = read<T>(name, given); };
+      return command.add_option_function<std::string>(name, take, option.help);
     }
   };
   CLI::Option* const added = std::visit(add, option.variable);
   added->required(option.kind == required && !added->get_positional());
   if (!option.value.empty()) added->type_name(option.value);
-  if (const auto choices = choicesOf(option); choices.size() > 1)
+  if (boost::contains(option.value, "|")) {
+    std::vector<std::string> choices;
+    boost::split(choices, option.value, boost::is_any_of("|"));
     added->transform(CLI::IsMember(choices, CLI::ignore_case).description(""));
+  }
   if (option.kind == optional && option.value == "FILE") added->check(CLI::ExistingFile.description(""));
   if (option.kind == secret || option.isInEnvironment)
     added->envname(boost::to_upper_copy("HALVERN_" + boost::replace_all_copy(option.name, "-", "_")));
