@@ -1,3 +1,5 @@
+#include "Calls.hpp"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,7 +12,6 @@
 #include "AudiogramFile.hpp"
 #include "Chart.hpp"
 #include "Files.hpp"
-#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 using namespace HalvernApi;

@@ -1,10 +1,11 @@
+#include "Demo.hpp"
+
 #include <stdlib.h>
 #include <sys/wait.h>
 
 #include <HalvernApi/Testing/Sandbox.hpp>
 #include <iostream>
 
-#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 using HalvernApi::Testing::Sandbox;

@@ -1,7 +1,8 @@
+#include "Generate.hpp"
+
 #include <CLI/CLI.hpp>
 #include <boost/algorithm/string.hpp>
 
-#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 namespace {

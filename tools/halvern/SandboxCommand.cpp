@@ -1,3 +1,5 @@
+#include "SandboxCommand.hpp"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -9,7 +11,6 @@
 #include <memory>
 
 #include "Chart.hpp"
-#include "Subcommands.hpp"
 #include "Terminal.hpp"
 
 using HalvernApi::Testing::Sandbox;

@@ -50,8 +50,10 @@ std::string printedDuring(const std::function<void()>& run) {
   run();
   (void)std::fflush(stdout);
   dup2(own, STDOUT_FILENO);
+  close(own);
   std::ifstream stream("/dev/fd/" + std::to_string(held), std::ios::binary);
   if (!stream) throw std::system_error(errno, std::generic_category(), "cannot read the answer");
+  close(held);
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 

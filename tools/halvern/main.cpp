@@ -7,7 +7,10 @@
 #include <iostream>
 #include <numeric>
 
-#include "Subcommands.hpp"
+#include "Calls.hpp"
+#include "Demo.hpp"
+#include "Generate.hpp"
+#include "SandboxCommand.hpp"
 #include "Terminal.hpp"
 
 namespace {

@@ -1,0 +1,7 @@
+// Runs command lines of the program, as a user would type them, against a sandbox in this process. For one thread.
+#pragma once
+
+#include <string>
+
+// `program` is the shell command for this program. Returns whether every step had the expected result.
+bool demo(const std::string& program);
