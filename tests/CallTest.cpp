@@ -240,7 +240,7 @@ TEST(Coroutines, ContinueOnTheCompletionQueueUnlessTheyAreDestroyed) {
 TEST(Error, IsMadeByTheFirstRuleThatApplies) {
   EXPECT_EQ(wordsFor(Error({JsonDecodeError::missingKey(), HTTPURLResponse{401}})), "unknownJsonData");
   const NSError late{std::string(NSURLErrorDomain), -1001, "too late"};
-  const Data rejection = bytes(R"({"errorCode":5,"message":"said"})");
+  const Data rejection = dataOf(R"({"errorCode":5,"message":"said"})");
   for (const int status : {400, 401}) EXPECT_EQ(wordsFor(Error(late, HTTPURLResponse{status}, rejection)), timedOut);
   for (const Error& error : {Error::network(late), Error::unknownNSError(late)}) {
     EXPECT_EQ(error.domain(), "HalvernApi.Error");
@@ -256,14 +256,14 @@ TEST(ErrorBody, IsDecodedOnlyFromAnObjectOrAnArrayAndOnlyForItsStatus) {
     return decode<std::string>(ErrorResponse{NSError{}, response, body}, 409, text);
   };
   const HTTPURLResponse conflict{409};
-  for (const char* structured : {"[1,2]", "{}"}) EXPECT_EQ(decoded(conflict, bytes(structured)), structured);
+  for (const char* structured : {"[1,2]", "{}"}) EXPECT_EQ(decoded(conflict, dataOf(structured)), structured);
   for (const char* other : {"1", "null", "", "[", "[\"\xff\"]"})
-    EXPECT_EQ(decoded(conflict, bytes(other)), std::nullopt) << other;
+    EXPECT_EQ(decoded(conflict, dataOf(other)), std::nullopt) << other;
   EXPECT_EQ(decoded(conflict, {}), std::nullopt);
-  EXPECT_EQ(decoded(HTTPURLResponse{400}, bytes("{}")), std::nullopt);
-  EXPECT_EQ(decoded({}, bytes("{}")), std::nullopt);
+  EXPECT_EQ(decoded(HTTPURLResponse{400}, dataOf("{}")), std::nullopt);
+  EXPECT_EQ(decoded({}, dataOf("{}")), std::nullopt);
   const auto throwing = [](const JsonValue&) -> Expected<std::optional<int>, JsonDecodeError> { throw 1; };
-  EXPECT_EQ(decode<int>(bytes("[]"), throwing), std::nullopt);
+  EXPECT_EQ(decode<int>(dataOf("[]"), throwing), std::nullopt);
 }
 
 TEST(Failure, ThatNeverReachesAServerNamesItsReason) {
@@ -351,7 +351,7 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
     const ErrorResponse error = kept.get().error();
     EXPECT_EQ(std::get<NSError>(error.error).code, codes[end]);
     EXPECT_EQ(error.response, (HTTPURLResponse{401, "a/b"}));
-    EXPECT_EQ(error.data, end == size ? std::nullopt : std::optional(bytes("{}")));
+    EXPECT_EQ(error.data, end == size ? std::nullopt : std::optional(dataOf("{}")));
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), end == size ? "1\n" : "1\n{}\n");
     EXPECT_THAT(std::exchange(lines, {}), Contains("STATUS 401 Optional(" + server.url() + ')'));
   }

@@ -159,10 +159,10 @@ TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
   for (std::string data, text(200, '\0'); data.size() < 100; data += static_cast<char>(157 * data.size())) {
     const auto* const plain = reinterpret_cast<const unsigned char*>(data.data());
     EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), plain, static_cast<int>(data.size()));
-    EXPECT_EQ(left(text.c_str()), bytes(data)) << text;
-    EXPECT_EQ(ConfigurationResponse({}, text.c_str()).rightData(), bytes(data)) << text;
+    EXPECT_EQ(left(text.c_str()), dataOf(data)) << text;
+    EXPECT_EQ(ConfigurationResponse({}, text.c_str()).rightData(), dataOf(data)) << text;
   }
-  EXPECT_EQ(left("AR=="), bytes("\1"));  // nonzero unused bits
+  EXPECT_EQ(left("AR=="), dataOf("\1"));  // nonzero unused bits
   EXPECT_EQ(ConfigurationResponse("AQID", {}).rightData(), std::nullopt);
   for (const char* text : {"AQI", "AQ", "A===", "====", "AQ=I", "AQ==AQID", "AQ ID", "AQID\n"})
     EXPECT_EQ(left(text), std::nullopt) << text;

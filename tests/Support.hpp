@@ -76,8 +76,6 @@ inline const std::string badAnswer = "network NSURLErrorDomain -1011";
 inline const std::string invalid = "unknownNSError Alamofire.AFError 3";
 inline const std::string notJson = "unknownNSError Alamofire.AFError 4";
 
-inline Data bytes(std::string_view text) { return dataOf(text); }
-
 inline std::string repeat(const std::string& piece, int times) {
   std::string whole;
   while (times-- > 0) whole += piece;
@@ -105,6 +103,13 @@ template <class T>
 std::string outcomeOf(const Promise<T, Error>& promise) {
   const auto result = promise.get();
   return result ? "success" : wordsFor(result.error());
+}
+
+// The outcome of the only call of a session.
+inline std::string outcomeWith(const URLSessionConfiguration& configuration, const std::string& url,
+                               const std::optional<std::string>& text = {}) {
+  SessionManager session(configuration);
+  return outcomeOf(call(session, url, text));
 }
 
 // The steps after one request. Then the connection stays open for the next request, unless a step ends it.

@@ -13,12 +13,6 @@ Answer redirect(int status, const std::string& target) {
   return text("HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: " + target + "\r\nContent-Length: 0\r\n\r\n");
 }
 
-// The outcome of the only call of a session.
-std::string outcomeWith(const URLSessionConfiguration& configuration, const std::string& url, std::size_t size = 1) {
-  SessionManager session(configuration);
-  return outcomeOf(call(session, url, std::string(size, 'x')));
-}
-
 TEST(TimeLimits, OnSilenceRestartWithEveryHeaderAndEveryByteOfTheBody) {
   Answer answer = text("HTTP/1.1 200 OK\r\n");
   for (int header = 0; header < 16; ++header)
@@ -43,7 +37,7 @@ TEST(TimeLimits, OnSilenceRestartWithEveryPieceOfALargeBodyThatIsSent) {
     }
   });
   // The call must fail when the reader closes the connection, not earlier.
-  EXPECT_EQ(outcomeWith({.timeoutIntervalForRequest = 500ms}, listener.url(), size), lost);
+  EXPECT_EQ(outcomeWith({.timeoutIntervalForRequest = 500ms}, listener.url(), std::string(size, 'x')), lost);
 }
 
 TEST(TimeLimits, LeaveEveryAddressOfAHostItsShare) {

@@ -159,11 +159,6 @@ TEST(Injection, IsRefusedBeforeAConnectionIsMade) {
   for (const char* good : {"\tvalue", " "}) EXPECT_EQ(outcome("X-App", good), "success");
 }
 
-std::string outcomeWith(const URLSessionConfiguration& configuration, const std::string& url) {
-  SessionManager session(configuration);
-  return outcomeOf(call(session, url));
-}
-
 TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheRightOne) {
   const Identity stranger;
   const std::string failed = "network NSURLErrorDomain -1200", expired = "network NSURLErrorDomain -1201";
