@@ -133,7 +133,8 @@ TEST(Applications, MayMakeTheirOwnRequestsDecodersAndServices) {
         outcomeOf(request<Unit>(session, server.url(), HTTPMethod::get, parameters, FaultyEncoding(), {}, {}, {})),
         parameters ? "unknownNSError Alamofire.AFError 1" : "unknownNSError Alamofire.AFError 0");
   ScriptedServer bare({text("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 999999999\r\n\r\n")});
-  EXPECT_EQ(outcomeOf(call(session, bare.url(), "x", HTTPMethod::head)), notJson);  // does not wait for a body
+  EXPECT_EQ(outcomeOf(call(session, bare.url(), "x", HTTPMethod::head)),
+            notJson);  // a call with HEAD does not wait for a body
   EXPECT_FALSE(bare.requests().at(0).header("Content-Type"));
   struct PartialFake final : HttpApiService {
     using HttpApiService::HttpApiService;
@@ -155,7 +156,7 @@ TEST(Urls, AreSentUnchangedHoweverManyASessionUses) {
         EXPECT_EQ(fetch(session, server->url() + target + "#fragment").get(), Unit());
         EXPECT_EQ(server->requests().back().line(), "GET " + target);
       }
-  EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")), refused);  // as text, to libcurl
+  EXPECT_EQ(outcomeOf(fetch(session, "http://[::1%25lo]:1")), refused);  // libcurl gets this URL as text
 }
 
 using Number = Promise<int, std::string>;
@@ -232,7 +233,8 @@ TEST(Coroutines, ContinueOnTheCompletionQueueUnlessTheyAreDestroyed) {
   EXPECT_EQ(thread.promise().get(), queue);
   callTwice(service, thread).handle.destroy();
   server.release();
-  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(), queue);  // runs after the coroutine has been resumed
+  EXPECT_EQ(service.resendValidationEmail("3").map(here).get(),
+            queue);  // this call runs after the coroutine has been resumed
   EXPECT_EQ(server.requests().size(), 5);
 }
 
@@ -343,8 +345,8 @@ TEST_F(LogLines, ShowWhatHasArrivedOfAnAnswerHoweverTheCallEnds) {
     const auto plain = session->request(server.url(), HTTPMethod::get, {}, JSONEncoding::default_(), {});
     const auto kept = plain->responseJsonDecodePromise<Unit>(decodeNothing);
     ASSERT_TRUE(server.awaitRequests(2));
-    if (end == size) (void)logged.get();                             // its line is written before others
-    EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other parts have been read before this
+    if (end == size) (void)logged.get();                             // so that its line is the first
+    EXPECT_EQ(outcomeOf(fetch(*session, server.url())), "success");  // the other answers have been read before this one
     if (end == cancelling) logged.cancel(), kept.cancel();
     if (end == destroying) session = nullptr;
     EXPECT_EQ(outcomeOf(logged), "network NSURLErrorDomain " + std::to_string(codes[end]));

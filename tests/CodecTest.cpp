@@ -92,12 +92,12 @@ TEST(DecodingFaults, AreAllReportedAtOnceByTheirPath) {
   EXPECT_EQ(faultsOf<ConfigurationResponse>(R"({"more":0})"), "none");
   EXPECT_EQ(faultsOf<ValidatedEmailResponse>("true"), "expected Object, found boolean");
   const auto many = JsonCodec<std::vector<bool>>::decodeJson(boost::json::array(2000));
-  EXPECT_EQ(many.error().elementErrors().size(), 1000);  // the limit
+  EXPECT_EQ(many.error().elementErrors().size(), 1000);  // not more than the limit
   const auto nested = Audiogram::decodeJson(parsed(R"({"orientation":"left","values":[{"frequency":1}]})"));
   EXPECT_EQ(*nested.error().at("orientation"), JsonDecodeError::wrongEnumRawValue("left", "DeviceOrientation"));
   EXPECT_EQ(nested.error().at("values")->elementErrors().at(0).error,
             JsonDecodeError::structErrors("FrequencyVolumePair", {{"volume", JsonDecodeError::missingKey()}}));
-  boost::json::monotonic_resource memory;  // the fault may outlive it
+  boost::json::monotonic_resource memory;  // is destroyed before the fault
   const auto fault = Sex::decodeJson(boost::json::parse(R"(["a text that takes memory"])", &memory));
   EXPECT_NE(fault.error().value()->storage().get(), &memory);
 }
@@ -115,7 +115,7 @@ TEST(Enumerations, AreSentAsTheirRawTexts) {
   EXPECT_EQ(Sex::decodeJson(0), Failure(JsonDecodeError::wrongType(0, "String")));
 }
 
-// Whether a text is refused because its values would take too much memory or time.
+// Returns true if a text is refused because its values would take too much memory or time.
 bool isTooLarge(const std::string& text, std::size_t maxBytes = SIZE_MAX) {
   const auto json = Statham::parseJson(text, maxBytes);
   return !json && json.error().isTooLarge;
@@ -125,7 +125,7 @@ TEST(JsonText, IsRefusedIfItsValuesWouldTakeTooMuchMemory) {
   const auto listOf = [](const std::string& element) { return '[' + repeat(element + ',', 999) + element + ']'; };
   const std::string longText(20'000, 'x');
   const std::vector<std::pair<std::string, std::size_t>> rows = {
-      // a lower limit for the memory of its values
+      // each with a lower limit for the memory of its values
       {listOf("0"), 24'000},
       {listOf("[0,1,2,3,4,5,6,7,8,9]"), 264'000},
       {listOf("[[[[0]]]]"), 200'000},
@@ -162,7 +162,7 @@ TEST(ConfigurationData, AreStrictBase64OfTheirOwnText) {
     EXPECT_EQ(left(text.c_str()), dataOf(data)) << text;
     EXPECT_EQ(ConfigurationResponse({}, text.c_str()).rightData(), dataOf(data)) << text;
   }
-  EXPECT_EQ(left("AR=="), dataOf("\1"));  // nonzero unused bits
+  EXPECT_EQ(left("AR=="), dataOf("\1"));  // the unused bits are not 0
   EXPECT_EQ(ConfigurationResponse("AQID", {}).rightData(), std::nullopt);
   for (const char* text : {"AQI", "AQ", "A===", "====", "AQ=I", "AQ==AQID", "AQ ID", "AQID\n"})
     EXPECT_EQ(left(text), std::nullopt) << text;
@@ -244,7 +244,7 @@ TEST_F(Dates, AgreeWithTheCalendarOfTheCLibrary) {
         text << std::put_time(std::localtime(&seconds), "%Y-%m-%dT%H:%M:%S");
         ASSERT_EQ(encodeDate(date), text.str()) << zone << seconds;
         const Date read = decodeDate(JsonValue(text.str())).value();
-        ASSERT_LE(read, date) << zone << seconds;  // the earlier one if there are two
+        ASSERT_LE(read, date) << zone << seconds;  // the earlier time if the text fits two
         ASSERT_EQ(encodeDate(read), text.str()) << zone << seconds;
       }
   }

@@ -47,8 +47,8 @@ class HalvernTest : public testing::Test {
   Sandbox server;
 };
 
-// Precedes each command. `files` shows the files of both ears, `killed` kills the program after it has removed an old
-// one, and `offers` prints what bash offers after the words of a command line.
+// These functions precede each command. `files` shows the files of both ears, `killed` kills the program after it has
+// removed an old file, and `offers` prints what bash offers after the words of a command line.
 constexpr const char* preamble = R"(
 exec </dev/null >out 2>err
 CHARTS=")" HALVERN_CHARTS R"("
@@ -154,8 +154,8 @@ TEST_F(HalvernTest, ReportsTheOutcomeOfEachCall) {
   }
 }
 
-// Runs a command in a terminal. When the screen shows the text of a turn, types its keys. Returns all that was shown,
-// whether echo is on, and the exit status or signal.
+// Runs a command in a terminal. When the screen shows the text of a turn, types the keys of that turn. Returns
+// everything that was shown, whether echo is on, and the exit status or signal.
 std::string talk(const std::string& command, const std::vector<std::pair<std::string, std::string>>& turns) {
   int terminal = -1;
   if (forkpty(&terminal, nullptr, nullptr, nullptr) == 0) {

@@ -46,7 +46,7 @@ TEST(Sandbox, SurvivesBodiesAndHeadersOfAnyLength) {
 TEST(Sandbox, AnswersAtExitUntilItIsDestroyed) {
   expectCleanExit([] {
     static const Testing::Sandbox sandbox;
-    // Is destroyed after all static objects that the first call creates.
+    // This object is destroyed after all static objects that the first call creates.
     static const std::shared_ptr<void> caller(nullptr, [](void*) {
       if (!exchange(sandbox.port(), post + "\r\n").starts_with("HTTP/1.1 401 ")) std::_Exit(1);
     });

@@ -89,7 +89,7 @@ Identity::Identity(const Terms& terms) : channels(SSL_CTX_new(TLS_server_method(
   X509_sign(x509, key.get(), EVP_sha256());
   SSL_CTX_use_certificate(channels.get(), x509);
   SSL_CTX_use_PrivateKey(channels.get(), key.get());
-  SSL_CTX_set_security_level(channels.get(), 0);  // allows old protocols
+  SSL_CTX_set_security_level(channels.get(), 0);  // allows protocols older than TLS 1.2
   SSL_CTX_set_max_proto_version(channels.get(), terms.newestProtocol);
   if (::mkdtemp(directory.data()) == nullptr) throw std::runtime_error("no temporary directory");
   const std::shared_ptr<std::FILE> pem(std::fopen(file().c_str(), "w"), &std::fclose);
@@ -130,6 +130,7 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
 // ThreadSanitizer: allows threads in the child of a fork. The session needs one even to fail there.
 extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
 
-// LeakSanitizer: skips the child of a fork. It has the memory of all threads, but only one thread to refer to it.
+// LeakSanitizer: skips the child of a fork. The child has the memory of all threads, but only one thread that can refer
+// to it.
 static const pid_t startedAs = ::getpid();
 extern "C" int __lsan_is_turned_off() { return ::getpid() != startedAs; }

@@ -33,7 +33,7 @@ constexpr int slack = __has_feature(thread_sanitizer) || __has_feature(address_s
 constexpr int slack = 1;
 #endif
 
-// `slack` times the load per processor, because other processes may be busy on this machine.
+// `slack` times the load per processor, because other processes may use this machine at the same time.
 inline double slowness() {
   double load = 0;
   ::getloadavg(&load, 1);
@@ -57,8 +57,8 @@ inline std::set<std::string> entries(const char* directory) {
   return names;
 }
 
-// The names of the open descriptors and of the threads of the process. Names, not counts: a thread that was joined may
-// be listed a little longer, and must not hide a thread that was not joined.
+// The names of the open descriptors and of the threads of the process. Compares names, not counts: the system may list
+// a joined thread for a moment, which must not hide a thread that was not joined.
 struct ProcessResources {
   std::set<std::string> descriptors = entries("/proc/self/fd");
   std::set<std::string> threads = entries("/proc/self/task");
@@ -140,7 +140,8 @@ class ScriptedServer {
   std::string authority(const std::string& host = "127.0.0.1") const { return host + ':' + std::to_string(port()); }
   std::string url(const std::string& host = "127.0.0.1") const { return scheme_ + authority(host); }
   void release() { server_.release(); }
-  // Wait until so many requests have arrived, or connections been closed by the server. Return false after ten seconds.
+  // Wait until this number of requests has arrived, or the server has closed this number of connections. Return false
+  // after ten seconds.
   [[nodiscard]] bool awaitRequests(std::size_t count);
   [[nodiscard]] bool awaitClosed(std::size_t count) const { return server_.awaitClosed(count); }
   std::vector<Received> requests() const;
@@ -163,14 +164,14 @@ struct Listener {
 
   boost::asio::io_context context;
   boost::asio::ip::tcp::acceptor acceptor{context};
-  boost::asio::ip::tcp::socket peer{context};  // if full, occupies the only place in the backlog
+  boost::asio::ip::tcp::socket peer{context};  // if `full`: fills the backlog
 };
 
-// While this is true, a lookup of "blocked.example" blocks. "two.example" has the addresses 127.0.0.2 and 127.0.0.1.
-// All other names, and "blocked.example", do not exist.
+// While this is true, a lookup of "blocked.example" blocks, and then fails. "two.example" has the addresses 127.0.0.2
+// and 127.0.0.1. No other name exists.
 inline std::atomic<bool> nameIsBlocked = false;
 inline std::atomic<int> lookupsUnderWay = 0;
-inline std::atomic<int> lookups = 0;         // of "two.example"
+inline std::atomic<int> lookups = 0;         // of "two.example", so far
 inline std::atomic<bool> twoIsGone = false;  // "two.example" does not exist any more
 
 enum class Stage { lookingUp, connecting, sending, waiting, receiving };
@@ -181,7 +182,8 @@ class StallingServer {
   StallingServer(Stage stage, std::size_t calls);
   ~StallingServer();
   const std::string& url() const { return url_; }
-  // Waits until so many calls have reached the stage: only for one at lookingUp and sending, for none at connecting.
+  // Waits until the calls have reached the stage. At lookingUp and sending it waits for one call; at connecting it does
+  // not wait.
   [[nodiscard]] bool awaitCalls(std::size_t calls);
 
  private:
@@ -207,7 +209,7 @@ class InlineQueue final : public DispatchQueue {
   void async(std::function<void()> task) override { task(); }
 };
 
-// Null, which selects the session's own queue, and queues of an application.
+// The completion queues to test: null, which selects the session's queue, and queues of an application.
 inline std::vector<std::shared_ptr<DispatchQueue>> queues() {
   return {nullptr, std::make_shared<PoolQueue>(1), std::make_shared<PoolQueue>(4), std::make_shared<InlineQueue>()};
 }
@@ -216,7 +218,7 @@ inline std::vector<std::shared_ptr<DispatchQueue>> queues() {
 struct Identity {
   struct Terms {
     std::string address = "127.0.0.1";
-    int firstDay = -1;  // relative to today
+    int firstDay = -1;  // days from today
     int lastDay = 1;
     int newestProtocol = 0;  // a version constant of OpenSSL; 0 means no limit
   };
@@ -224,9 +226,9 @@ struct Identity {
   Identity() : Identity(Terms()) {}
   ~Identity() { std::filesystem::remove_all(directory); }
   std::string file() const { return directory + "/authority.pem"; }
-  std::string pin() const;  // for URLSessionConfiguration::pinnedPublicKeys
+  std::string pin() const;  // the pin of this key, for URLSessionConfiguration::pinnedPublicKeys
 
-  // Removed with its content by the destructor.
+  // A directory that the destructor removes with its content.
   std::string directory = std::filesystem::temp_directory_path() / "halvernapi-XXXXXX";
   std::shared_ptr<ssl_ctx_st> channels;
 };

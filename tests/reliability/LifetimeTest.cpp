@@ -17,7 +17,7 @@ constexpr auto stages = {Stage::lookingUp, Stage::connecting, Stage::sending, St
 constexpr std::size_t largeBody = 8 << 20;  // more than the socket buffers hold
 
 TEST(Destroying, SettlesEveryCallOnceAndImmediatelyAndLeavesNothingBehind) {
-  std::thread([] {}).join();  // a sanitizer may start a thread of its own with the first one
+  std::thread([] {}).join();  // a sanitizer may start a thread with the first one of the process
   for (const Stage stage : stages)
     for (const std::size_t calls : {1UL, 6UL, 1000UL}) {
       SCOPED_TRACE(testing::Message() << "stage " << static_cast<int>(stage) << ", calls " << calls);
@@ -36,7 +36,7 @@ TEST(Destroying, SettlesEveryCallOnceAndImmediatelyAndLeavesNothingBehind) {
         const std::clock_t busy = std::clock();
         session.reset();
         EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 10 * slack);
-        EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // others may be busy
+        EXPECT_LT(Clock::now() - start, calls < 1000 ? soon() : 20 * soon());  // other queues may be busy
         EXPECT_TRUE(!queue || settled == calls);  // they ran on the session's thread, which has been joined
         for (const auto& promise : promises) EXPECT_EQ(outcomeOf(promise.finally([&] { ++settled; })), cancelled);
         EXPECT_TRUE(eventually([&] { return settled == 2 * calls; }));
@@ -76,9 +76,10 @@ TEST(ProcessExit, IsCleanAndRunsNoHandler) {
       SCOPED_TRACE(testing::Message() << "queue " << which << (insideAHandler ? ", inside a handler" : ""));
       expectCleanExit([&] {
         static ScriptedServer server({json("{}"), {{Step::hold}}});
-        static const auto& kept = *new auto(queues());  // never destroyed: their threads run until the process ends
+        // Never destroyed: the threads of these queues run until the process ends.
+        static const auto& kept = *new auto(queues());
         (void)HttpApiService(server.url(), {}, "key").resendValidationEmail("token").get();
-        // Created after the first thread of the library.
+        // This service is created after the first thread of the library.
         static HttpApiService service(server.url(), {.completionQueue = kept[which]}, "key");
         const auto leave = [] {
           std::shared_ptr<void> held(nullptr, [](void*) { std::_Exit(4); });  // must not be destroyed at exit
@@ -155,7 +156,7 @@ TEST(ProcessExit, WaitsForNoFinishedHandlerAndLeaksNothing) {
     static std::atomic<bool> handled = false;
     const auto call = service.resendValidationEmail("token").finally([] { handled = true; });
     if (outcomeOf(call) != "success" || !eventually([] { return handled.load(); })) std::_Exit(4);
-    server.reset();  // its thread would use OpenSSL during its cleanup
+    server.reset();  // otherwise its thread would use OpenSSL while OpenSSL is cleaned up
     start = Clock::now();
     std::exit(0);  // runs the leak checker
   });
@@ -172,7 +173,7 @@ struct LossyQueue final : DispatchQueue {
 TEST(Forking, MakesCallsOfTheChildFailAndLeavesTheParentAlone) {
   const auto addOne = [] { return Promise<int, Unit>::resolved(1).map([](int one) { return one + 1; }).get().value(); };
   EXPECT_EQ(addOne(), 2);
-  EXPECT_EQ(statusOfChild(addOne), 2);  // promises without a session work
+  EXPECT_EQ(statusOfChild(addOne), 2);  // promises without a session work in the child
   ScriptedServer server({heldAnswer});
   auto service = std::make_unique<HttpApiService>(server.url(), URLSessionConfiguration{}, "key");
   const auto pending = service->resendValidationEmail("token");
@@ -219,13 +220,13 @@ TEST(Calls, EndSoonAtEveryStageAndAffectNoOther) {
       const auto other = call(session, server.url());
       if (!byLimit) {
         ASSERT_TRUE(stalling.awaitCalls(1));
-        ASSERT_TRUE(server.awaitRequests(1));  // so the doomed call has begun, too
+        ASSERT_TRUE(server.awaitRequests(1));  // then the doomed call has begun, too
         due = Clock::now();
         doomed.cancel();
       }
       EXPECT_EQ(outcomeOf(doomed), byLimit ? timedOut : cancelled);
       EXPECT_GE(Clock::now() - start, least);
-      // Newer versions of libcurl send another piece whenever another call wakes them.
+      // Newer versions of libcurl send another piece of a body whenever another call wakes libcurl.
       EXPECT_LT(Clock::now() - due, soon() + (stage == Stage::sending ? 2 * limit : 0ms));
       if (!byLimit) server.release();
       EXPECT_EQ(outcomeOf(other), byLimit ? timedOut : "success");
@@ -342,7 +343,7 @@ TEST(Soak, EndsEveryCallAsExpectedAndLeavesNothingBehind) {
     std::ifstream("/proc/self/statm") >> total >> resident;
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
   };
-  std::thread([] {}).join();  // a sanitizer may start a thread of its own with the first one
+  std::thread([] {}).join();  // a sanitizer may start a thread with the first one of the process
   const ProcessResources before;
   std::atomic<long> next = 0, handlersLeft = 0, cancellations = 0, warm = 0;
   testing::internal::CaptureStdout();  // the library prints bodies there

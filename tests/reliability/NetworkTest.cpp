@@ -99,7 +99,7 @@ TEST(Connections, StayWithinTheirLimitAndAreNotInherited) {
     for (int number = 0; number < 20; ++number) calls.push_back(call(session, server.url()));
     const auto last = call(session, server.url());
     last.cancel();
-    EXPECT_EQ(outcomeOf(last), cancelled);  // so the other calls have begun
+    EXPECT_EQ(outcomeOf(last), cancelled);  // so the I/O thread has begun the other calls
     EXPECT_TRUE(server.awaitRequests(most));
     for (const std::string& name : entries("/proc/self/fd")) {
       const int descriptor = std::stoi(name);
@@ -115,7 +115,7 @@ TEST(Connections, ThatEndOrReceiveDataWhileIdleAreNotReused) {
   const Identity identity;
   const Listener full(true);
   for (const auto& channels : {std::shared_ptr<ssl_ctx_st>(), identity.channels})
-    for (const int status : {0, 408, 500})  // of an unsolicited answer; 0: none
+    for (const int status : {0, 408, 500})  // of an answer that nobody asked for; 0: no such answer
       for (const std::size_t size : {4UL, 400'000UL}) {
         SCOPED_TRACE(testing::Message() << (channels ? "TLS, " : "plain, ") << status << ", " << size);
         const std::string unasked = status != 0 ? http(status, "application/json", "{}")[0].bytes : "";

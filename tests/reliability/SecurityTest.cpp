@@ -64,7 +64,7 @@ class Secrets : public testing::Test {
       for (const Received& request : server.requests()) EXPECT_THAT(request.raw, HasSubstr(secret));
     }
     getrusage(RUSAGE_SELF, &after);
-    const bool isEmulated = std::getenv("HALVERNAPI_EMULATED") != nullptr;  // the emulator itself uses memory
+    const bool isEmulated = std::getenv("HALVERNAPI_EMULATED") != nullptr;  // QEMU itself uses memory
     EXPECT_TRUE(isEmulated || after.ru_maxrss - before.ru_maxrss < 32 * 1024 * slack)
         << "KiB from " << before.ru_maxrss;
     EXPECT_GE(said.size(), 6 * rows.size());  // six log lines per row
@@ -97,7 +97,7 @@ TEST_F(Answers, OfEverySizeHaveOneOutcomeInBoundedMemory) {
                   {raw("", full), noRecord},
                   {raw(length + "0\r\n", " "), tooLarge},
                   {raw("", full + ' '), tooLarge},
-                  {raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge},  // its values need more
+                  {raw("", '[' + repeat("0,", maxSize / 2 - 1) + "0]"), tooLarge},  // the JSON values need more memory
                   {raw("", std::string(60'000, '[')), notJson},
                   {raw(repeat("X: " + std::string(1000, 'x') + "\r\n", 2000), ""), badAnswer},
                   {text("HTTP/1.1 200 OK\r\nX: " + std::string(2 << 20, ' ')), badAnswer},
@@ -179,7 +179,7 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheRightOne) {
     ScriptedServer server({json("{}")}, identity.channels);
     const auto authority = file == own ? identity.file() : file;
     EXPECT_EQ(outcomeWith({.certificateAuthorityFile = authority}, server.url()), outcome);
-    EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // after it has read everything that was sent
+    EXPECT_TRUE(outcome == "success" || server.awaitClosed(1));  // the server has read everything that was sent
     EXPECT_EQ(server.requests().size(), outcome == "success" ? 1 : 0);
     ScriptedServer proxy({json("{}")}, identity.channels);
     const URLSessionConfiguration proxied{.certificateAuthorityFile = authority, .proxyUrl = proxy.url()};
@@ -189,7 +189,7 @@ TEST(Tls, IsRefusedBeforeARequestIsSentUnlessTheServerIsTheRightOne) {
   const Identity identity;
   const std::string pin = identity.pin(), other = stranger.pin();
   std::string notCanonical = pin;
-  ++notCanonical[42];  // its unused bits
+  ++notCanonical[42];  // with an unused bit that is not 0
   const std::vector<std::pair<std::vector<std::string>, bool>> pinned = {
       {{pin}, true},      {{other, pin}, true},         {{other}, false},           {{pin, "no hash"}, false},
       {{pin, ""}, false}, {{pin, notCanonical}, false}, {{"sha256//" + pin}, false}};

@@ -11,7 +11,7 @@
 
 #include "Support.hpp"
 
-// Sanitizers replace these functions of the C library themselves.
+// A sanitizer replaces these functions of the C library itself.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
 #define HALVERNAPI_REPLACES_C_FUNCTIONS
 #endif
@@ -84,7 +84,7 @@ TEST(Memory, ThatRunsOutAnywhereEndsACallAndSendsNothingElsewhere) {
   enum { settled = 40, thrown, notReached, unsettled, wrong, nextFails, signalsBlocked };
   for (const auto& [url, configuration, outcome] : rows) {
     SCOPED_TRACE(url + ' ' + outcome);
-    std::map<int, std::vector<long>> allocations;  // by how the call ended when they failed
+    std::map<int, std::vector<long>> allocations;  // the numbers of those that failed, by how the call ended
     for (long allocation = 1; !allocations.contains(notReached); ++allocation) {
       *silenced = 0;
       const int end = statusOfChild([&, url = url, outcome = outcome, configuration = configuration]() -> int {

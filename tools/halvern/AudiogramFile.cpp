@@ -23,8 +23,8 @@ Expected<JsonValue, std::string> parse(const std::string& json) {
   return Unexpected<std::string>(text("line ", line, ": not JSON: ", error.message()));
 }
 
-// Returns a line for each key that an object contains more than once; the JSON parser silently uses the last one.
-// `json` must be valid.
+// Returns a line for each key that an object contains more than once, because the JSON parser silently uses the last
+// one. `json` must be valid JSON.
 std::vector<std::string> repeatedKeys(const std::string& json) {
   struct Level {
     bool isArray;
@@ -60,7 +60,7 @@ std::vector<std::string> contradictions(const std::vector<Audiogram>& audiograms
   std::vector<std::string> lines;
   for (std::size_t which = 0; which < audiograms.size(); ++which) {
     const auto& values = audiograms[which].values();
-    std::map<std::int64_t, std::size_t> places;  // by frequency
+    std::map<std::int64_t, std::size_t> places;  // the first index of each frequency
     for (std::size_t place = 0; place < values.size(); ++place) {
       const auto hertz = values[place].frequency();
       const std::size_t first = places.emplace(hertz, place).first->second;

@@ -52,7 +52,7 @@ struct Option {
   std::string name;
   std::string value;  // shown after the name: a format, the possible values separated by |, or FILE
   std::string help;
-  std::string sample{};          // for the example in the help
+  std::string sample{};          // the value in the example of the help
   bool isInEnvironment = false;  // always true for secrets
 };
 
@@ -99,7 +99,7 @@ const std::vector<Option> allOptions{
 
 const Option& optionOf(Variable variable) { return *std::ranges::find(allOptions, variable, &Option::variable); }
 
-// Decodes a date or an enumerator.
+// Decodes the value of an option: a date or an enumerator.
 template <class T>
 T read(const std::string& option, const std::string& given) {
   constexpr bool isDay = std::is_same_v<T, Date>;
@@ -136,7 +136,7 @@ std::string wordsOf(const Error& error) {
   return words != nullptr ? *words : error.description();
 }
 
-// Domain and code are those of the platform error if there is one. If not, they are those of the Error.
+// The domain and the code are those of the platform error. If there is none, they are those of the Error.
 JsonObject jsonOf(const Error& error) {
   const NSError* const platform = error.platformError();
   return {{"error",
@@ -153,7 +153,7 @@ JsonObject jsonOf(const T& answer) {
   return answer.encodeJson();
 }
 
-// Whether the answer, although it was received and decoded, says that the service refused the request.
+// Returns true if the answer says that the service refused the request.
 bool isRefusal(const AuthenticationResponse& answer) { return !answer.isSuccessful(); }
 bool isRefusal(const ForgotPasswordResponse& answer) { return !answer.result(); }
 template <class T>
@@ -161,8 +161,8 @@ bool isRefusal(const T&) {
   return false;
 }
 
-// Writes each configuration for which the user named a file. Returns false if the service has no configuration for
-// such an ear.
+// Writes each configuration for which the user named a file. Returns false if the user named a file for an ear without
+// a configuration.
 bool store(const ConfigurationResponse& answer, Values& values) {
   const struct {
     const char* ear;
@@ -210,7 +210,7 @@ struct Call {
   std::function<int(ApiService&, Values&)> run;
 };
 
-// `arguments` are the options whose values are the arguments of the operation.
+// `arguments` are the members of Values that are passed to the operation.
 template <class T, class... Parameters, class... Arguments>
 Call call(const char* name, const char* help, Promise<T, Error> (ApiService::*operation)(Parameters...),
           Arguments Values::*... arguments) {
@@ -243,8 +243,8 @@ const std::vector<Call> calls{
          &Values::accessToken),
 };
 
-// The file of audiograms is a positional argument or an option. `checkUsage` requires one of the two, because CLI11's
-// own way to do that makes the help hard to read.
+// Adds the file of audiograms as a positional argument and as an option. `checkUsage` requires one of the two, because
+// CLI11's rule for that makes the help hard to read.
 CLI::Option* addFile(CLI::App& command, const Option& option, std::string& file) {
   const std::string name = "--" + option.name;
   command.add_option(name, file)->type_name(option.value)->group("");
@@ -309,11 +309,11 @@ void complete(const Option& option, const CLI::App& command, Values& values) {
                   name + " or " + name + "-file is required, because standard input is not a terminal");
   else if (command.count(name) == 0)
     text = ask(option, command);
-  if (text.ends_with('\n')) text = firstLine(text);  // from the environment
+  if (text.ends_with('\n')) text = firstLine(text);  // CLI11 has read it from the environment
   if (text.empty()) throw Failure(status::wrongUsage, name + " is empty");
 }
 
-// All files that the command line names. `Values` has a member for each of them, but does not know their options.
+// All files that the command line names, from the definition of its options.
 std::vector<FileUse> filesOf(const CLI::App& command) {
   std::vector<FileUse> files;
   for (const CLI::Option* const option : command.get_options()) {

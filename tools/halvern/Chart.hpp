@@ -8,6 +8,6 @@
 #include <string>
 #include <vector>
 
-// For a terminal; levels are rounded to 5 dB. Lists the points in words if the terminal is too narrow.
+// The chart for a terminal. Levels are rounded to 5 dB. If the terminal is too narrow, returns the points as text.
 std::string textChart(const std::vector<HalvernApi::Audiogram>& audiograms, std::size_t terminalWidth, bool coloured);
 std::string svgChart(const std::vector<HalvernApi::Audiogram>& audiograms);

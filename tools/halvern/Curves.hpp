@@ -12,7 +12,7 @@ constexpr int octaves = 6;
 constexpr int softest = -10;
 constexpr int loudest = 120;
 constexpr int decibelsPerOctave = 20;
-// The place of 750, 1500, 3000 and 6000 Hz between the neighbouring octaves: log2(1.5).
+// The place of 750, 1500, 3000 and 6000 Hz after the octave below: log2(1.5).
 constexpr double betweenOctaves = 0.58496250072115619;
 constexpr int firstBetween = 2;
 
@@ -29,8 +29,8 @@ struct Ear {
 inline constexpr std::array ears{Ear{'O', 'R', "right ear", "#c8102e", "none", "\033[91m"},
                                  Ear{'X', 'L', "left ear", "#0b57d0", "7 5", "\033[94m"}};
 
-// A point and its position: octaves and decibels from the upper left corner of the scale. A point outside the scale
-// gets the nearest position on the edge; `across` and `down` are -1, 0 or 1 and tell the side.
+// A point and its position, in octaves and decibels from the upper left corner of the scale. A point outside the scale
+// has the nearest position on the edge; `across` and `down` are -1, 0 or 1 and say on which side it is.
 struct Point {
   double x, y;
   int across, down;
@@ -44,10 +44,10 @@ struct Curve {
   const Ear& ear;
   std::string number;         // empty unless the ear has several audiograms
   std::string name;           // ear, number and serial number
-  std::vector<Point> points;  // by frequency
+  std::vector<Point> points;  // sorted by frequency
 
   std::string words() const;
 };
 
-// In the order of the audiograms.
+// Returns the curves in the order of the audiograms.
 std::vector<Curve> curvesOf(const std::vector<HalvernApi::Audiogram>& audiograms);

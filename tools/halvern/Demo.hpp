@@ -1,4 +1,4 @@
-// Runs command lines of the program, as a user would type them, against a sandbox in this process. For one thread.
+// Runs command lines of the program against a sandbox in this process, as a user would type them. For one thread.
 #pragma once
 
 #include <string>

@@ -15,21 +15,22 @@ namespace {
 
 std::string lastError() { return std::generic_category().message(errno); }
 
-// The absolute path without symbolic links, also if the file does not exist.
+// The absolute path without symbolic links. The file may not exist yet.
 fs::path resolved(fs::path path) {
   std::error_code error;
   path = fs::weakly_canonical(fs::absolute(path, error), error);
-  while (fs::is_symlink(path, error))  // to a file that does not exist
+  while (fs::is_symlink(path, error))  // the link leads to a file that does not exist
     path = fs::weakly_canonical(path.parent_path() / fs::read_symlink(path, error), error);
   return path;
 }
 
-// The path of the regular file that the name refers to or would create; empty for anything else.
+// The path of the regular file that the name refers to or would create. Empty if the name refers to anything else.
 fs::path regularFile(const std::string& name) {
   if (name == "-") return {};
   std::error_code error;
   const std::string folder = resolved(fs::path(name).parent_path() / ".");
-  // These directories contain names of open files, such as the standard streams, that must not be replaced.
+  // These directories contain the names of open files, such as the standard streams. The program must not replace such
+  // names.
   if (folder == "/dev" || folder == "/proc" || folder.starts_with("/proc/")) return {};
   const fs::file_status status = fs::status(name, error);
   return fs::exists(status) && !fs::is_regular_file(status) ? fs::path() : resolved(name);
@@ -39,7 +40,7 @@ fs::path regularFile(const std::string& name) {
   throw Failure(status::notWritten, "cannot write " + file + ": " + lastError());
 }
 
-// Writes a new file next to `target` that only its owner can read. Returns its name.
+// Writes a new file in the directory of `target`, for its owner only. Returns the name of the new file.
 fs::path writeTemporary(const fs::path& target, std::string_view bytes) {
   std::string name = target.parent_path() / ('.' + target.filename().string() + ".XXXXXX");
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
@@ -86,7 +87,7 @@ std::string readFile(const std::string& file) {
     input.read(piece, sizeof piece);
     text.append(piece, static_cast<std::size_t>(input.gcount()));
   } while (input);
-  // The end is not reached if the file cannot be opened, or cannot be read, like a directory.
+  // `eof` is false if the file cannot be opened or read; a directory cannot be read.
   if (!input.eof()) throw Failure(status::wrongUsage, "cannot read " + file + ": " + lastError());
   return text;
 }

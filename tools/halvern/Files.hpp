@@ -22,15 +22,15 @@ std::string readFile(const std::string& file);
 // The first line, without its line end.
 std::string firstLine(const std::string& text);
 
-// The output files of one run. Regular files of an earlier run are removed first. New ones are written under temporary
-// names in the same directory and get their names together, so that an interruption never leaves a file of an earlier
-// run. Everything else (devices, pipes, standard output) is written directly and never removed.
+// The output files of one run. Regular files of an earlier run are removed first. New files are written under temporary
+// names in the same directory and get their names together, so an interruption leaves no file of an earlier run.
+// Devices, pipes and standard output are written directly and never removed.
 class OutputFiles {
  public:
   OutputFiles() = default;
   OutputFiles(const OutputFiles&) = delete;
   OutputFiles& operator=(const OutputFiles&) = delete;
-  // Removes the files that were written but not published.
+  // Removes the files that were written but have no final name yet.
   ~OutputFiles();
 
   // Removes the file if it exists: it may contain data of another patient. Throws a Failure if that is not possible.

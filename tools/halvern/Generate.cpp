@@ -141,7 +141,7 @@ std::string generate(const CLI::App& app, const std::string& name) {
                            {"{e}", escaped(exampleOf(command))},
                            {"{h}", escaped(command.get_description())}});
   };
-  // Those that the help shows.
+  // The subcommands that the help shows.
   const auto commands = app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
   std::string file = form.head;
   for (const CLI::App* const command : commands) file += described(form.name, *command);
@@ -149,7 +149,8 @@ std::string generate(const CLI::App& app, const std::string& name) {
   for (const CLI::App* const command : commands) {
     file += described(form.command, *command);
     for (const CLI::Option* const option : command->get_options()) {
-      if (name == "man" && option->get_description().empty()) continue;  // the positional argument describes it
+      // The positional argument of the same name describes such an option.
+      if (name == "man" && option->get_description().empty()) continue;
       std::string details;
       if (!option->get_envname().empty()) details += "; or the variable " + option->get_envname();
       if (!option->get_default_str().empty()) details += " [" + option->get_default_str() + ']';

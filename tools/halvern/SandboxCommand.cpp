@@ -19,7 +19,7 @@ namespace {
 
 constexpr char opener[] = "xdg-open";
 
-// The child gets none of what it would inherit: signal mask, ignored SIGPIPE, process group and standard output.
+// The child does not inherit the signal mask, the ignored SIGPIPE, the process group and standard output.
 void openInBrowser(std::string url) {
   sigset_t none, ignored;
   sigemptyset(&none);
@@ -43,7 +43,8 @@ void openInBrowser(std::string url) {
 }
 
 void serve(Sandbox::Options options, bool opensPage) {
-  // Blocks the signals before the sandbox starts its threads: they inherit the mask, and only sigwait gets the signals.
+  // Blocks the signals before the sandbox starts its threads: the threads inherit the mask, so only sigwait receives
+  // the signals.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

@@ -11,10 +11,10 @@ namespace {
 constexpr double octaveWidth = 85, decibelHeight = octaveWidth / decibelsPerOctave;
 constexpr double gridWidth = octaves * octaveWidth, gridHeight = (loudest - softest) * decibelHeight;
 constexpr double lineHeight = 24, smallLineHeight = 16;
-// Of the bars for points outside the scale: the distance from the grid to the middle of a bar for both ears.
+// Pixels from the grid to the middle of a bar for both ears. Bars mark points outside the scale.
 constexpr double barDistance = 30, barLength = 8;
 
-// As text of an XML document, which must not have "]]>", U+FFFE or U+FFFF.
+// Replaces what the text of an XML document must not contain: "]]>", U+FFFE and U+FFFF.
 std::string escaped(std::string words) {
   constexpr std::pair<const char*, const char*> replacements[] = {
       {"&", "&amp;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\xEF\xBF\xBE", "?"}, {"\xEF\xBF\xBF", "?"}};
@@ -40,7 +40,7 @@ double widthOf(const std::string& words) {
   return width;
 }
 
-// Splits a text into lines of at most this width. Breaks a word only if it is wider than a line.
+// Splits a text into lines of at most this width. A word is only broken if it is wider than a line.
 std::vector<std::string> wrapped(const std::string& text, double width) {
   std::vector<std::string> lines(1), words;
   boost::split(words, text, boost::is_any_of(" "));
@@ -63,10 +63,10 @@ struct Label {
   const Ear* ear;
   const Point* point;
   std::string words;
-  double place;  // pixels from the upper edge of the grid; above and below the grid, from the grid
+  double place;  // in pixels: from the upper edge of the grid for labels beside it, otherwise from the grid
 };
 
-// Moves the labels beside the grid so that none hides another. They are below the grid only if there are too many.
+// Moves the labels beside the grid so that none hides another. If there are too many, some are below the grid.
 void spread(std::vector<Label>& labels) {
   std::ranges::stable_sort(labels, {}, &Label::place);
   double limit = gridHeight;
@@ -91,7 +91,7 @@ void stack(std::vector<Label>& labels) {
         label->place = std::max(label->place, other->place + smallLineHeight);
 }
 
-// Where a point outside the scale is drawn: beside the grid, or else above or below it.
+// Where a point outside the scale is drawn: beside the grid, above it or below it.
 struct Side {
   bool isBeside;
   int away;  // -1: to the left or upwards; 1: to the right or downwards
@@ -125,7 +125,7 @@ class Picture {
   double xOf(const Point& point) const { return left_ + point.x * octaveWidth; }
   double yOf(const Point& point) const { return top_ + point.y * decibelHeight; }
 
-  // Places the labels of the points outside the scale, and the grid so that there is room for them.
+  // Places the labels of the points outside the scale. Places the grid so that there is room for the labels.
   void placeLabels() {
     for (const Curve& curve : curves_)
       for (const Point& point : curve.points) {
@@ -170,7 +170,7 @@ class Picture {
       svg_ << "<path d='M" << x << ' ' << y << "m-6 -6l12 12m0 -12l-12 12'/></g>\n";
   }
 
-  // Draws half of a bar: as if looking at the patient, the left half for the right ear.
+  // Draws half of a bar: the left half for the right ear, as if looking at the patient.
   void bar(double x, double y, const Ear& ear) {
     line(x, y, x + (ear.initial == 'R' ? -barLength : barLength), y,
          text("class='bar' stroke-width='4' stroke='", ear.colour, '\''));
@@ -212,8 +212,8 @@ class Picture {
     }
   }
 
-  // Draws the symbols, and next to each the number of its curve: to the left of the symbol for the right ear, as if
-  // looking at the patient, and to the right for the left ear. A number that would hide another moves away from the
+  // Draws the symbols, and next to each symbol the number of its curve. The number is on the left for the right ear, as
+  // if looking at the patient, and on the right for the left ear. A number that would hide another moves away from the
   // symbol, at most twenty times.
   void drawSymbols() {
     constexpr double digit = 8, height = 12;
@@ -287,7 +287,7 @@ class Picture {
 
   const std::vector<Curve>& curves_;
   std::map<Side, std::vector<Label>> labels_;
-  double left_ = 90, top_ = 110, width_ = 0;  // of the grid, and of the picture
+  double left_ = 90, top_ = 110, width_ = 0;  // the left and upper edge of the grid; the width of the picture
   double besideEnd_ = 0;                      // lower end of the grid and the labels beside it
   double y_ = 0;                              // lower end of what has been drawn
   std::ostringstream svg_;

@@ -13,7 +13,7 @@
 #include <system_error>
 
 namespace {
-// Control characters that erase the line that says that the program waits.
+// Control characters that erase the line "waiting for the service".
 std::string lineStart() { return isatty(STDERR_FILENO) ? '\r' + std::string(40, ' ') + '\r' : ""; }
 }  // namespace
 
@@ -58,7 +58,8 @@ std::string printedDuring(const std::function<void()>& run) {
 }
 
 std::optional<std::string> askSecret(const std::string& name) {
-  // A signal stays blocked, and so pending, until the terminal is as before. Then it ends or stops the program.
+  // Signals stay blocked until the state of the terminal is restored. A signal that arrived then ends or stops the
+  // program.
   sigset_t blocked, usual, pending;
   sigemptyset(&blocked);
   for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) sigaddset(&blocked, signal);

@@ -28,7 +28,7 @@ struct Failure : std::runtime_error {
   int status;
 };
 
-// Concatenates the parts as a stream prints them.
+// Concatenates the parts, formatted as in a stream.
 template <class... Parts>
 std::string text(const Parts&... parts) {
   std::ostringstream out;
@@ -42,14 +42,14 @@ std::string printable(std::string_view text);
 // Prints each line of the words on standard error, with the name of the program as prefix.
 void say(const std::string& words);
 
-// Calls `isDone` until it returns true, and shows the elapsed seconds on the terminal: `isDone` itself must wait for up
-// to a second. Does nothing if standard error is not a terminal.
+// Calls `isDone` until it returns true, and shows the elapsed seconds on the terminal. `isDone` itself must wait for up
+// to a second. Shows nothing if standard error is not a terminal.
 void wait(const std::function<bool()>& isDone);
 
-// Returns what is printed on standard output during `run`, such as the answers that the library prints there, and keeps
-// it from the stream. Throws std::system_error on failure.
+// Runs `run`, and returns what it printed on standard output, such as the answers that the library prints. Nothing of
+// it reaches the stream. Throws std::system_error on failure.
 std::string printedDuring(const std::function<void()>& run);
 
 // Asks on the terminal without showing what is typed. Returns nullopt at the end of the input. If a signal ends or
-// stops the program, the state of the terminal is restored first; the question is repeated when the program continues.
+// stops the program, the state of the terminal is restored first. When the program continues, it asks again.
 std::optional<std::string> askSecret(const std::string& name);

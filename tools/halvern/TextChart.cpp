@@ -14,7 +14,7 @@ constexpr std::size_t columns = octaves * columnsPerOctave + 1, space = 8;
 constexpr std::size_t lines = (loudest - softest) / decibelsPerRow + 1;
 constexpr std::size_t width = margin + 1 + columns + space;
 
-// The rows of an empty chart: the grid, with one more row or column on each side for points outside the scale.
+// The rows of an empty chart: the grid, and one more row or column on each side for points outside the scale.
 std::vector<std::string> emptyRows() {
   const auto betweenColumn = static_cast<std::size_t>(std::lround(betweenOctaves * columnsPerOctave));
   std::vector<std::string> rows(lines + 2, std::string(1 + columns + space, ' '));
@@ -30,9 +30,9 @@ std::vector<std::string> emptyRows() {
 }
 
 // Puts the symbols of all points into the rows, and the numbers of their curves next to them if there is space. Returns
-// whether there was space for all numbers.
+// true if there was space for all numbers.
 bool putPoints(const std::vector<Curve>& curves, std::vector<std::string>& rows) {
-  // By row, column and symbol.
+  // key: row, column and symbol
   std::map<std::pair<std::size_t, std::size_t>, std::map<char, std::string>> cells;
   for (const Curve& curve : curves)
     for (const Point& point : curve.points) {

@@ -33,7 +33,7 @@ void checkSubcommand(const std::string& word, const CLI::App& app) {
   std::vector<std::string> names{"help", "version"};
   for (const CLI::App* const command : app.get_subcommands({})) {
     if (command->get_name() == word) return;
-    if (!command->get_group().empty()) names.push_back(command->get_name());  // the others are hidden
+    if (!command->get_group().empty()) names.push_back(command->get_name());  // the other subcommands are hidden
   }
   std::pair<std::size_t, std::string> best{word.size() / 2 + 1, ""};
   for (const std::string& name : names) best = std::min(best, {distance(boost::to_lower_copy(word), name), name});
@@ -41,7 +41,7 @@ void checkSubcommand(const std::string& word, const CLI::App& app) {
                 "there is no subcommand " + word + (best.second.empty() ? "" : "; the nearest is " + best.second));
 }
 
-// The arguments. `help`, `help login` and `version` are replaced by the equivalent options.
+// The arguments of the command line. Replaces `help`, `help login` and `version` by the equivalent options.
 std::vector<std::string> argumentsOf(int argc, char** argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   if (words.empty() || (words[0] != "help" && words[0] != "version")) return words;
@@ -100,7 +100,7 @@ int run(int argc, char** argv) try {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Opens every standard stream that is closed. If it stayed closed, a socket could get its number and receive the
+  // Opens every standard stream that is closed. Otherwise a socket could get the number of the stream and receive the
   // output.
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);

@@ -9,7 +9,7 @@
 
 namespace HalvernApi::Testing {
 
-// A check of a value, and the words that follow "must be" in the message if the check fails.
+// A check of a value. If it fails, the message says that the value "must be" these words.
 struct Kind {
   std::string_view expectation;
   bool (*holds)(const boost::json::value&);

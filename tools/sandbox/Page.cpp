@@ -26,7 +26,7 @@ json::string utf8Of(std::string_view bytes) {
   return valid;
 }
 
-// The first `maxTextShown` bytes, without a character that continues after them.
+// The first `maxTextShown` bytes. A character that would be cut there is left out.
 std::string_view cut(std::string_view text) {
   if (text.size() <= maxTextShown) return text;
   std::size_t size = maxTextShown;
@@ -183,7 +183,7 @@ constexpr Field confirmFields[] = {{"email"}};
 constexpr struct Change {
   std::string_view path;
   std::span<const Field> fields;
-  bool needsAccount;  // the one of the e-mail address in the body
+  bool needsAccount;  // the account of the e-mail address in the body
   void (*apply)(State&, Body);
 } changes[] = {
     {"/sandbox/script", scriptFields, false,
@@ -205,7 +205,8 @@ Answer html() {
                            "frame-ancestors 'none'; require-trusted-types-for 'script'"}}};
 }
 
-// `which` is the name of an operation, empty for all, or the number of a call. Several calls are listed newest first.
+// `which` is the name of an operation, the number of a call, or empty for all calls. Several calls are listed newest
+// first.
 Answer callsAt(State& state, const std::string& which, const Chart& chart) {
   const auto operation = operationNamed(which);
   if (which.empty() || operation) {
@@ -242,7 +243,8 @@ Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
   return refusal(404, notFound, "There is nothing here.");
 }
 
-// Protects against other sites in the same browser: they send their own Origin, or their own name as the Host.
+// Refuses requests of other sites in the same browser: the browser sends their Origin with such a request, or their
+// name as the Host.
 bool isFromHere(const SeenRequest& request) {
   const std::string host = request.header("Host").value_or("");
   const std::string name = host.substr(0, host.find(':'));

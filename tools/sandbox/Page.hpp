@@ -13,8 +13,8 @@ constexpr const char* eventStream = "text/event-stream";
 
 bool isForPage(std::string_view target);
 
-// Refuses requests that may come from another machine or from another site in the user's browser. An answer with the
-// content type `eventStream` is only the head; the texts of `eventSince` follow as its body.
+// Refuses requests that may come from another machine or from another site in the user's browser. If the content type
+// of the answer is `eventStream`, the answer is only the head, and the texts of `eventSince` follow as its body.
 Answer answerPage(State& state, const SeenRequest& request, const Chart& chart);
 
 // All changes since `version`, as a server-sent event; empty if there are none. Sets `version` to the current one.

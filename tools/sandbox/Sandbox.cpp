@@ -19,7 +19,7 @@ constexpr auto forever =
     std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::duration::max());
 
 struct Sandbox::Impl {
-  // Locks the state. Notifies all waiting threads on unlock if the state has changed.
+  // Locks the state. If the state has changed, unlocking notifies all waiting threads.
   class Locked {
    public:
     explicit Locked(Impl& impl) : impl_(impl), lock_(impl.mutex), version_(impl.state.version) {}

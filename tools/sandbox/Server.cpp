@@ -16,7 +16,7 @@ namespace asio = boost::asio;
 namespace http = boost::beast::http;
 using asio::awaitable, asio::use_awaitable, asio::ip::tcp;
 
-constexpr std::size_t maxBody = 8 << 20;  // of a request
+constexpr std::size_t maxBody = 8 << 20;  // of a request; larger bodies are refused
 constexpr auto withError = asio::as_tuple(use_awaitable);
 
 bool canHaveBody(int status) { return status != 204 && status != 304; }
@@ -50,7 +50,8 @@ struct Server::Impl {
         ++connections;
         spawn(serve(descriptor));
       } else if (errno != EAGAIN && errno != ECONNABORTED) {
-        // There are no free descriptors, or no memory. The connection stays in the queue and the acceptor readable.
+        // The system has no free descriptor or no memory. The connection stays in the queue, and the acceptor stays
+        // readable.
         co_await pause(std::chrono::milliseconds(20));
       }
     }
@@ -62,11 +63,11 @@ struct Server::Impl {
     });
   }
 
-  // Bytes from a client can end only its own connection.
+  // Faulty bytes from a client end only the connection of that client.
   awaitable<void> serve(int descriptor) {
     try {
       tcp::socket socket(io, tcp::v4(), descriptor);
-      socket.set_option(tcp::no_delay(true));  // each step is sent in packets of its own
+      socket.set_option(tcp::no_delay(true));  // so that the bytes of each step are sent immediately
       if (tls) {
         Connection<asio::ssl::stream<tcp::socket>> connection{*this, {std::move(socket), SSL_new(tls.get())}};
         co_await connection.answerAll();
@@ -162,8 +163,8 @@ struct Server::Impl {
       }
     }
 
-    // Returns false as soon as the client closes the connection. Keeps what it sends for the next request; the
-    // connection also ends if that is more than `maxBody`.
+    // Returns false as soon as the client closes the connection. Keeps what the client sends for the next request. If
+    // that is more than `maxBody`, returns false, too.
     awaitable<bool> staysFor(std::chrono::milliseconds time) {
       using namespace asio::experimental::awaitable_operators;
       asio::steady_timer timer(server.io, time);

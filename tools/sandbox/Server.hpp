@@ -1,6 +1,6 @@
-// A server on 127.0.0.1 that reads HTTP requests, asks a handler what to send, and sends it: an HTTP answer or any
-// other bytes, in pieces, late, or incomplete. It uses one thread of its own, which no step of an answer blocks. Every
-// member may be called from any thread.
+// A server on 127.0.0.1. It reads HTTP requests and calls a handler, which returns what to send: an HTTP answer or any
+// other bytes, in pieces, late, or incomplete. It has one thread, which no step of an answer blocks. Every member may
+// be called from any thread.
 #pragma once
 
 #include "HalvernApi/Testing/Sandbox.hpp"
@@ -16,15 +16,15 @@ struct Step {
     pause,   // waits for `time`; closes the connection as soon as the client does
     hold,    // waits until `release` is called
     follow,  // sends what `make` returns, now and after each `notify`, at least `time` apart, until the client closes
-    count,   // sends nothing; `counted` counts connections on which this happened
+    count,   // sends nothing; counts the connection in `counted`, once
     close,   // closes the connection
     reset,   // resets the connection, so that the client's next read fails
   } kind;
   std::string bytes{};
   std::chrono::milliseconds time{};
-  // For `send` and `follow`: called when the step begins; the result is sent after `bytes`.
+  // For `send` and `follow`: called when the step begins. The result is sent after `bytes`.
   std::function<std::string()> make{};
-  // For `pause`: called if the client closes the connection first.
+  // For `pause`: called if the client closes the connection during the pause.
   std::function<void()> left{};
 };
 
@@ -55,8 +55,8 @@ class Server {
 
   int port() const;
   std::size_t connections() const;  // accepted since the start
-  std::size_t counted() const;      // those of them that had a `count` step
-  // Waits until the server has closed that many connections. Returns false after ten seconds.
+  std::size_t counted() const;      // the connections that had a `count` step
+  // Waits until the server has closed this number of connections. Returns false after ten seconds.
   bool awaitClosed(std::size_t count) const;
 
  private:

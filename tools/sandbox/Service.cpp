@@ -16,7 +16,7 @@ namespace {
 
 namespace json = boost::json;
 
-// The number of valid sign-ins per account. One more invalidates the oldest.
+// The number of valid sign-ins per account. A further sign-in invalidates the oldest one.
 constexpr std::size_t maxSignIns = 32;
 
 constexpr const char* mediaType = "application/json";
@@ -102,7 +102,7 @@ Answer relogin(Service& service, const json::object& body, Account*) {
     return one.refreshToken == get(body, "refreshToken") && one.appInstanceId == get(body, "appInstanceId");
   });
   if (account == nullptr) return wrongSignIn("The refresh token is not valid.");
-  last->refreshToken.reset();  // valid for one sign-in, which returns the next
+  last->refreshToken.reset();  // a refresh token is valid once; the answer contains the next one
   return service.signIn(*account, body);
 }
 
@@ -166,7 +166,7 @@ Answer update(Service&, const json::object& body, Account* account) {
   return ok({{"stored", true}});
 }
 
-// `handle` is called with a body that has passed the check, and with the account of the access token, or null if the
+// `handle` gets a body that has passed the check, and the account of the access token. The account is null if the
 // endpoint needs no access token.
 struct Endpoint {
   std::string_view name, path;
@@ -175,7 +175,7 @@ struct Endpoint {
   Answer (*handle)(Service&, const json::object& body, Account*);
 };
 
-// In the order of Operation. constexpr, so that it is usable while static objects are destroyed.
+// In the order of Operation. It is constexpr so that it can be used while static objects are destroyed.
 constexpr Endpoint endpoints[] = {
     {"login", "/api/v1/account/login", false, loginFields, login},
     {"relogin", "/api/v1/account/re-login", false, reloginFields, relogin},

@@ -1,5 +1,5 @@
-// The accounts of the sandbox and how it answers requests, without sockets and scripts. It does not use the library's
-// codecs to read JSON, so that tests can find faults in them. For one thread at a time.
+// The accounts of the sandbox and how it answers requests, without sockets and scripts. It does not read JSON with the
+// library's codecs, so that tests can find faults in those. For one thread at a time.
 #pragma once
 
 #include <boost/json.hpp>
@@ -10,7 +10,7 @@
 
 namespace HalvernApi::Testing {
 
-// The operation whose endpoint is the path of this request target, if any.
+// The operation of this request target. Absent if the target is none of the ten endpoints.
 std::optional<Operation> operationAt(std::string_view target);
 
 // The names of the operations: "login", "register" and so on, as in ApiService.
@@ -24,7 +24,7 @@ struct SignIn {
   std::string appInstanceId;
   std::string accessToken;
   std::chrono::steady_clock::time_point expiry;
-  std::optional<std::string> refreshToken;  // absent after its use
+  std::optional<std::string> refreshToken;  // absent after it was used
 };
 
 struct Account {
@@ -35,7 +35,7 @@ struct Account {
   boost::json::value dateOfBirth{}, sex{};
   std::size_t hearingAids = 0;
   boost::json::object lastDevices{};  // the last registered product for each ear
-  std::deque<SignIn> signIns{};       // the latest, at most 32
+  std::deque<SignIn> signIns{};       // at most 32; the latest is the last
 };
 
 struct Mail {
@@ -53,9 +53,9 @@ struct Service {
   std::string apiKey{};
   std::chrono::milliseconds accessTokenLifetime{};
   std::string baseUrl{};
-  std::map<std::string, Account> accounts{};  // by e-mail address
+  std::map<std::string, Account> accounts{};  // key: the e-mail address
   std::map<std::string, std::string> facebookTokens{
-      {"sandbox-facebook-token", "facebook.user@example.com"}};  // to e-mail addresses
+      {"sandbox-facebook-token", "facebook.user@example.com"}};  // key: the Facebook token; value: the e-mail address
   std::vector<Mail> outbox{};
 };
 

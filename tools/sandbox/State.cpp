@@ -6,7 +6,7 @@ namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-// Copies the string, because resize() would not free its memory.
+// Copies the string, because resize() does not free memory.
 void shorten(std::string& text, std::size_t size = State::maxText) {
   if (text.size() > size) text = text.substr(0, size);
 }

@@ -10,31 +10,31 @@ namespace HalvernApi::Testing {
 struct Call {
   enum Outcome { waiting, answered, closed, abandoned };
 
-  std::size_t number;  // from 1, in the order of arrival
+  std::size_t number;  // counts from 1 in the order of arrival
   std::chrono::system_clock::time_point time;
-  std::chrono::steady_clock::time_point start;  // the same moment
+  std::chrono::steady_clock::time_point start;  // the same time, for `duration`
   SeenRequest request;
-  std::size_t bodySize;  // of the request as it arrived
+  std::size_t bodySize;  // size of the request's body when it arrived
   std::size_t version;   // the version of the state at the last change of this call
   Outcome outcome = waiting;
-  std::chrono::duration<double, std::milli> duration{};  // until the outcome
+  std::chrono::duration<double, std::milli> duration{};  // from the start to the outcome
   Answer answer{};
-  std::size_t answerSize = 0;  // of the body as it was sent
+  std::size_t answerSize = 0;  // size of the answer's body when it was sent
 };
 
 struct State {
-  // Limits with a page: the number of calls, of headers per call, of bytes per body, target, method and all
-  // headers, and of e-mails.
+  // Limits of a state with a page: calls; headers of a call; bytes of a body, of a target, of a method and of all
+  // headers; e-mails.
   static constexpr std::size_t maxCalls = 1000, maxHeaders = 100, maxText = std::size_t{64} << 10, maxMails = 100;
 
-  // Adds a call and sets `number`. Returns its script, and counts the call as one of the script's; without a script,
-  // returns the default one.
+  // Adds a call and sets `number`. Returns the script that applies to the call, and counts the call for that script. If
+  // there is none, returns the default script.
   Script add(const SeenRequest& request, std::size_t& number);
-  // Lets the service answer. Sets `sent` to the e-mails that it sends.
+  // Lets the service answer the request. Sets `sent` to the e-mails that the service sends.
   Answer answer(const SeenRequest& request, std::vector<Mail>& sent);
-  // Sets the outcome of a call if it is still kept.
+  // Sets the outcome of a call, unless the call has been removed.
   void end(std::size_t number, Call::Outcome outcome, const Answer& answer = {});
-  // Null if the call is unknown, or no longer kept.
+  // Null if the call does not exist or has been removed.
   Call* find(std::size_t number);
   // The requests of one operation, or all requests, in the order of arrival.
   std::vector<SeenRequest> requests(std::optional<Operation> operation = {}) const;

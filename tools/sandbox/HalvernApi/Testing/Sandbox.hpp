@@ -31,36 +31,39 @@ enum class Operation {
   update,
 };
 
-// An answer as the sandbox sends it.
+// An answer that the sandbox sends.
 struct Answer {
   int status = 200;                                             // any number with three digits
-  std::string body{};                                           // sent unchanged, JSON or not
+  std::string body{};                                           // sent unchanged; need not be JSON
   std::string contentType = "application/json; charset=utf-8";  // empty: the header is not sent
-  std::vector<std::pair<std::string, std::string>> headers{};   // names and values, without Content-Type and -Length
+  std::vector<std::pair<std::string, std::string>>
+      headers{};  // names and values, other than Content-Type and Content-Length
 };
 
-// Changes how the sandbox handles a call. The defaults mean the usual behaviour.
+// Changes how the sandbox handles a call. The default values change nothing.
 struct Script {
-  // A value for `calls`: no limit.
+  // A value for `calls`: the script applies to all calls.
   static constexpr std::size_t always = static_cast<std::size_t>(-1);
 
-  // Ends early when the sandbox is destroyed, or the client closes the connection. Then the call has no effect.
+  // The sandbox waits this long before it does anything else. If the sandbox is destroyed or the client closes the
+  // connection meanwhile, the call has no effect.
   std::chrono::milliseconds delay{0};
-  bool drop = false;               // closes the connection without an answer
-  std::optional<Answer> answer{};  // sent instead of the usual one; the request is not judged and has no effect
-  std::size_t calls = 1;           // how many calls the script applies to
-  bool never = false;              // keeps the connection open without an answer, until the client closes it
+  bool drop = false;  // closes the connection without an answer
+  std::optional<Answer>
+      answer{};           // sent instead of the usual answer; then the request is not checked and has no effect
+  std::size_t calls = 1;  // how many calls the script applies to
+  bool never = false;     // keeps the connection open without an answer, until the client closes it
 };
 
 // A request as it arrived.
 struct SeenRequest {
-  std::optional<Operation> operation;                        // absent if the path is none of the ten endpoints
+  std::optional<Operation> operation;                        // absent if no operation has this path
   std::string method;                                        // "POST" for the ten operations
   std::string target;                                        // path and query
-  std::vector<std::pair<std::string, std::string>> headers;  // names and values, in order
+  std::vector<std::pair<std::string, std::string>> headers;  // names and values in the order in which they arrived
   std::string body;                                          // empty if there is none
 
-  // The value of the first header of that name, ignoring case.
+  // The value of the first header with this name, ignoring case. Absent if there is none.
   std::optional<std::string> header(std::string_view name) const;
 };
 
@@ -103,11 +106,11 @@ class Sandbox {
   Sandbox(const Sandbox&) = delete;
   Sandbox& operator=(const Sandbox&) = delete;
 
-  // The port on 127.0.0.1.
+  // The number of the port on 127.0.0.1.
   int port() const;
-  // For HttpApiService: an http URL without a slash at the end.
+  // The base URL for HttpApiService: http, without a slash at the end.
   std::string baseUrl() const;
-  // For HttpApiService.
+  // The API key for HttpApiService.
   const std::string& apiKey() const;
 
   // Adds an account with a confirmed e-mail address. Replaces an account with the same address.
@@ -126,9 +129,9 @@ class Sandbox {
   void script(Operation operation, Script script);
   // Replaces all scripts of one operation. A script with `calls` 0 only removes them.
   void arm(Operation operation, Script script);
-  // Removes all scripts and all requests seen. Accounts and tokens stay.
+  // Removes all scripts and all requests that were seen. Accounts and tokens stay.
   void reset();
-  // Also removes accounts, tokens and e-mails: restores the initial state.
+  // Restores the initial state: removes accounts, tokens and e-mails, too.
   void resetAll();
 
   // All requests in the order of arrival. A request is listed before it is answered.
@@ -137,8 +140,7 @@ class Sandbox {
   std::vector<SeenRequest> seen(Operation operation) const;
   // Blocks until at least `count` requests of that operation have been seen. Returns false on timeout.
   bool waitUntilSeen(Operation operation, std::size_t count, std::chrono::milliseconds timeout) const;
-  // The number of connections since the start. With a page, only those on which a request arrived that is not for the
-  // page.
+  // The number of connections since the start. A connection that only carried requests of the page does not count.
   std::size_t connections() const;
 
  private:
