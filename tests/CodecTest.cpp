@@ -110,8 +110,10 @@ TEST(Enumerations, AreSentAsTheirRawTexts) {
     EXPECT_EQ(sex.encodeJson(), text);
     EXPECT_EQ(std::hash<Sex>()(sex), ordinal++);
   }
-  for (const std::string text : {"male", "unknown", "NotKnown ", " NotKnown", "", "LEFT", "Left\n"})
+  for (const std::string text : {"male", "unknown", "NotKnown ", " NotKnown", "", "LEFT", "Left\n"}) {
+    EXPECT_EQ(Sex::fromRawValue(text), std::nullopt);
     EXPECT_EQ(Sex::decodeJson(JsonValue(text)), Failure(JsonDecodeError::wrongEnumRawValue(text, "Sex"))) << text;
+  }
   EXPECT_EQ(Sex::decodeJson(0), Failure(JsonDecodeError::wrongType(0, "String")));
 }
 
