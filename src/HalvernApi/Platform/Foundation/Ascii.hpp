@@ -1,5 +1,4 @@
-// Text in ASCII, such as the names in HTTP and in URLs. Inline, because every request has many such names. Any thread.
-// Not installed.
+// Functions for ASCII text, such as header names and URLs. Any thread. Not installed.
 #pragma once
 
 #include <algorithm>

@@ -13,7 +13,8 @@ namespace {
 
 thread_local CompletionQueue* currentQueue = nullptr;
 
-// Keeps a task that must neither run nor be destroyed at exit, because it owns objects of the application.
+// Keeps a task until the process ends. At exit, its handlers must not run, and destroying it would destroy objects of
+// the application.
 void keepUntilTheEnd(Task::Pointer task) {
   static auto& mutex = *new Mutex;
   static auto& kept = *new std::vector<Task::Pointer>;
@@ -31,9 +32,10 @@ struct CompletionQueue::State {
   Mutex mutex;
   Condition arrived;
   TaskList incoming HALVERNAPI_GUARDED_BY(mutex);
-  std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);  // settled; their handlers wait for a thread
-  TaskList later HALVERNAPI_GUARDED_BY(mutex);                        // the same, if memory for `unhandled` ran out
-  bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // the application's queue has been asked to run the tasks
+  // Tasks of settled promises. Their handlers could not run, because threads or memory ran out.
+  std::vector<Task::Pointer> unhandled HALVERNAPI_GUARDED_BY(mutex);
+  TaskList later HALVERNAPI_GUARDED_BY(mutex);          // used if memory for `unhandled` ran out
+  bool scheduled HALVERNAPI_GUARDED_BY(mutex) = false;  // a batch waits in the application's queue or runs
   bool woken HALVERNAPI_GUARDED_BY(mutex) = false;
   bool stopping HALVERNAPI_GUARDED_BY(mutex) = false;
   TaskList next, running;  // used only by the thread that runs tasks
@@ -43,19 +45,19 @@ struct CompletionQueue::State {
     return std::move(incoming);
   }
 
-  // After a batch: whether another is needed.
+  // Called after a batch. Returns whether another batch is needed.
   bool needsBatch() {
     const MutexLock lock(mutex);
     scheduled = !incoming.empty();
     return scheduled;
   }
-  // After a batch that will not run: the next task asks for another.
+  // Called when the application's queue drops a batch. The next task then requests another batch.
   void forgetBatch() {
     const MutexLock lock(mutex);
     scheduled = false;
   }
 
-  // Whether something can run tasks. Starts the queue's own thread if it has none yet.
+  // Returns false if no task can run. Without an executor, starts the thread of the queue unless it is running.
   bool ensureThread(CompletionQueue& queue) HALVERNAPI_REQUIRES(mutex) {
     if (queue.executor_) return !ProcessExit::begun();
     Thread& thread = queue.thread_;
@@ -98,7 +100,7 @@ CompletionQueue::CompletionQueue(std::shared_ptr<DispatchQueue> executor)
     : executor_(std::move(executor)), state_(std::make_shared<State>()) {}
 
 CompletionQueue::~CompletionQueue() {
-  if (executor_ || origin_.inForkedChild()) return;  // a child may have inherited the mutex locked
+  if (executor_ || origin_.inForkedChild()) return;  // in a child, the mutex may stay locked forever
   {
     const MutexLock lock(state_->mutex);
     state_->stopping = true;
@@ -111,7 +113,7 @@ const std::shared_ptr<CompletionQueue>& CompletionQueue::shared() {
     const std::shared_ptr<CompletionQueue> queue = std::make_shared<CompletionQueue>(nullptr);
     const OriginalProcess origin{};
   };
-  static std::atomic<Shared*> current = nullptr;  // the object is never destroyed: exit may need it
+  static std::atomic<Shared*> current = nullptr;  // the object is never destroyed, because exit may use it
   Shared* known = current;
   while (known == nullptr || known->origin.inForkedChild()) {
     auto made = std::make_unique<Shared>();
@@ -141,7 +143,7 @@ bool CompletionQueue::prepare() {
 
 void CompletionQueue::post(TaskList tasks) {
   bool scheduled = false;
-  std::vector<Task::Pointer> unhandled;  // destroyed after unlocking: a task may own objects of the application
+  std::vector<Task::Pointer> unhandled;  // destroyed after unlocking, because a task may own objects of the application
   {
     const MutexLock lock(state_->mutex);
     if (state_->ensureThread(*this)) {
@@ -163,11 +165,11 @@ void CompletionQueue::post(TaskList tasks) {
 void CompletionQueue::postNext(Task::Pointer task) { state_->next.push(std::move(task)); }
 
 namespace {
-thread_local const CompletionQueue* asking = nullptr;  // the queue for which this thread is inside `async`
+thread_local const CompletionQueue* asking = nullptr;  // the queue for which this thread is calling `async`
 }  // namespace
 
-// What the application's queue gets: it runs all tasks that wait at that time. Asks again after each batch, so that the
-// application's queue can do other work in between. If that queue drops the batch, the next task asks again.
+// The task that the application's queue runs. It runs all tasks that are waiting at that time. If others have arrived
+// meanwhile, it requests another batch, so that the application's queue can do other work in between.
 struct CompletionQueue::Batch {
   explicit Batch(std::shared_ptr<CompletionQueue> itsQueue) : queue(std::move(itsQueue)) {}
   Batch(const Batch&) = delete;
@@ -182,14 +184,14 @@ struct CompletionQueue::Batch {
     do {
       self->state_->runAll(self.get());
       if (!self->state_->needsBatch()) return;
-    } while (asking == self.get());  // calling `async` inside `async` would recurse
+    } while (asking == self.get());  // inside `async`, another request could recurse
     self->schedule();
   }
 
-  std::shared_ptr<CompletionQueue> queue;  // null once it runs
+  std::shared_ptr<CompletionQueue> queue;  // null after `run` was called
 };
 
-// False if memory runs out.
+// Returns false if memory runs out.
 bool CompletionQueue::requestBatch() {
   const CompletionQueue* const before = std::exchange(asking, this);
   std::shared_ptr<Batch> batch;
@@ -205,7 +207,7 @@ bool CompletionQueue::requestBatch() {
   return isAccepted;
 }
 
-// If memory runs out, this thread settles the promises. Their handlers wait for a later call.
+// If memory runs out, this thread settles the promises of all waiting tasks. Their handlers run after a later `post`.
 void CompletionQueue::schedule() {
   while (!requestBatch()) {
     runWithoutHandlers(state_->take());
@@ -213,7 +215,8 @@ void CompletionQueue::schedule() {
   }
 }
 
-// Runs the tasks on the calling thread, without handlers. If these tasks add others, the outermost call runs them.
+// Runs the tasks on the calling thread, without handlers. If a task posts further tasks, the outermost call of this
+// function runs them.
 void CompletionQueue::runWithoutHandlers(TaskList tasks) {
   thread_local TaskList* pending = nullptr;
   if (pending != nullptr) return pending->append(std::move(tasks));

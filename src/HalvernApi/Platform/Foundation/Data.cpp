@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The six bits that each character encodes; negative for characters outside the alphabet.
+// The value (0 to 63) of each character; -1 for characters outside the alphabet.
 constexpr auto sixBits = [] {
   std::array<std::int32_t, 256> table{};
   table.fill(-1);
@@ -27,7 +27,7 @@ Data dataOf(std::string_view text) {
 }
 
 bool isUtf8(std::string_view text) {
-  // Skips whole words of ASCII first, because nearly every text is ASCII.
+  // Skips ASCII in steps of eight bytes first, because nearly every text is ASCII.
   constexpr std::uint64_t highBits = 0x8080808080808080;
   std::size_t ascii = 0;
   for (std::uint64_t word = 0; ascii + sizeof word <= text.size(); ascii += sizeof word) {
@@ -47,7 +47,7 @@ std::optional<Data> decodeBase64(std::string_view text) {
   const auto decode = [&](const char* group) {
     const auto at = [group](std::size_t place) { return sixBits[static_cast<unsigned char>(group[place])]; };
     const std::int32_t bits = at(0) << 18 | at(1) << 12 | at(2) << 6 | at(3);
-    seen |= bits;  // negative from the first invalid character on
+    seen |= bits;  // becomes negative at the first invalid character
     for (const int shift : {16, 8, 0}) *out++ = static_cast<std::byte>(bits >> shift);
   };
   const char* const last = text.data() + text.size() - 4;

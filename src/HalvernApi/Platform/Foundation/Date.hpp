@@ -6,15 +6,15 @@
 
 namespace HalvernApi::Foundation {
 
-// A point in time in microseconds. Years before 1 and after 9999 are possible. A birth date is midnight of its day in
-// the device's time zone; see `decodeDate`. A plain value: any thread.
+// A point in time in microseconds. Years before 1 and after 9999 are possible. A birth date is represented by midnight
+// of that day in the device's time zone; see `decodeDate`. A plain value: any thread.
 class Date {
  public:
   // A finer duration is rounded down to whole microseconds.
   template <class Duration>
   constexpr Date(std::chrono::sys_time<Duration> time) : time_(std::chrono::floor<std::chrono::microseconds>(time)) {}
 
-  // Since the Unix epoch, without leap seconds.
+  // The time since the Unix epoch. Leap seconds are not counted.
   constexpr std::chrono::sys_time<std::chrono::microseconds> time() const { return time_; }
 
   friend constexpr bool operator==(const Date&, const Date&) = default;

@@ -12,11 +12,11 @@ class HALVERNAPI_EXPORT DispatchQueue {
  public:
   virtual ~DispatchQueue();
 
-  // Runs `task` soon, after the tasks of earlier calls, and returns at once. Called from any thread, including the
-  // session's I/O thread, so it must not block. It must not throw. A queue may run `task` inside this call only if its
-  // tasks may delay the network and never wait for a call. Tasks also arrive after a session was destroyed, for the
-  // calls that its destruction cancelled. If the queue drops a task, its handlers run, and the promises
-  // that it would have settled settle, with the next task.
+  // Must queue `task` and return immediately. Tasks must run in the order of the calls. The library calls `async` on
+  // any thread, including the session's I/O thread, so it must not block. It must not throw, except std::bad_alloc. It
+  // may run `task` itself only if handlers may delay the network and never wait for a call. Destroying a session
+  // cancels its calls; the tasks that report this arrive afterwards. If the queue drops a task, the next task also does
+  // its work.
   virtual void async(std::function<void()> task) = 0;
 };
 

@@ -17,7 +17,7 @@ using Unexpected = tl::unexpected<E>;
 using tl::in_place, tl::unexpect;
 // \endcond
 
-// The value of an operation whose only result is that it succeeded. All are equal.
+// The value of a successful operation that has no other result. All values of this type are equal.
 struct Unit {
   // \cond
   friend constexpr bool operator==(Unit, Unit) { return true; }

@@ -1,6 +1,6 @@
-// A first-in, first-out list of objects that have a member `next` of the pointer type. `next` owns the following
-// object. The list allocates nothing, so queueing works when memory has run out. An object can be in one list at a
-// time. One thread at a time may use a list.
+// A first-in, first-out list. Its objects have a member `next` of the type `Pointer`, which owns the following object.
+// The list allocates no memory, so `push` works when memory has run out. An object can be in one list at a time. One
+// thread at a time may use a list.
 #pragma once
 
 #include <utility>
@@ -14,7 +14,7 @@ class Fifo {
   explicit Fifo(Pointer only) { push(std::move(only)); }
   Fifo(Fifo&& other) noexcept : first_(std::move(other.first_)), last_(other.last_) {}
   ~Fifo() {
-    while (pop()) {  // one by one: destroying a long list must not recurse deeply
+    while (pop()) {  // one by one, because a long chain of destructors would overflow the stack
     }
   }
   Fifo& operator=(Fifo&&) = delete;
@@ -33,7 +33,6 @@ class Fifo {
     last_ = other.last_;
   }
 
-  // Null if the list is empty.
   Pointer pop() {
     Pointer object = std::move(first_);
     if (object) first_ = std::move(object->next);

@@ -1,13 +1,12 @@
-// Detects that this process is the child of a fork: in a child, the threads of the parent do not exist, and mutexes may
+// Detects that this process is a forked child. The threads of the parent do not exist in the child, and mutexes may
 // stay locked forever. Any thread. Not installed.
 #pragma once
 
 namespace HalvernApi::Foundation {
 
-// How many forks are between the process that made the first call and this process.
+// The number of forks that led from the process of the first call to this process. May throw std::bad_alloc.
 int forkCount();
 
-// The process in which the object was created.
 class OriginalProcess {
  public:
   bool inForkedChild() const { return forkCount() != forkCount_; }

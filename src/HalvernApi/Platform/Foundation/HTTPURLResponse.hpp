@@ -6,7 +6,7 @@ namespace HalvernApi::Foundation {
 
 // The answer to an HTTP request, without its body. A plain value: any thread.
 struct HTTPURLResponse {
-  int statusCode = 0;         // of the last answer if redirects were followed
+  int statusCode = 0;         // such as 200; after redirects, the status of the last answer
   std::string contentType{};  // the "Content-Type" header as received; empty if there was none
 
   friend bool operator==(const HTTPURLResponse&, const HTTPURLResponse&) = default;

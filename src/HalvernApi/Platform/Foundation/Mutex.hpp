@@ -15,7 +15,7 @@
 #endif
 #define HALVERNAPI_GUARDED_BY(mutex) HALVERNAPI_CHECKED_BY_CLANG(guarded_by(mutex))
 #define HALVERNAPI_REQUIRES(mutex) HALVERNAPI_CHECKED_BY_CLANG(requires_capability(mutex))
-// Turns the check off for a function that leaves a mutex locked or unlocks one that another function has locked.
+// Turns the check off for a function that returns with a mutex locked, and for the function that unlocks it.
 #define HALVERNAPI_UNCHECKED HALVERNAPI_CHECKED_BY_CLANG(no_thread_safety_analysis)
 
 namespace HalvernApi::Foundation {

@@ -9,26 +9,26 @@
 
 namespace HalvernApi::Foundation {
 
-// Transport failures; `code` is one of NSURLError.
+// The domain of transport failures. The code is an NSURLError.
 inline constexpr std::string_view NSURLErrorDomain = "NSURLErrorDomain";
-// Failures of the operating system; `code` is an errno.
+// The domain of failures of the operating system. The code is an errno value.
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 // The codes of NSURLErrorDomain that the library reports.
 enum NSURLError : int {
-  NSURLErrorUnknown = -1,                          // none of the following
-  NSURLErrorCancelled = -999,                      // cancelled, or the session was destroyed
-  NSURLErrorBadURL = -1000,                        // the URL or the proxy's URL cannot be used
-  NSURLErrorTimedOut = -1001,                      // a time limit of the configuration has run out
+  NSURLErrorUnknown = -1,                          // any other transport failure
+  NSURLErrorCancelled = -999,                      // by `cancel`, the session's destructor, process exit or fork()
+  NSURLErrorBadURL = -1000,                        // the URL of the request or of the proxy is invalid
+  NSURLErrorTimedOut = -1001,                      // a time limit of the configuration was exceeded
   NSURLErrorUnsupportedURL = -1002,                // the URL's scheme is neither http nor https
   NSURLErrorCannotFindHost = -1003,                // the host name cannot be resolved
   NSURLErrorCannotConnectToHost = -1004,           // the host, or a proxy, does not accept a connection
   NSURLErrorNetworkConnectionLost = -1005,         // the connection ended before the answer was complete
-  NSURLErrorHTTPTooManyRedirects = -1007,          // redirected too often
-  NSURLErrorBadServerResponse = -1011,             // the answer is not HTTP, or its headers are too long
-  NSURLErrorCannotDecodeContentData = -1016,       // the body is not compressed as its header says
-  NSURLErrorDataLengthExceedsMaximum = -1103,      // the answer exceeds the configuration's maximum
-  NSURLErrorSecureConnectionFailed = -1200,        // TLS failed for a reason other than the following
+  NSURLErrorHTTPTooManyRedirects = -1007,          // more than 16 redirects
+  NSURLErrorBadServerResponse = -1011,             // the answer is not valid HTTP, or its headers are too long
+  NSURLErrorCannotDecodeContentData = -1016,       // the body is not compressed as "Content-Encoding" says
+  NSURLErrorDataLengthExceedsMaximum = -1103,      // the answer is too large, or its JSON is too large or too slow
+  NSURLErrorSecureConnectionFailed = -1200,        // any other failure of TLS, or libcurl does not use OpenSSL
   NSURLErrorServerCertificateHasBadDate = -1201,   // the certificate has expired
   NSURLErrorServerCertificateUntrusted = -1202,    // untrusted certificate, wrong host, or a key that is not pinned
   NSURLErrorServerCertificateNotYetValid = -1204,  // the certificate is not valid yet: the device's clock may be wrong
@@ -37,11 +37,11 @@ enum NSURLError : int {
 // An error of the platform: a domain, a code of that domain and a description for developers. A plain value: any
 // thread.
 struct HALVERNAPI_EXPORT NSError {
-  std::string domain;                // NSURLErrorDomain, NSPOSIXErrorDomain or AFErrorDomain, if the library made it
-  int code = 0;                      // its meaning depends on the domain
-  std::string localizedDescription;  // never contains a token, a key or a password
+  std::string domain;                // in errors of the library: NSURLErrorDomain, NSPOSIXErrorDomain or AFErrorDomain
+  int code = 0;                      // depends on the domain: an NSURLError, an errno value or an AFError
+  std::string localizedDescription;  // English text for developers, without tokens, keys and passwords
 
-  // `Error Domain=NSURLErrorDomain Code=-1004 "Could not connect to the server"`
+  // For example `Error Domain=NSURLErrorDomain Code=-1004 "Could not connect to the server"`.
   std::string description() const;
 
   friend bool operator==(const NSError&, const NSError&) = default;
@@ -50,8 +50,7 @@ struct HALVERNAPI_EXPORT NSError {
 };
 
 // \cond
-// An error that owns no memory, so that it can be created and passed on when memory has run out. `words` must be a
-// string literal.
+// An error that owns no memory. It can be created and copied when memory has run out. `words` must be a string literal.
 struct Failure {
   std::string_view domain;
   int code;

@@ -1,5 +1,5 @@
-// What the library uses of POSIX. For Windows, this file defines replacements with the same names. Windows has no fork,
-// and none of the signals that threads must block. Any thread. Not installed.
+// The POSIX functions that the library uses. For Windows, this file defines replacements with the same names. Windows
+// has no fork and no signals that threads must block. Any thread. Not installed.
 #pragma once
 
 #ifdef _WIN32
@@ -18,7 +18,7 @@ struct LocalTime : std::tm {
   std::time_t tm_gmtoff;
 };
 
-// Replaces the C library's conversion, which does not support times before 1970.
+// Replaces the function of the C library on Windows, which does not support times before 1970.
 inline void localtime_r(const std::time_t* time, LocalTime* local) {
   constexpr std::time_t ticks = 10'000'000, epoch = 11'644'473'600;  // ticks per second; seconds from 1601 to 1970
   const auto fileTime = static_cast<unsigned long long>((*time + epoch) * ticks);
@@ -42,7 +42,7 @@ inline void funlockfile(std::FILE* file) { ::_unlock_file(file); }
 inline const DWORD loadingThread = ::GetCurrentThreadId();
 inline bool pthread_main_np() { return ::GetCurrentThreadId() == loadingThread; }
 
-constexpr int SOCK_CLOEXEC = 0, SHUT_RDWR = SD_BOTH, MSG_DONTWAIT = 0;  // libcurl's sockets never block
+constexpr int SOCK_CLOEXEC = 0, SHUT_RDWR = SD_BOTH, MSG_DONTWAIT = 0;  // sockets of libcurl never block
 inline SOCKET aboveStandardStreams(SOCKET handle) { return handle; }
 inline std::chrono::nanoseconds timeAsleep() {
   ULONGLONG withSleep = 0, withoutSleep = 0;  // in units of 100 ns
@@ -77,16 +77,16 @@ using LocalTime = std::tm;
 constexpr int SOCK_CLOEXEC = 0;
 #endif
 inline void closeOnExec(int handle) { ::fcntl(handle, F_SETFD, FD_CLOEXEC); }
-// Returns a descriptor above those of the standard streams. If the process has closed one of these streams, a socket
-// with its number would receive what is written to standard output. Takes ownership of `handle`. Returns -1 if the
-// system has no other descriptor.
+// Takes ownership of `handle` and returns a descriptor of the same socket above 2. If the process has closed its
+// standard output, a new socket may have the number 1 and would receive all output. Returns -1 if the system has no
+// more descriptors.
 inline int aboveStandardStreams(int handle) {
   if (handle < 0 || handle > STDERR_FILENO) return handle;
   const int other = ::fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   ::close(handle);
   return other;
 }
-// How long the device has been asleep since it was started.
+// How long the device has been asleep since it was started; always 0 if the system does not measure this.
 inline std::chrono::nanoseconds timeAsleep() {
 #ifdef CLOCK_BOOTTIME
   constexpr clockid_t withSleep = CLOCK_BOOTTIME, withoutSleep = CLOCK_MONOTONIC;
@@ -104,8 +104,8 @@ inline std::chrono::nanoseconds timeAsleep() {
 }
 inline void closesocket(int handle) { ::close(handle); }
 
-// While an object exists, writes of this thread to a pipe or socket that nobody reads do not raise SIGPIPE. If the
-// thread already blocks the signal, as the library's own threads do, the signal may stay pending.
+// Suppresses SIGPIPE, which a write to a pipe or socket without reader raises, in this thread while the object exists.
+// If the thread already blocks SIGPIPE, as the threads of the library do, the signal may stay pending.
 class SigpipeBlock {
  public:
   SigpipeBlock() {

@@ -25,8 +25,8 @@ struct Process {
 
 Process& process();
 
-// A forked child must not inherit the mutex locked. The parent's other threads do not exist in the child, so the
-// count starts at 0 there.
+// The mutex is locked during a fork, because otherwise the child could inherit it while another thread has locked it.
+// The other threads do not exist in the child, so `inside` starts at 0 there.
 void beforeFork() HALVERNAPI_UNCHECKED { process().mutex.lock(); }
 void afterForkInParent() HALVERNAPI_UNCHECKED { process().mutex.unlock(); }
 void afterForkInChild() HALVERNAPI_UNCHECKED {
@@ -46,7 +46,7 @@ Process& process() {
 
 thread_local int insideHere = 0;
 
-// Runs at exit. May run several times.
+// Called at exit, possibly several times.
 void beginExit() {
   Process& state = process();
   state.exiting = true;
@@ -56,7 +56,7 @@ void beginExit() {
   for (const auto& weak : stoppables)
     if (const auto stoppable = weak.lock()) stoppable->stop();
   lock.lock();
-  // The handler that called exit, if any, is not waited for.
+  // If a handler on this thread has called exit, `insideHere` excludes it from the wait.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   while (state.inside > insideHere && state.left.wait(lock, deadline)) {
   }

@@ -5,9 +5,9 @@
 
 namespace HalvernApi::Foundation {
 
-// Once the process exits, the library must not start a handler of the application: the static objects that the handler
-// uses are being destroyed. Code that runs handlers calls `enter` before and `leave` afterwards. Exit waits for code
-// between these two calls, but for one second at most. Any thread.
+// After exit has begun, the library must not start handlers of the application: the static objects that a handler uses
+// may already be destroyed. Code that runs handlers calls `enter` before and `leave` afterwards. Exit waits for running
+// handlers, but for one second at most. Any thread.
 class ProcessExit {
  public:
   static bool begun();
@@ -20,11 +20,11 @@ class ProcessExit {
     virtual ~Stoppable() = default;
     virtual void stop() = 0;
   };
-  // Exit will stop `stoppable`, before it destroys objects that existed at the first call of this function. Returns
-  // false if exit has already begun: it may miss `stoppable`. May throw std::bad_alloc.
+  // Exit will call `stoppable.stop()`, before it destroys static objects that existed at the first call of this
+  // function. Returns false if exit has already begun; then `stop` is not called. May throw std::bad_alloc.
   [[nodiscard]] static bool stopAtExit(std::weak_ptr<Stoppable> stoppable);
-  // Called by destructors. If one runs on the main thread after the thread-local objects of that thread were destroyed,
-  // the process is exiting. This function then begins exit, unless exit has begun already.
+  // Destructors call this function. If the thread-local objects of the main thread have already been destroyed, the
+  // process is exiting. Then this function does the work of exit, unless this has begun already.
   static void noticeFromDestructor();
 };
 

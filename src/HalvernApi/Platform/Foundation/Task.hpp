@@ -19,16 +19,15 @@ class HALVERNAPI_EXPORT Task : public boost::intrusive_ref_counter<Task, boost::
   virtual ~Task();
   // Runs all callbacks. Returns false if handlers remain because the process has begun to exit.
   [[nodiscard]] virtual bool run() noexcept = 0;
-  // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain; a
-  // later `run` calls them.
+  // Runs only the callbacks that settle promises, not the application's handlers. Returns false if handlers remain for
+  // a later `run`.
   [[nodiscard]] virtual bool runWithoutHandlers() noexcept = 0;
   // Returns true if there is something to run and the task is in no queue. The caller must then put the task into a
   // queue. Until the task has run, further calls return false.
   [[nodiscard]] virtual bool claimPosting() = 0;
-  // The queue on which the task runs.
   virtual const std::shared_ptr<CompletionQueue>& queue() const = 0;
 
-  Pointer next;  // for the list that contains the task
+  Pointer next;  // used by the list that contains the task
 };
 
 using TaskList = Fifo<Task::Pointer>;

@@ -36,10 +36,10 @@ bool Thread::start(std::function<void()> run) {
   origin_ = {};
   try {
     thread_ = std::thread([this, run = std::move(run)] {
-      current = this;  // the address only: the object may be destroyed before the thread ends
+      current = this;  // only compared: the object may be destroyed before the thread ends
       run();
     });
-  } catch (const std::exception&) {  // the system has no thread or no memory left
+  } catch (const std::exception&) {  // the system cannot create a thread, or memory has run out
   }
 #ifndef _WIN32
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
