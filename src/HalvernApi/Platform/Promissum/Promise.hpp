@@ -18,23 +18,23 @@ using Foundation::Unexpected;
 template <class Value, class E>
 class Promise;
 
-// A type that a function for `map` may return.
+// A type that the function passed to `map` may return.
 template <class T>
 concept NotVoid = !std::is_void_v<T>;
 
-// A type that a function for `flatMap` may return.
+// A type that the function passed to `flatMap` may return.
 template <class T, class E>
 concept PromiseThatFailsWith = std::same_as<T, Promise<typename T::ValueType, E>>;
 
 // \cond
-// The state that all copies of a promise share. For code that makes promises; applications use PromiseSource.
+// The state that all copies of a promise share. Applications create promises with PromiseSource.
 template <class Value, class E>
 class PromiseState final : public PromiseCore {
  public:
   using PromiseCore::PromiseCore;
   using Result = Expected<Value, E>;
 
-  // Does nothing if the promise has already been settled. The caller must hold a reference.
+  // Does nothing if the promise has already been settled. The caller must hold a reference to this object.
   void settle(Result result) {
     if (settleWithoutPosting(std::move(result))) post();
   }
@@ -68,13 +68,13 @@ class PromiseState final : public PromiseCore {
 // \endcond
 
 // A handle to the result of an asynchronous operation: a value or an error. Copies are cheap and share the result.
-// Every member may be called from any thread. Dropping all handles neither cancels the operation nor prevents callbacks
-// from running.
+// Every member may be called from any thread. Destroying all handles does not cancel the operation, and its callbacks
+// still run.
 //
-// Callbacks run on the completion queue of the session that made the promise, or on one queue that all promises without
-// a session share. They run one at a time, in the order in which they were attached, and never inside the call that
-// attaches them. Once the process exits, no callback of `then`, `trap` or `finally` begins, and no coroutine continues.
-// A callback that throws ends the process.
+// Callbacks run on the completion queue of the session that created the promise. All promises without a session share
+// one queue. Callbacks run one at a time, in the order in which they were attached. They do not run inside the call
+// that attaches them, unless an application's queue runs its tasks inside `async`. After process exit has begun, no
+// callback of `then`, `trap` or `finally` starts, and no coroutine continues. A callback that throws ends the process.
 template <class Value, class E>
 class [[nodiscard]] Promise {
  public:
@@ -84,24 +84,22 @@ class [[nodiscard]] Promise {
 
   // What `get` and `co_await` return.
   using Result = Expected<Value, E>;
-  // The type of the result on success.
   using ValueType = Value;
-  // The type of the result on failure.
   using ErrorType = E;
 
   // \cond
   explicit Promise(boost::intrusive_ptr<State> state) : state_(std::move(state)) {}
   // \endcond
 
-  // A promise that is settled from the start, for fakes of a service. Its handlers run on a thread that all promises
+  // Returns a promise that has already settled, for fakes of a service. Its handlers run on a thread that all promises
   // without a session share.
   static Promise resolved(Value value) { return settled(Result(std::move(value))); }
   // Like `resolved`, but with an error.
   static Promise rejected(E error) { return settled(Unexpected<E>(std::move(error))); }
 
-  // Returns a promise of `f(result)`, where `result` is the Expected of this promise and `f` returns another Expected.
-  // `f` runs on the completion queue, without an additional switch of threads. Cancelling the new promise cancels this
-  // one.
+  // Returns a promise that settles with `f(result)`. `result` is the Expected of this promise, and `f` returns another
+  // Expected. `f` runs on the completion queue, without an additional switch of threads. Cancelling the new promise
+  // cancels this promise.
   template <class F, class Next = std::decay_t<std::invoke_result_t<F&, const Result&>>>
   Promise<typename Next::value_type, typename Next::error_type> mapResult(F f) const {
     using NextState = PromiseState<typename Next::value_type, typename Next::error_type>;
@@ -112,7 +110,7 @@ class [[nodiscard]] Promise {
     return Promise<typename Next::value_type, typename Next::error_type>(std::move(next));
   }
 
-  // Returns a promise of `f(value)`. An error is passed on.
+  // Returns a promise that settles with `f(value)`, or with the error of this promise.
   template <class F, NotVoid U = std::decay_t<std::invoke_result_t<F&, const Value&>>>
   Promise<U, E> map(F f) const {
     return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<U, E> {
@@ -124,10 +122,10 @@ class [[nodiscard]] Promise {
   // \cond
   template <class F>
   requires std::is_void_v<std::invoke_result_t<F&, const Value&>>
-  void map(F f) const = delete;  // map takes a function that returns a value: use then
+  void map(F f) const = delete;  // map requires a function that returns a value: use then
   // \endcond
 
-  // Returns a promise of the same value, or of `f(error)`.
+  // Returns a promise that settles with the value of this promise, or with `f(error)`.
   template <class F, class E2 = std::decay_t<std::invoke_result_t<F&, const E&>>>
   Promise<Value, E2> mapError(F f) const {
     return mapResult([f = std::move(f)](const Result& result) mutable -> Expected<Value, E2> {
@@ -136,8 +134,8 @@ class [[nodiscard]] Promise {
     });
   }
 
-  // Returns a promise with the result of the promise `f(value)`. An error is passed on. Cancelling the new promise
-  // cancels the one of these two promises that is pending.
+  // Returns a promise that settles with the result of the promise `f(value)`, or with the error of this promise.
+  // Cancelling the new promise cancels this promise or, if this has settled, the promise that `f` returned.
   template <class F, class Next = std::invoke_result_t<F&, const Value&>>
   Next flatMap(F f) const {
     static_assert(PromiseThatFailsWith<Next, E>,
@@ -183,25 +181,26 @@ class [[nodiscard]] Promise {
   }
 
   // Blocks until the promise has settled. Inside a handler, it runs other tasks of the same completion queue while it
-  // waits. Do not call it elsewhere on the thread of an application's queue: it would prevent the answer from arriving.
+  // waits. Outside a handler, do not call it on the thread of an application's queue: it would block the queue that has
+  // to settle the promise.
   [[nodiscard]] Result get() const {
     state_->wait(std::chrono::milliseconds::max());
     return state_->result();
   }
 
-  // Like `get`, but returns false if the promise has not settled after `timeout`.
+  // Like `get`, but waits for `timeout` at most. Returns whether the promise has settled.
   bool waitFor(std::chrono::milliseconds timeout) const { return state_->wait(timeout); }
 
-  // Cancels the underlying exchange, also through a chain of derived promises. Soon, the exchange fails with
-  // `network` -999. Does nothing if the promise has settled or there is no exchange.
+  // Cancels the exchange that settles this promise directly or through a chain of derived promises. The exchange then
+  // fails with `network` -999 soon. Does nothing if the promise has settled or there is no exchange.
   void cancel() const { state_->cancel(); }
 
   // `co_await promise` returns an Expected<Value, E>. The coroutine continues in a task of the completion queue. To
-  // stop waiting, destroy the coroutine: nothing uses it afterwards.
+  // stop waiting, destroy the coroutine: the library does not use it afterwards.
   auto operator co_await() const {
     struct Awaiter {
       boost::intrusive_ptr<State> state;
-      // True once the coroutine was resumed or this awaiter was destroyed.
+      // True after the coroutine was resumed or this awaiter was destroyed.
       std::shared_ptr<std::atomic<bool>> over = std::make_shared<std::atomic<bool>>(false);
 
       explicit Awaiter(boost::intrusive_ptr<State> awaited) : state(std::move(awaited)) {}
@@ -210,7 +209,7 @@ class [[nodiscard]] Promise {
       ~Awaiter() { *over = true; }
       bool await_ready() const noexcept { return false; }
       void await_suspend(std::coroutine_handle<> coroutine) {
-        // A copy, because the coroutine may continue and destroy this awaiter before the call returns.
+        // A copy, because the coroutine may continue and destroy this awaiter before `whenSettled` returns.
         const auto kept = state;
         kept->whenSettled(Kind::handler, [coroutine, over = over](const Result&) {
           if (!over->exchange(true)) coroutine.resume();
@@ -241,13 +240,13 @@ class [[nodiscard]] Promise {
   boost::intrusive_ptr<State> state_;
 };
 
-// Makes a promise and settles it. For code that has a result of its own, such as a fake of a service. Copies settle the
-// same promise. Every member may be called from any thread. Destroying the last copy before the promise has settled is
-// a programming error, which an assertion reports.
+// Creates a promise and settles it, for example in a fake of a service. Copies settle the same promise. Every member
+// may be called from any thread. Destroying the last copy before the promise has settled is a programming error, which
+// an assertion reports.
 template <class Value, class E>
 class PromiseSource {
  public:
-  // Makes a new promise. Its callbacks run on a thread that all promises without a session share.
+  // Creates a promise. Its callbacks run on a thread that all promises without a session share.
   PromiseSource() : state_(new PromiseState<Value, E>(nullptr)) { state_->addSource(); }
   // \cond
   PromiseSource(const PromiseSource& other) : state_(other.state_) { state_->addSource(); }
@@ -258,7 +257,7 @@ class PromiseSource {
   ~PromiseSource() { state_->removeSource(); }
   // \endcond
 
-  // The promise that this source settles: always the same one.
+  // The promise that this source settles.
   Promise<Value, E> promise() const { return Promise<Value, E>(state_); }
 
   // Settles the promise with a value. Only the first call of `resolve` or `reject` has an effect.

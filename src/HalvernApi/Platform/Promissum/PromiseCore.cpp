@@ -36,8 +36,8 @@ void CancelRelay::follow(std::weak_ptr<Cancellable> work) {
 PromiseCore::PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable)
     : queue_(queue ? std::move(queue) : Queue(CompletionQueue::shared())), cancellable_(std::move(cancellable)) {}
 
-// A callback may own the next promise of a long chain. The callbacks of that promise are destroyed in this loop, and
-// not in a deeper recursion.
+// A callback may own the next promise of a long chain. The loop destroys the callbacks of that promise, too, so that
+// destructors are not nested deeply.
 PromiseCore::~PromiseCore() {
   thread_local Callbacks* destroying = nullptr;
   if (destroying != nullptr) {
@@ -99,13 +99,14 @@ namespace {
 struct Running {
   PromiseCore& promise;
   Running* const outer;
-  bool inHandler = false;  // false again while continuations run because the handler waits
+  bool inHandler = false;  // false while a waiting handler lets continuations run
 };
 thread_local Running* innermost = nullptr;
 
 }  // namespace
 
-// No lock is held while a callback runs or is destroyed: it may own objects of the application.
+// The mutex is not locked while a callback runs or is destroyed, because the callback may own objects of the
+// application.
 bool PromiseCore::run() noexcept {
   Running running{*this, innermost};
   innermost = &running;
@@ -158,7 +159,7 @@ bool PromiseCore::wait(std::chrono::milliseconds timeout) {
   const Queue queue = waiting_.emplace_back(current->shared_from_this());
   lock.unlock();
   const auto isSettled = [this] {
-    // A handler on this thread's stack may wait for a continuation of its own promise.
+    // A handler on the stack of this thread may wait for a continuation of the handler's promise.
     for (Running* running = innermost; running != nullptr; running = running->outer) {
       if (!std::exchange(running->inHandler, false)) continue;
       (void)running->promise.runContinuations(State::posted);

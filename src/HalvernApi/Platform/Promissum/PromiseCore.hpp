@@ -1,5 +1,5 @@
-// The part of a promise that does not depend on its types: settling once, waiting, cancelling, and callbacks on the
-// completion queue. Applications use Promise and PromiseSource, which add the types. Any thread.
+// The part of a promise that does not depend on the types of its value and error: settling once, waiting, cancelling,
+// and callbacks on the completion queue. Any thread.
 #pragma once
 
 #include <atomic>
@@ -16,18 +16,18 @@ class CompletionQueue;
 
 namespace HalvernApi::Promissum {
 
-// Work that ends when a promise is cancelled. Any thread.
+// Work that can be cancelled through a promise, such as an exchange. Any thread.
 class HALVERNAPI_EXPORT Cancellable {
  public:
   virtual ~Cancellable();
 
   // Cancels the work and returns null, or returns other work to cancel instead. Does nothing if the work has ended.
   virtual std::shared_ptr<Cancellable> cancelOrDelegate() = 0;
-  // Cancels `work`, or the work that it refers to, through a chain of any length. `work` may be null.
+  // Calls `cancelOrDelegate` of `work`, then of the work that this returns, until it returns null. `work` may be null.
   static void cancel(std::shared_ptr<Cancellable> work);
 };
 
-// Passes a cancellation on to work that becomes known later and may change. Any thread.
+// Passes a cancellation on to other work, which can be set later and replaced. Any thread.
 class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
  public:
   std::shared_ptr<Cancellable> cancelOrDelegate() override;
@@ -49,15 +49,15 @@ class HALVERNAPI_EXPORT CancelRelay final : public Cancellable {
 //                           '--------------> posted ------------'
 //                 publish, with callbacks
 //
-// A posted promise is in its queue as a task, or the caller of the function that posted it must put it there. Only that
-// task runs callbacks, so they run one at a time and in order. While one of its handlers waits for another promise,
-// only its continuations run.
+// A promise in the state `posted` is in its queue as a task, or the caller of the function that set the state must put
+// it there. Only this task runs callbacks, so they run one at a time and in order. While a handler waits for another
+// promise, later continuations of the handler's promise run, but no later handlers.
 class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
  public:
   using Queue = std::shared_ptr<Foundation::CompletionQueue>;
 
-  // A handler belongs to the application and is not started once the process exits. A continuation settles another
-  // promise.
+  // A handler belongs to the application and is not started after process exit has begun. A continuation settles
+  // another promise and runs even then.
   enum class Kind { handler, continuation };
 
   class HALVERNAPI_EXPORT Callback {
@@ -66,39 +66,39 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
     virtual ~Callback();
     virtual void run(PromiseCore& settled) noexcept = 0;
 
-    std::unique_ptr<Callback> next;  // for the list that contains the callback
+    std::unique_ptr<Callback> next;  // used by the list that contains the callback
     const Kind kind;
   };
 
-  // A null queue means the one that all promises without a session share.
+  // If `queue` is null, uses the queue that all promises without a session share.
   explicit PromiseCore(Queue queue, std::weak_ptr<Cancellable> cancellable = {});
   ~PromiseCore() override;
 
   const Queue& queue() const override { return queue_; }
   bool settled() const { return state_ >= State::settled; }
 
-  // Runs `callback` on the queue once the promise has settled, after those attached before it.
+  // Runs `callback` on the queue when the promise has settled, after earlier callbacks.
   void attach(std::unique_ptr<Callback> callback);
-  // Puts a posted promise into its queue. Inside a task of that queue, it becomes the next task.
+  // Puts this promise, which must be `posted`, into its queue. Inside a task of that queue, it becomes the next task.
   void post();
   [[nodiscard]] bool run() noexcept override;
   [[nodiscard]] bool runWithoutHandlers() noexcept override;
   [[nodiscard]] bool claimPosting() override;
 
-  // Waits until the promise has settled. Returns false if that takes longer than `timeout`. A century or more means no
-  // limit. Inside a handler, other tasks of its queue run during the wait.
+  // Waits until the promise has settled. Returns false if that takes longer than `timeout`. 100 years or more mean no
+  // limit. Inside a task, other tasks of the same queue run during the wait.
   bool wait(std::chrono::milliseconds timeout);
 
   void cancel() const;
   const std::weak_ptr<Cancellable>& cancellable() const { return cancellable_; }
 
-  // Counts the sources. Destroying the last one before the promise settles is a programming error.
+  // Counts the PromiseSource objects. Removing the last one before the promise has settled is a programming error.
   void addSource() { ++sources_; }
   void removeSource();
 
  protected:
   // Settling takes two steps. The first caller of `claim` gets true and stores the result. Then it calls `publish`,
-  // which wakes waiting threads and returns whether the promise is posted now.
+  // which wakes waiting threads and returns whether the state is `posted` now.
   [[nodiscard]] bool claim();
   [[nodiscard]] bool publish();
 
@@ -112,7 +112,7 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   const std::weak_ptr<Cancellable> cancellable_;
   Foundation::Mutex mutex_;
   Foundation::Condition settledChanged_;
-  std::vector<Queue> waiting_ HALVERNAPI_GUARDED_BY(mutex_);  // one entry for each `wait` inside a task of the queue
+  std::vector<Queue> waiting_ HALVERNAPI_GUARDED_BY(mutex_);  // one entry for each `wait` in a task: the task's queue
   Callbacks callbacks_ HALVERNAPI_GUARDED_BY(mutex_);
   std::atomic<State> state_ = State::pending;  // changed under mutex_, except by `claim`
   std::atomic<int> sources_ = 0;

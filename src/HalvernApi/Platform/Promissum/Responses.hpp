@@ -9,19 +9,18 @@
 
 namespace HalvernApi::Promissum {
 
-// The result of a successful call. The request and the bytes of the body are not kept: once the answer is decoded, they
-// would only take up memory.
+// The result of a successful call. The request and the bytes of the body are not kept, to save memory.
 template <class T>
 struct SuccessResponse {
   T result;                              // the value that the decoder returned
   Foundation::HTTPURLResponse response;  // the answer without its body
 };
 
-// The result of a failed call: there was no answer, or none that is acceptable. A plain value: any thread.
+// The result of a failed call: there was no answer, or the answer is not acceptable. A plain value: any thread.
 struct ErrorResponse {
-  std::variant<Foundation::NSError, Statham::JsonDecodeError> error;  // what went wrong
-  std::optional<Foundation::HTTPURLResponse> response{};              // absent if no answer arrived
-  std::optional<Foundation::Data> data{};                             // the part of the body that arrived
+  std::variant<Foundation::NSError, Statham::JsonDecodeError> error;
+  std::optional<Foundation::HTTPURLResponse> response{};  // absent if no answer arrived
+  std::optional<Foundation::Data> data{};                 // the received part of the body, if any
 };
 
 }  // namespace HalvernApi::Promissum
