@@ -4,10 +4,10 @@
 
 namespace HalvernApi::Statham {
 
-// The JSON value of Boost.JSON. It is only declared here, so that including the header of a record costs little. Code
-// that reads a value includes JsonCodec.hpp, which has the whole type.
+// The JSON value of Boost.JSON. It is only declared here, so that the headers of records compile quickly. Code that
+// reads a value includes JsonCodec.hpp, which includes the definition.
 using JsonValue = boost::json::value;
-// A JSON object. Its members keep the order in which they were added. The body of a request is one.
+// A JSON object, for example the body of a request. Its members keep the order in which they were added.
 using JsonObject = boost::json::object;
 
 }  // namespace HalvernApi::Statham

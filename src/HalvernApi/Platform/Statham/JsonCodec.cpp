@@ -14,7 +14,7 @@ Decoded<T> ScalarCodec<T>::decodeJson(const JsonValue& json) {
     if (json.is_string()) return std::string(json.get_string());
   } else if constexpr (std::same_as<T, std::int64_t>) {
     expected = "Int";
-    // 2 to the power of 63. The parser may turn integers that do not fit in 64 bits into it or its negative.
+    // 2 to the power of 63. For an integer outside 64 bits, the parser may return this number or its negative.
     constexpr double limit = 9223372036854775808.0;
     if (json.is_int64()) return json.get_int64();
     if (json.is_uint64() && std::in_range<T>(json.get_uint64())) return static_cast<T>(json.get_uint64());

@@ -6,32 +6,33 @@
 
 #include "HalvernApi/Platform/Statham/JsonDecodeError.hpp"
 
-// JSON values, and how each type is read from JSON and written as JSON.
+// JSON values, and the functions that read each type from JSON and write it as JSON.
 namespace HalvernApi::Statham {
 
 // The result of a decoder.
 template <class T>
 using Decoded = Foundation::Expected<T, JsonDecodeError>;
 
-// Reads a value of type T from JSON and writes it as JSON. T is bool, std::string, std::int64_t, double, Date, a
-// std::optional or std::vector of those, or any type that has `decodeJson` and `encodeJson`. Stateless: any thread.
+// Reads a value of type T from JSON and writes it as JSON. T is bool, std::string, std::int64_t, double, Date, any type
+// that has `decodeJson` and `encodeJson`, or a std::optional or std::vector of one of these types. Any thread.
 //
-// A bool accepts only booleans. An integer accepts integers within 64 bits, and doubles with an integral value whose
-// magnitude is less than 2 to the power of 63. A double accepts every number that it can represent, if only
-// approximately. An optional is absent for null. A vector accepts arrays and reports every bad element.
+// A bool accepts only booleans. An integer accepts numbers without a fraction within signed 64 bits. If the number has
+// a decimal point or an exponent, its magnitude must be less than 2 to the power of 63. A double accepts every number
+// in its range and rounds it if necessary. An optional is absent for null. A vector accepts arrays and reports bad
+// elements as `arrayDecoder` does.
 template <class T>
 struct JsonCodec {
   static_assert(!std::is_arithmetic_v<T>,
                 "The numbers of JSON are read as std::int64_t and double: convert from there");
 
-  // Fails with wrongType, or as `T::decodeJson` does.
+  // Fails with wrongType or with the error of `T::decodeJson`.
   static Decoded<T> decodeJson(const JsonValue& json) { return T::decodeJson(json); }
   // Returns JSON that `decodeJson` reads.
   static JsonValue encodeJson(const T& value) { return JsonValue(value.encodeJson()); }
 };
 
 // \cond
-// The codec of a type that JSON itself has.
+// The codec of JSON's booleans, strings and numbers.
 template <class T>
 struct HALVERNAPI_EXPORT ScalarCodec {
   static Decoded<T> decodeJson(const JsonValue& json);
@@ -68,7 +69,7 @@ JsonValue encodeOptional(const std::optional<T>& value, F encode) {
 }
 
 // Returns a decoder of arrays that calls `decode` for each element. It reports every bad element with its index, but
-// stops after a thousand of them, so that the errors do not take many times the memory of the answer.
+// stops after 1,000 errors to limit their memory.
 template <class F>
 auto arrayDecoder(F decode) {
   return [decode = std::move(decode)](const JsonValue& json) -> Decoded<std::vector<DecodedBy<F>>> {
@@ -90,7 +91,7 @@ auto arrayDecoder(F decode) {
   };
 }
 
-// Returns an array of `encode(value)` for each value, in the same order.
+// Returns a JSON array of `encode(value)` for each value, in the same order.
 template <class T, class F>
 JsonValue encodeArray(const std::vector<T>& values, F encode) {
   boost::json::array array;

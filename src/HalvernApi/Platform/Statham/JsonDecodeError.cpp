@@ -32,7 +32,7 @@ std::string_view nameOf(const JsonValue& value, std::string_view expected) {
 JsonDecodeError::JsonDecodeError(Node node) : node_(std::make_shared<const Node>(std::move(node))) {}
 
 JsonDecodeError JsonDecodeError::wrongType(const JsonValue& value, std::string expected) {
-  // A plain copy would use the memory resource of `value`, which may be destroyed before the error.
+  // A plain copy would use the memory resource of `value`. This resource may be destroyed before the error.
   return JsonDecodeError({Case::wrongType, JsonValue(value, {}), std::move(expected)});
 }
 
@@ -76,7 +76,7 @@ std::string JsonDecodeError::description() const {
 
 void JsonDecodeError::describe(const std::string& path, std::string& out) const {
   if (kind() == Case::structErrors) {
-    // The name of a record is only at the start of a path. Deeper in it, the key says where the record is.
+    // A path begins with the name of the outermost record. Inner records are identified by their keys.
     const std::string& from = path.empty() ? type() : path;
     for (const KeyError& entry : keyErrors()) entry.error.describe(from + '.' + entry.key, out);
     return;

@@ -8,7 +8,7 @@ Decoded<JsonDecoder> JsonDecoder::make(const JsonValue& json) {
 }
 
 const JsonValue* JsonDecoder::find(std::string_view key) {
-  // Members nearly always have the order in which they are read.
+  // Tries the next member first, because members nearly always have the order in which they are read.
   if (next_ == object_->end() || next_->key() != key) next_ = object_->find(key);
   return next_ != object_->end() ? &(next_++)->value() : nullptr;
 }

@@ -7,14 +7,14 @@
 namespace HalvernApi::Statham {
 
 // Reads the keys of one JSON object and collects their errors, so that a record reports every bad key at once. For one
-// thread at a time. The decoder refers to the JSON value, which must outlive it.
+// thread at a time. The JSON value must outlive the decoder, which refers to it.
 class HALVERNAPI_EXPORT JsonDecoder {
  public:
   // Fails with wrongType if `json` is not an object.
   static Decoded<JsonDecoder> make(const JsonValue& json);
 
-  // `decode` maps a JSON value to a Decoded<T>. The result is absent if the key is missing or does not decode; `errors`
-  // then has an error for the key.
+  // Reads a required key. `decode` maps a JSON value to a Decoded<T>. The result is absent if the key is missing or if
+  // `decode` fails; `errors` then contains an error for the key.
   template <class F>
   auto required(std::string_view key, F decode) {
     const JsonValue* const value = find(key);
@@ -22,8 +22,9 @@ class HALVERNAPI_EXPORT JsonDecoder {
     return file<DecodedBy<F>>(key, Foundation::Unexpected<JsonDecodeError>(JsonDecodeError::missingKey()));
   }
 
-  // `decode` maps a JSON value to a Decoded<std::optional<T>>. If the key is missing or null, the result is present and
-  // empty. If it does not decode, the result is as for `required`.
+  // Reads an optional key. `decode` maps a JSON value, which may be null, to a Decoded<std::optional<T>>. If the key is
+  // missing, the result is present and contains an empty std::optional<T>. If `decode` fails, the result is absent as
+  // in `required`.
   template <class F>
   auto optional(std::string_view key, F decode) {
     const JsonValue* const value = find(key);

@@ -20,8 +20,8 @@ namespace {
 
 constexpr int maxDepth = 512;  // of nested arrays and objects
 
-// Builds a value from what the parser finds. Limits the memory and the time that this takes, by estimates that are
-// never too low.
+// Builds a value from the events of the parser. Limits the memory and the time for this by estimates, which are never
+// too low.
 class Builder {
  public:
   static constexpr std::size_t max_object_size = JsonObject::max_size();
@@ -73,7 +73,7 @@ class Builder {
     return add(code, 0, [&] { stack_.push_uint64(value); });
   }
   bool on_double(double value, [[maybe_unused]] Text text, Code& code) {
-#if BOOST_VERSION < 108200  // without the precise mode of later versions, the last bits may be wrong
+#if BOOST_VERSION < 108200  // these versions have no precise mode, so the last bits may be wrong
 #ifdef __cpp_lib_to_chars
     std::from_chars(text.data(), text.data() + text.size(), value);
 #else
@@ -96,7 +96,7 @@ class Builder {
   // The sender of an object can choose keys with the same hash. Each key is then compared with all keys before it. One
   // such comparison takes as long as comparing this number of bytes plus the bytes of the key.
   static constexpr double bytesOfAComparison = 32;
-  static constexpr double maxCost = 400'000'000 * bytesOfAComparison;  // less than a second
+  static constexpr double maxCost = 400'000'000 * bytesOfAComparison;  // takes less than a second
 
   // Calls `push`, which adds a value to the stack, if there is room for that value and its `bytes` on the heap.
   // Otherwise sets `code` and returns false.
@@ -108,8 +108,8 @@ class Builder {
     push();
     return true;
   }
-  // The stack counts three times: while it grows, the old one and one of twice the size exist. It also contains the
-  // text that is being read.
+  // The stack counts three times, because two blocks exist while it grows: the old one and one of twice the size. It
+  // also contains the text that is being read.
   bool fits(Code& code, std::size_t textBytes) {
     stackBytes_ = std::max(stackBytes_, (held_ + 1) * sizeof(JsonValue) + textBytes);
     if (keptBytes_ + 3 * stackBytes_ <= maxBytes_ && cost_ <= maxCost) return true;
@@ -147,7 +147,7 @@ Expected<JsonValue, JsonTextError> parseJson(std::string_view text, std::size_t 
 
 namespace {
 
-// Writes to `out` until the first error.
+// Writes JSON to `out` until the first error.
 struct Writer {
   std::string out{};
   std::string fault{};
@@ -187,7 +187,7 @@ struct Writer {
 
   bool string(std::string_view text) {
     const auto plain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
-    if (std::all_of(text.begin(), text.end(), plain))  // nearly every text
+    if (std::all_of(text.begin(), text.end(), plain))  // true for nearly every text
       return append("\"") && append(text) && append("\"");
     if (!Foundation::isUtf8(text)) return fail("a text is not UTF-8");
     return append(boost::json::serialize(boost::json::string_view(text)));
@@ -195,7 +195,7 @@ struct Writer {
 
   bool number(double value) {
     if (!std::isfinite(value)) return fail("a number is not finite");
-    std::array<char, 400> digits;  // the longest number, the smallest double, takes about 330
+    std::array<char, 400> digits;  // the longest text of a double has about 330 characters
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr;
     return append({digits.data(), static_cast<std::size_t>(end - digits.data())});
   }

@@ -14,16 +14,16 @@ struct JsonTextError {
 
 constexpr std::size_t defaultMaxJsonBytes = std::size_t{256} << 20;
 
-// Accepts UTF-8 with or without a byte order mark, any value at the top level, and at most 512 nested arrays and
-// objects. `maxBytes` limits the memory of the value, including what is needed to build it. The squares of the objects'
-// sizes may add up to 400 million at most, or less if keys are long, so that keys with colliding hashes cannot take
-// longer than a second.
+// Parses JSON. Accepts UTF-8 with or without a byte order mark, any value at the top level, and at most 512 nested
+// arrays and objects. `maxBytes` limits the memory of the value, including what is needed to build it. The squares of
+// the objects' sizes may add up to 400 million at most, or less if keys are long. This limits the time for keys with
+// colliding hashes to a second.
 HALVERNAPI_EXPORT Foundation::Expected<JsonValue, JsonTextError> parseJson(std::string_view text,
                                                                            std::size_t maxBytes = defaultMaxJsonBytes);
 
-// Members keep their order. A number is written as the shortest plain decimal that reads back as the same number. Fails
-// if a text is not UTF-8, a number is not finite or values are nested too deeply. The error says which of these it is,
-// but does not contain the value.
+// Writes JSON. Members keep their order. A number is written as the shortest decimal without an exponent that is read
+// as the same number. Fails if a text is not UTF-8, a number is not finite, or more than 512 arrays and objects are
+// nested. The error is a description without the value.
 HALVERNAPI_EXPORT Foundation::Expected<std::string, std::string> writeJson(const JsonObject& object);
 
 }  // namespace HalvernApi::Statham

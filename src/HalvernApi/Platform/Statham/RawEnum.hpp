@@ -12,24 +12,24 @@
 namespace HalvernApi::Statham {
 
 // \cond
-// The index of the text in `json` among `rawValues`.
+// Returns the position in `rawValues` of the text in `json`.
 HALVERNAPI_EXPORT Foundation::Expected<std::size_t, JsonDecodeError> decodeRawValue(
     const JsonValue& json, std::string_view typeName, std::span<const std::string_view> rawValues);
 // \endcond
 
 // The base of enumerations whose cases are sent as texts, such as Sex and DeviceOrientation. A plain value: any thread.
 //
-// `Enum` derives from it. Its `typeName` is the name of the enumeration, and its `rawValues` are the texts in the order
-// of the cases.
+// `Enum` is the derived class. Its `typeName` is the name of the enumeration, and its `rawValues` are the texts in the
+// order of the cases.
 template <class Enum, class CaseType>
 class HALVERNAPI_EXPORT RawEnum {
  public:
   // The underlying enumeration, for a `switch`.
   using Case = CaseType;
 
-  // Implicit, so that a case can be used as a value.
+  // Implicit, so that a case can be used as an `Enum`.
   constexpr RawEnum(Case value) : case_(value) {}
-  // Lets the compiler check that a `switch` over an `Enum` is complete. Comparisons compare the cases.
+  // With this conversion, the compiler checks that a `switch` over an `Enum` is complete. Comparisons use it, too.
   constexpr operator Case() const { return case_; }
 
   // The case whose text is exactly `rawValue`; absent if there is none.
@@ -49,10 +49,8 @@ class HALVERNAPI_EXPORT RawEnum {
       return Enum(static_cast<Case>(index));
     });
   }
-  // `rawValue()`, which becomes a JSON string.
   std::string encodeJson() const { return std::string(rawValue()); }
 
-  // Prints `rawValue()`.
   friend std::ostream& operator<<(std::ostream& out, RawEnum value) { return out << value.rawValue(); }
 
  private:

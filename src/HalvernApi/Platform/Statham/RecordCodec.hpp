@@ -19,7 +19,7 @@ struct Field {
 };
 
 // Returns a field of a record: its key and its getter. The return type of the getter selects the JsonCodec of the
-// value, and says whether the key is optional.
+// value. If it is a std::optional, the key is optional.
 template <class Record, class Result>
 constexpr Field<Record, Result> field(std::string_view key, Result (Record::*get)() const) {
   return {key, get};
@@ -32,8 +32,8 @@ template <class T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 // \endcond
 
-// Decodes and encodes records of one type. It lists the record's fields once, in the order of its constructor's
-// arguments. Immutable: any thread.
+// Decodes and encodes records of one type. The fields must have the order of the arguments of the record's constructor.
+// Immutable: any thread.
 //
 //     constexpr RecordCodec codec("Pair", field("left", &Pair::left), field("right", &Pair::right));
 template <class... Fields>
@@ -45,14 +45,14 @@ class RecordCodec {
   // `type` is the record's name in errors. `type` and the keys must outlive the codec.
   explicit constexpr RecordCodec(std::string_view type, Fields... fields) : type_(type), fields_(fields...) {}
 
-  // Fails with wrongType if `json` is not an object, and with structErrors, which contain every bad key, if keys are
-  // bad. An optional key may be missing or null. Other keys of the object are ignored.
+  // Fails with wrongType if `json` is not an object, and with structErrors if keys are bad. The structErrors contain
+  // every bad key. An optional key may be missing or null. Unknown keys are ignored.
   Decoded<Record> decode(const JsonValue& json) const {
     Decoded<JsonDecoder> decoder = JsonDecoder::make(json);
     if (!decoder) return Foundation::Unexpected<JsonDecodeError>(std::move(decoder).error());
     return std::apply(
         [&](const Fields&... fields) -> Decoded<Record> {
-          // The braces make the calls run from left to right. Every key is read, even if an earlier one is bad.
+          // Initialisers in braces are evaluated from left to right. Every key is read, even if an earlier one is bad.
           std::tuple<std::optional<typename Fields::Value>...> values{read(*decoder, fields)...};
           return std::apply(
               [&](auto&... value) -> Decoded<Record> {
