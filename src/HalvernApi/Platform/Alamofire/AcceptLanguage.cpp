@@ -17,7 +17,8 @@ std::string acceptLanguage() {
   std::string_view locale;
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"})
     if (locale.empty()) locale = setting(name);
-  std::string_view list = setting("LANGUAGE");  // ignored unless a locale is set
+  // Used only if the locale is set and is neither "C" nor "POSIX".
+  std::string_view list = setting("LANGUAGE");
   if (list.empty() || locale.empty() || locale.starts_with("C.") || locale == "C" || locale == "POSIX") list = locale;
   std::vector<std::string> languages;
   while (!list.empty() && languages.size() < maxLanguages) {

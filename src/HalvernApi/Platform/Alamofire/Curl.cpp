@@ -72,8 +72,8 @@ ParsedUrl::ParsedUrl(std::string url) : text(std::move(url)), parts(parseUrl(tex
   constexpr std::size_t longestName = 253;  // RFC 1035, 2.3.4
   const std::string host = urlPart(parts, CURLUPART_HOST);
   const bool isUsual = host.size() <= longestName && Foundation::consistsOf(host, ".-_[:]");
-  // Some versions of libcurl lose a zone in copies. libcurl explains what is wrong with an unusual host only if the URL
-  // is given as text.
+  // Some versions of libcurl do not copy the zone of an IPv6 address. If a host is unusual, libcurl reports what is
+  // wrong with it only for a URL that is given as text.
   if (!isUsual || !urlPart(parts, CURLUPART_ZONEID).empty()) parts = nullptr;
 }
 
@@ -91,12 +91,12 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_GOT_NOTHING:
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR: return Foundation::NSURLErrorNetworkConnectionLost;
-    case CURLE_UNSUPPORTED_PROTOCOL:  // the answer is not HTTP/1 or later; the URL's scheme has been checked before
+    case CURLE_UNSUPPORTED_PROTOCOL:  // no status line of HTTP/1 or later; the URL's scheme has been checked before
 #if LIBCURL_VERSION_NUM >= 0x080600
     case CURLE_TOO_LARGE:  // the headers of the answer are too large
 #endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
-    case CURLE_WRITE_ERROR:  // a decoder of libcurl failed; a callback that fails sets `failure` itself
+    case CURLE_WRITE_ERROR:  // a decoder of libcurl failed; if a callback fails, it sets `failure` itself
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;
     case CURLE_PEER_FAILED_VERIFICATION: {

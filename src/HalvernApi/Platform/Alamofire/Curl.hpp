@@ -1,8 +1,7 @@
-// Helpers for libcurl: owning handles, options whose results are checked, parsed URLs, the features of this libcurl,
-// and its errors translated to those of the platform. Any thread. Not installed.
+// Helpers for libcurl: owning handles, options with checked results, parsed URLs, the features of this libcurl, and the
+// conversion of its errors. Any thread. Not installed.
 //
-// The functions throw std::bad_alloc if libcurl runs out of memory. They do not report it as an absent or malformed
-// value.
+// The functions throw std::bad_alloc if libcurl runs out of memory.
 #pragma once
 
 #include <curl/curl.h>
@@ -34,8 +33,8 @@ class EasyOptions {
   void set(CURLoption option, Value value) {
     if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
   }
-  // Like `set`, but ignores an option that this build of libcurl does not know. For options of features that such a
-  // build lacks as well, for example proxies.
+  // Like `set`, but ignores an option that this build of libcurl does not support. Use it only if such a build does not
+  // support the feature of the option either, for example proxies.
   template <class Value>
   void setIfKnown(CURLoption option, Value value) {
     if (result_ != CURLE_OK) return;
@@ -49,14 +48,14 @@ class EasyOptions {
   CURLcode result_ = CURLE_OK;
 };
 
-// Initialises libcurl at the first call. Call it before a handle for transfers is created.
+// Initialises libcurl at the first call. Must be called before a handle for transfers is created.
 void initialiseCurl();
 
 // The content encodings that this libcurl can decode, as the value of "Accept-Encoding".
 std::string acceptEncoding();
 // "HalvernApi/1.0.0 libcurl/7.88.1"
 std::string userAgent();
-// In libcurl's format: 0x075801 is 7.88.1.
+// The version in libcurl's format: 0x075801 is 7.88.1.
 unsigned curlVersion();
 // An error if this libcurl does not use OpenSSL. Other TLS libraries write session keys to the file that SSLKEYLOGFILE
 // names, and do not report why a certificate was rejected.
@@ -64,10 +63,11 @@ std::optional<Foundation::Failure> tlsFault();
 
 // The parsed URL, or null if libcurl cannot parse it. `flags` are those of curl_url_set.
 CurlUrl parseUrl(const std::string& url, unsigned flags = CURLU_PATH_AS_IS);
-// A part of `url` without decoding, empty if it has none. `flags` are those of curl_url_get.
+// Returns a part of `url`, not decoded; empty if the URL does not contain this part. `flags` are those of curl_url_get.
 std::string urlPart(const CurlUrl& url, CURLUPart part, unsigned flags = CURLU_DEFAULT_PORT);
 
-// A URL that libcurl has parsed, shared by all transfers to it: libcurl parses a URL that is given as text each time.
+// A parsed URL, which all transfers to the URL share. libcurl would parse a URL that is given as text for each
+// transfer.
 struct ParsedUrl {
   explicit ParsedUrl(std::string url);
 

@@ -13,7 +13,8 @@ using Foundation::equalIgnoringCase;
 
 namespace {
 
-// Replaces every `separator`, which would end a name or a line too early, by a character that `headerFault` rejects.
+// Replaces every `separator` after `start` by a character that `headerFault` rejects. The separator would end a name or
+// a line too early.
 void replace(std::string& block, std::size_t start, char separator) {
   std::replace(block.begin() + static_cast<std::ptrdiff_t>(start), block.end(), separator, '\1');
 }
@@ -77,7 +78,7 @@ std::string_view headerFault(const HTTPHeaders& headers) {
     if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
     const auto isControl = [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7f; };
     const auto isPrintable = [](unsigned char c) { return c >= 0x20 && c < 0x7f; };
-    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // one pass is enough for nearly all values
+    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // one check is enough for nearly all values
       if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
       if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
     }

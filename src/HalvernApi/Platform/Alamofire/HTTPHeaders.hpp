@@ -8,13 +8,13 @@
 
 namespace HalvernApi::Alamofire {
 
-// The headers of a request, in the order in which they were set. Names are compared ignoring case. A plain value. All
-// headers are in one block of memory, whose lines are passed to libcurl as they are.
+// The headers of a request, in the order in which they were set. Names are compared without regard to case. A plain
+// value: any thread.
 class HALVERNAPI_EXPORT HTTPHeaders {
  public:
-  // Valid until the headers are changed.
+  // One header. Its texts are valid until the headers are changed or destroyed.
   struct Header {
-    std::string_view name;   // points to the start of the header's line, which ends with a NUL
+    std::string_view name;
     std::string_view value;  // may be empty
   };
   // \cond
@@ -33,8 +33,8 @@ class HALVERNAPI_EXPORT HTTPHeaders {
   // A copy with `more` bytes of memory reserved.
   HTTPHeaders(const HTTPHeaders& other, std::size_t more);
 
-  // Sets the header, which becomes the last one. An absent value removes it. An empty or blank value is sent as a
-  // header without a value.
+  // Sets the header and moves it to the end. An absent value removes the header. With an empty or blank value, the
+  // header is sent without a value.
   void set(std::string_view name, std::optional<std::string_view> value);
   // The header's value, valid until the headers are changed. Absent if there is no such header.
   std::optional<std::string_view> find(std::string_view name) const;
@@ -50,8 +50,8 @@ class HALVERNAPI_EXPORT HTTPHeaders {
 };
 
 // \cond
-// A sentence on the first header that would break the header block or the framing of the message. Empty if all are
-// valid.
+// Returns a sentence about the first header that would break the header block or the framing of the message. Empty if
+// all headers are valid.
 std::string_view headerFault(const HTTPHeaders& headers);
 // \endcond
 

@@ -8,7 +8,7 @@ namespace HalvernApi::Alamofire {
 ParameterEncoding::~ParameterEncoding() = default;
 
 const JSONEncoding& JSONEncoding::default_() {
-  static const auto& encoding = *new JSONEncoding;  // never destroyed, because calls may be made during exit
+  static const auto& encoding = *new JSONEncoding;  // never destroyed, because calls may start during exit
   return encoding;
 }
 

@@ -142,7 +142,7 @@ NSError DataRequest::makeError(const Failure& failure, std::string_view words) {
   return error;
 }
 
-// Contains the answer, or only its status if memory runs out.
+// Returns an error with the answer, or only with its status if memory runs out.
 ErrorResponse DataRequest::errorResponse(std::variant<NSError, Statham::JsonDecodeError> error,
                                          const RawResponse& answer) {
   ErrorResponse response{std::move(error)};
@@ -160,7 +160,7 @@ ErrorResponse DataRequest::currentException() {
     throw;
   } catch (const std::bad_alloc&) {
     return {makeError(Foundation::outOfMemory)};
-  } catch (...) {  // without its text: the application's decoder may quote data of the answer
+  } catch (...) {  // without the exception's text, which may quote data of the answer
     return {makeError(
         {AFErrorDomain, AFError::responseSerializationFailed, "The decoder of the answer threw an exception."})};
   }

@@ -13,11 +13,11 @@ class HALVERNAPI_EXPORT Request {
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
 
-  // Absent if the text of the URL is not a URL.
+  // Absent if the given text was not a URL.
   const std::optional<URLRequest>& request() const { return request_; }
 
-  // A curl command line for bug reports. Possible secrets are elided: the body, and the values of all headers except
-  // harmless ones.
+  // A curl command line for bug reports. Possible secrets are elided: the user information in the URL, the body, and
+  // the values of all headers except harmless ones.
   std::string debugDescription() const;
 
  protected:
@@ -29,7 +29,7 @@ class HALVERNAPI_EXPORT Request {
   const std::optional<URLRequest> request_;
 };
 
-// The outcome of an exchange, not decoded. A plain value: any thread.
+// The outcome of an exchange before decoding. A plain value: any thread.
 struct DefaultDataResponse {
   std::optional<Foundation::HTTPURLResponse> response{};  // absent if no answer was received
   std::optional<Foundation::Data> data{};                 // the part of the body that was received
@@ -37,22 +37,22 @@ struct DefaultDataResponse {
 };
 
 // \cond
-// The outcome as the transport reports it. `error` is set if the call failed before it was sent. Errors of the exchange
-// are in `failure`, which needs no memory; handlers get an NSError that is made from it.
+// The outcome as the transport reports it. `error` is set if the session rejected the request. All other errors are in
+// `failure`, which needs no memory. Handlers receive an NSError that is created from `failure`.
 struct RawResponse : DefaultDataResponse {
   std::optional<Foundation::Failure> failure{};
   std::string words{};  // libcurl's description of the failure; empty if there is none, or no memory for it
 };
 // \endcond
 
-// A request whose answer has a body. Made by a session, which keeps it alive until it is finished. Any thread may call
+// A request whose answer has a body. A session creates it and keeps it alive until it is finished. Any thread may call
 // its members.
 class HALVERNAPI_EXPORT DataRequest : public Request,
                                       public Promissum::Cancellable,
                                       public std::enable_shared_from_this<DataRequest> {
  public:
   // \cond
-  // The shared state of the answer. It always gets a value, never an error.
+  // The shared state of the answer. It always settles with a value, which contains the error if there is one.
   using Answer = Promissum::PromiseState<RawResponse, Foundation::Unit>;
   // \endcond
 
@@ -64,14 +64,15 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   using Decoded = Foundation::Expected<T, Promissum::ErrorResponse>;
   // \endcond
 
-  // Handlers that are attached later get an error if the status is not in 200..299, or if there is a body whose media
-  // type does not match the request's "Accept".
+  // Handlers that are attached later receive AFError::responseValidationFailed if the status is not in 200..299, or if
+  // the answer has a body and its media type does not match the header "Accept" of the request.
   DataRequest& validate();
 
   // Calls `handler` once on the completion queue, even if the answer has already been received.
   DataRequest& response(std::function<void(const DefaultDataResponse&)> handler);
 
-  // Parses the body as JSON and decodes it. `decoder` runs on the completion queue. If it throws, the promise fails.
+  // Parses the body as JSON and decodes it. `decoder` runs on the completion queue. If it throws, the promise fails
+  // with AFError::responseSerializationFailed, or with ENOMEM after std::bad_alloc.
   template <class T>
   Promissum::Promise<Promissum::SuccessResponse<T>, Promissum::ErrorResponse> responseJsonDecodePromise(
       Decoder<T> decoder) {
@@ -83,8 +84,8 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   }
 
   // \cond
-  // Like responseJsonDecodePromise, but the result is what `conclude` returns for a Decoded<T> and the answer: another
-  // Expected. Saves the promise that `mapResult` would add.
+  // Like responseJsonDecodePromise, but the promise settles with the Expected that `conclude` returns for a Decoded<T>
+  // and the answer. `mapResult` would need another promise for this.
   template <class T, class Conclude>
   auto decodedPromise(Decoder<T> decoder, Conclude conclude) {
     using Result = std::invoke_result_t<Conclude&, Decoded<T>, const DefaultDataResponse&>;
@@ -122,7 +123,7 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
     }
   }
 
-  // The functions below and `reserved_` are used by callbacks of the answer, which run one at a time.
+  // Only callbacks of the answer use `reserved_` and the functions below. They run one at a time.
   Decoded<std::shared_ptr<const Statham::JsonValue>> json(const RawResponse& answer, bool validated);
   void show(const RawResponse& answer, bool validated, const std::function<void(const DefaultDataResponse&)>& handler);
   std::optional<Foundation::NSError> errorOf(const RawResponse& answer, bool validated);
@@ -130,8 +131,8 @@ class HALVERNAPI_EXPORT DataRequest : public Request,
   Promissum::ErrorResponse currentException();
   static Promissum::ErrorResponse errorResponse(std::variant<Foundation::NSError, Statham::JsonDecodeError> error,
                                                 const RawResponse& answer);
-  // Allocates no memory at the first call. Uses `words` in place of the failure's text if they are not empty and fit
-  // into memory.
+  // The first call allocates no memory. The description is `words`, or the text of `failure` if `words` is empty or
+  // memory runs out.
   Foundation::NSError makeError(const Foundation::Failure& failure, std::string_view words = {});
 
   Foundation::NSError reserved_;  // memory for an error, used when no other memory is left

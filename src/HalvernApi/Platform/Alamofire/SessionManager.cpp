@@ -21,7 +21,7 @@ SessionManager::~SessionManager() {
 }
 
 const HTTPHeaders& SessionManager::defaultHTTPHeaders() {
-  // Never destroyed, because calls may be made during exit.
+  // Never destroyed, because calls may start during exit.
   static const auto& headers = *new HTTPHeaders{
       {"Accept-Encoding", acceptEncoding()}, {"Accept-Language", acceptLanguage()}, {"User-Agent", userAgent()}};
   return headers;
@@ -36,7 +36,7 @@ std::shared_ptr<DataRequest> SessionManager::request(std::string_view url, HTTPM
     if (isUrlText(url)) error = encoding.encode(request, parameters);
   } catch (const std::bad_alloc&) {
     throw;
-  } catch (...) {  // the encoding may be the application's
+  } catch (...) {  // an encoding of the application may throw anything
     error = makeError(AFError::parameterEncodingFailed, "The encoding of the parameters threw an exception.");
   }
   if (!isUrlText(request.url))

@@ -9,11 +9,11 @@ namespace HalvernApi::Alamofire {
 
 class Transport;
 
-// An HTTP session. It has persistent connections that its requests share, one thread that does all input and output,
-// and the completion queue on which the handlers of its requests run.
+// An HTTP session. It has persistent connections that its requests share, one thread for all input and output, and the
+// completion queue that runs the handlers of its requests.
 //
-// Any thread may call its members. Threads and connections are created by the first request. After fork() a session is
-// useless in the child: requests that are started there fail, and earlier promises do not settle there.
+// Any thread may call its members. Threads and connections are created by the first request. In a forked child,
+// requests of the session fail with NSURLErrorCancelled, and earlier promises do not settle.
 class HALVERNAPI_EXPORT SessionManager {
  public:
   // Copies the configuration. If it is invalid, the requests fail.
@@ -24,20 +24,20 @@ class HALVERNAPI_EXPORT SessionManager {
   SessionManager(const SessionManager&) = delete;
   SessionManager& operator=(const SessionManager&) = delete;
 
-  // "Accept-Encoding", "Accept-Language" and "User-Agent". The languages are the user's by LANGUAGE, LC_ALL,
-  // LC_MESSAGES and LANG at the time of the first call, or "en" if these name none. The function `request` of
-  // HalvernApi adds these headers; callers of the member `request` pass them if they want them.
+  // Returns "Accept-Encoding", "Accept-Language" and "User-Agent". The languages are those of the environment variables
+  // LANGUAGE, LC_ALL, LC_MESSAGES and LANG at the first call, or "en". HalvernApi::request sends these headers. The
+  // member function `request` does not add them.
   static const HTTPHeaders& defaultHTTPHeaders();
 
-  // Starts a request immediately. Adds those headers of URLSessionConfiguration::httpAdditionalHeaders that `headers`
+  // Starts a request immediately. Adds the headers of URLSessionConfiguration::httpAdditionalHeaders that `headers`
   // does not contain. Every failure is reported as the outcome of the request.
   std::shared_ptr<DataRequest> request(std::string_view url, HTTPMethod method,
                                        const std::optional<Statham::JsonObject>& parameters,
                                        const ParameterEncoding& encoding, HTTPHeaders headers);
 
   // Makes all requests that start later use new connections. Call it when the device has moved to another network,
-  // because earlier connections may be dead without an error. Requests in flight continue. The session does this by
-  // itself after the device was asleep.
+  // because earlier connections may be dead without an error. Requests in flight continue. After a sleep of the device,
+  // the session does this automatically.
   void flush();
 
  private:

@@ -8,7 +8,7 @@
 namespace HalvernApi::Alamofire {
 namespace {
 
-// The address, as text, and the port of one end of a connection; port 0 if it has none.
+// Returns the address, as text, and the port of one end of a connection; empty and 0 if `name` fails.
 std::pair<std::string, int> endOf(curl_socket_t handle, decltype(::getsockname)& name) {
   sockaddr_storage address{};
   socklen_t size = sizeof address;
@@ -27,7 +27,7 @@ bool hasSomethingToRead(curl_socket_t handle) {
   return poll(&entry, 1, 0) > 0;
 }
 
-// libcurl then sees that the connection is closed, with no data left that it could take for an answer.
+// Closes the connection and discards received data, so that libcurl does not use this data as an answer.
 void shutDownAndEmpty(curl_socket_t handle) {
   ::shutdown(handle, SHUT_RDWR);
   std::array<char, 16384> rest;
@@ -76,7 +76,7 @@ std::shared_ptr<Sockets::Socket> Sockets::use(const char* peer, int peerPort, in
       return socket->localPort == 0 && endOf(socket->handle, ::getsockname).second == localPort &&
              endOf(socket->handle, ::getpeername) == std::pair<std::string, int>(peer, peerPort);
     });
-    if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // unknown socket
+    if (found == sockets_.end()) return std::make_shared<Socket>(Socket{CURL_SOCKET_BAD});  // not one of `sockets_`
     (*found)->peer = peer;
     (*found)->peerPort = peerPort;
     (*found)->localPort = localPort;
@@ -94,7 +94,7 @@ void Sockets::release(const std::shared_ptr<Socket>& socket) {
 void Sockets::retire() {
   for (const auto& socket : sockets_) {
     socket->retired = true;
-    // One without a local port is still connecting, for a request that has already begun.
+    // A socket without a local port is still connecting, for a request that has already begun.
     if (!socket->inUse && socket->localPort != 0) shutDownAndEmpty(socket->handle);
   }
 }

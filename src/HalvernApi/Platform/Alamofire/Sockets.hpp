@@ -1,5 +1,5 @@
 // The sockets of the connections of one session. They are created close-on-exec and are never one of the standard
-// streams. A connection is not used again if data arrived on it while it was idle, or if it is older than the last
+// streams. A connection is not used again if data arrived on it while it was idle, or if it was opened before the last
 // `retire`. Not thread-safe: the I/O thread uses it. Not installed.
 #pragma once
 
@@ -23,7 +23,7 @@ class Sockets {
     bool retired = false;  // must not carry another request
   };
 
-  // CURL_SOCKET_BAD if the system cannot create a socket. May throw std::bad_alloc.
+  // Returns CURL_SOCKET_BAD if the system cannot create a socket. May throw std::bad_alloc.
   curl_socket_t open(const curl_sockaddr& address);
   void close(curl_socket_t handle);
 
@@ -31,10 +31,10 @@ class Sockets {
   // when the answer has been read or will not be read. If the connection was retired, or if data arrived on it while it
   // was idle, this function shuts it down and returns null.
   std::shared_ptr<Socket> use(const char* peer, int peerPort, int localPort);
-  // A null pointer is allowed.
+  // `socket` may be null.
   static void release(const std::shared_ptr<Socket>& socket);
-  // No connection that exists now will be used for another request. Idle ones are shut down immediately, others when
-  // they are released.
+  // Ensures that no existing connection is used for another request. Idle connections are shut down immediately, others
+  // when they are released.
   void retire();
 
  private:

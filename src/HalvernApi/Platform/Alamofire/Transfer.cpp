@@ -18,12 +18,12 @@ constexpr std::string_view connectionLost =
     "The connection was lost before an answer came; the server may have seen the request.";
 constexpr std::size_t maxHeaderBytes = std::size_t{256} * 1024;
 constexpr curl_off_t maxFirstReserve = curl_off_t{1024} * 1024;
-constexpr std::size_t largeBody = std::size_t{64} * 1024;  // libcurl sends larger ones in several parts
+constexpr std::size_t largeBody = std::size_t{64} * 1024;  // libcurl sends larger bodies in several parts
 
-// Before 8.0 libcurl keeps a pointer to the last header that a handle received after it has freed that header.
+// Before 8.0, a libcurl handle keeps a pointer to the last header that it received, although the header has been freed.
 bool remembersFreedHeaders() { return curlVersion() < 0x080000; }
 
-// Before 8.6 libcurl reports a header line of more than 100 KiB with the same result as a lack of memory.
+// Before 8.6, libcurl reports a header line of more than 100 KiB as CURLE_OUT_OF_MEMORY.
 bool reportsLongHeadersAsNoMemory() { return curlVersion() < 0x080600; }
 
 // libcurl does not send a body with HEAD, where it has no meaning (RFC 9110, 9.3.2).
@@ -41,7 +41,7 @@ CURLcode setPart(CURLU* url, CURLUPart part, const char* value) {
   return result == CURLUE_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_URL_MALFORMAT;
 }
 
-// curl_url_get could decode, but it reports a control character with the same result as a lack of memory.
+// Does not use curl_url_get, which reports a control character and a lack of memory with the same result.
 std::string percentDecoded(const std::string& text) {
   int size = 0;
   const std::unique_ptr<char, CurlCleanup<curl_free>> decoded(
@@ -50,8 +50,7 @@ std::string percentDecoded(const std::string& text) {
   return {decoded.get(), static_cast<std::size_t>(size)};
 }
 
-// Sets user and password by options of their own. libcurl's error messages quote the proxy's URL, which then contains
-// no password.
+// Sets user and password by separate options, because libcurl's error messages quote the URL of the proxy.
 CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   const CurlUrl url = parseUrl(proxyUrl, CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
   if (const std::string user = urlPart(url, CURLUPART_USER); !user.empty())
@@ -61,7 +60,7 @@ CURLcode setProxy(EasyOptions& options, const std::string& proxyUrl) {
   for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD})
     if (const CURLcode result = setPart(url.get(), secret, nullptr); result != CURLE_OK) return result;
   options.set(CURLOPT_PROXY, urlPart(url, CURLUPART_URL).c_str());
-  // Set again, because libcurl uses its default port if memory runs out while it reads the port in the URL.
+  // The port is set again, because libcurl uses its default port if memory runs out while it reads the port in the URL.
   if (const std::string port = urlPart(url, CURLUPART_PORT, 0); !port.empty())
     options.set(CURLOPT_PROXYPORT, std::stol(port));
   return options.result();
@@ -107,12 +106,12 @@ CURLcode Transfer::setSharedOptions() {
                                 CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA})
     options.set(data, static_cast<void*>(this));
   options.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&context_.sockets));
-  // QUICK_EXIT: do not wait for the end of a name lookup.
+  // With CURLOPT_QUICK_EXIT, libcurl does not wait for the end of a name lookup.
   for (const CURLoption flag :
        {CURLOPT_PATH_AS_IS, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_SUPPRESS_CONNECT_HEADERS})
     options.set(flag, 1L);
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
-  if (remembersFreedHeaders()) options.set(CURLOPT_HEADER, 1L);  // onBody gets headers before libcurl reads them
+  if (remembersFreedHeaders()) options.set(CURLOPT_HEADER, 1L);  // onBody then checks headers before libcurl reads them
   options.set(CURLOPT_HEADERFUNCTION, onHeader);
   options.set(CURLOPT_WRITEFUNCTION, onBody);
   options.set(CURLOPT_XFERINFOFUNCTION, onProgress);
@@ -129,7 +128,7 @@ CURLcode Transfer::setSharedOptions() {
               static_cast<long>(std::clamp(configuration.timeoutIntervalForRequest, shortest, longest).count()));
   if (!tlsFault()) setTlsOptions(options, configuration);
   options.setIfKnown(CURLOPT_NOPROXY, "");
-  options.setIfKnown(CURLOPT_PROXY, "");  // ignore the proxies of the environment
+  options.setIfKnown(CURLOPT_PROXY, "");  // ignore proxies in environment variables
   return configuration.proxyUrl ? setProxy(options, *configuration.proxyUrl) : options.result();
 }
 
@@ -138,7 +137,7 @@ void Transfer::setHeaders(const URLRequest& request) {
   const auto add = [this](const char* line) { headers_.push_back({const_cast<char*>(line), nullptr}); };
   for (auto line = request.headers.begin(); line != request.headers.end(); ++line)
     if (hasBody(request) || !Foundation::equalIgnoringCase((*line).name, "Content-Type")) add(line.at);
-  if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // removes libcurl's own
+  if (!hasBody(request) || !request.headers.find("Content-Type")) add("Content-Type:");  // libcurl adds none
   add("Expect:");
   for (std::size_t index = 1; index < headers_.size(); ++index) headers_[index - 1].next = &headers_[index];
 }
@@ -161,7 +160,7 @@ CURLcode Transfer::begin(CURLM* multi, const URLRequest& request, std::shared_pt
   options.set(CURLOPT_HTTPHEADER, headers_.data());
   if (url_ != url) {
     url_ = std::move(url);
-    options.set(CURLOPT_CURLU, url_->parts.get());  // newer versions then forget CURLOPT_URL
+    options.set(CURLOPT_CURLU, url_->parts.get());  // newer versions of libcurl then discard CURLOPT_URL
     if (!url_->parts) options.set(CURLOPT_URL, url_->text.c_str());
   }
   const bool isPost = request.method == HTTPMethod::post;
@@ -195,14 +194,16 @@ bool Transfer::end(CURLM* multi) {
 
 RawResponse Transfer::outcome(CURLcode result) {
   std::optional<Failure>& failure = answer_.failure;
-  if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;  // libcurl could not copy the parts
+  // The parts are valid, so this result means that libcurl had no memory to copy them.
+  if (result == CURLE_URL_MALFORMAT && url_->parts) result = CURLE_OUT_OF_MEMORY;
   if (!failure && result == CURLE_OUT_OF_MEMORY && reportsLongHeadersAsNoMemory() && sent_ && !answer_.response)
     refuse(Foundation::NSURLErrorBadServerResponse, tooManyHeaders);
   else if (!failure && (result == CURLE_COULDNT_RESOLVE_HOST || result == CURLE_COULDNT_RESOLVE_PROXY) && sent_)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl tried to send the request again
   else if (!failure && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
-  // A proxy has refused to connect. Other results of a lost connection say that the server may have seen the request.
+  // The request was not sent, so a proxy has refused to connect. These results would say that the server may have seen
+  // the request.
   if (!sent_ && (result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR || result == CURLE_GOT_NOTHING))
     result = CURLE_PROXY;
   if (!failure && result != CURLE_OK) {
@@ -240,7 +241,7 @@ std::string Transfer::redirectTarget() const {
 }
 
 // libcurl calls this for each connection that it opens. If the request has already been sent, libcurl is about to send
-// it again, which is refused.
+// it again. This is refused.
 curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr* address) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (!self.sent_) return self.context_.sockets.open(*address);
@@ -252,7 +253,7 @@ curl_socket_t Transfer::onConnection(void* transfer, curlsocktype, curl_sockaddr
 }
 
 // libcurl calls this when it is about to send a request over a connection. A second call in one exchange means that
-// libcurl is about to send the request again, which is refused.
+// libcurl is about to send the request again. This is refused.
 int Transfer::onRequest(void* transfer, char* peer, char*, int peerPort, int localPort) try {
   Transfer& self = *static_cast<Transfer*>(transfer);
   if (self.sent_) {
@@ -295,8 +296,8 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t count, void* t
   return self.acceptsHeader(*data) ? count : 0;  // a header, because of CURLOPT_HEADER; libcurl reads it later
 }
 
-// Refuses a continuation line as the first header, for which some versions of libcurl read freed memory. The status
-// line counts as the first line of a header block.
+// Refuses a continuation line as the first header, because some versions of libcurl then read freed memory. `first` is
+// the first character of the line. `headerLines_` is 1 after the status line.
 bool Transfer::acceptsHeader(char first) {
   if (headerLines_ != 1 || (first != ' ' && first != '\t')) return true;
   refuse(Foundation::NSURLErrorBadServerResponse, "The first header of the answer is a continuation line.");
@@ -307,7 +308,7 @@ bool Transfer::append(std::string_view bytes) {
   const std::size_t maxSize = context_.configuration.maximumResponseSize;
   if (!answer_.data) answer_.data.emplace();
   Foundation::Data& body = *answer_.data;
-  curl_off_t claimed = 0;  // length of the whole body
+  curl_off_t claimed = 0;  // the body's "Content-Length"; not positive if unknown
   if (body.empty()) curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &claimed);
   if (bytes.size() > maxSize - body.size() || (claimed > 0 && static_cast<std::uintmax_t>(claimed) > maxSize)) {
     refuse(Foundation::NSURLErrorDataLengthExceedsMaximum, "The answer exceeds the maximum size.");

@@ -1,6 +1,6 @@
 // A libcurl easy handle that carries out one exchange after another. It sets the options of a request, receives the
-// answer by libcurl's callbacks, and reports the outcome. It does not know threads, promises and redirects. Used by the
-// thread of its multi handle only. Not installed.
+// answer in callbacks of libcurl, and reports the outcome. It does not handle threads, promises and redirects. Only the
+// thread of the multi handle may use it. Not installed.
 #pragma once
 
 #include <array>
@@ -13,15 +13,15 @@
 
 namespace HalvernApi::Alamofire {
 
-// Shared by the transfers of a session. Must outlive them.
+// The data that all transfers of a session share. It must outlive them.
 struct TransferContext {
   Foundation::URLSessionConfiguration configuration;
   Sockets sockets{};
-  Clock::time_point now{};  // when libcurl was last called
+  Clock::time_point now{};  // the time, set in every turn of the I/O loop
   int unsent = 0;           // number of transfers whose request has not been sent
 };
 
-// The type that begins transfers derives from this one, so that `Transfer::owner` can be cast back to it.
+// The base class of the type that begins transfers. `Transfer::owner` can be cast back to that type.
 struct TransferOwner {};
 
 class Transfer {
@@ -39,20 +39,19 @@ class Transfer {
   // not be used again, because libcurl counts the lost connections of a handle and reports a wrong error after five.
   bool end(CURLM* multi);
 
-  // The answer when libcurl has reported that the transfer is done. It has a failure if `result` is an error or a
-  // callback has refused to continue.
+  // Returns the answer. Called when libcurl has reported that the transfer is done. The answer has a failure if
+  // `result` is an error or a callback has refused to continue.
   RawResponse outcome(CURLcode result);
-  // The part of the answer that was received so far, with the given failure. For a transfer that is not done.
+  // Returns the part of the answer that was received so far, with `failure`. Called for a transfer that is not done.
   RawResponse interrupted(const Foundation::Failure& failure);
   // The answer's "Location" as an absolute URL. Empty if there is none.
   std::string redirectTarget() const;
-  // The connection could not be used, and nothing was sent over it. The request can start again.
+  // Whether the connection was not usable. Nothing was sent over it, so the request can start again.
   bool foundStaleConnection() const { return foundStaleConnection_; }
-  // The last time at which libcurl delivered data, or sent a part of a large body. The clock's epoch if that has not
-  // happened.
+  // When libcurl last delivered data or sent a part of a large body; the clock's epoch if it has not done so yet.
   Clock::time_point lastActivity() const { return lastActivity_; }
 
-  TransferOwner* owner = nullptr;  // of the current exchange
+  TransferOwner* owner = nullptr;  // the current exchange
 
  private:
   CURLcode setSharedOptions();
@@ -75,7 +74,7 @@ class Transfer {
   // The state of the current exchange.
   RawResponse answer_;  // the part that was received; has a failure if a callback has refused to continue
   std::size_t headerBytes_ = 0;
-  int headerLines_ = 0;  // of the current header block
+  int headerLines_ = 0;  // number of lines in the current header block
   curl_off_t sentBytes_ = 0;
   bool sent_ = false;  // the request, or a part of it, was sent
   bool foundStaleConnection_ = false;
@@ -84,7 +83,7 @@ class Transfer {
   std::shared_ptr<Sockets::Socket> socket_;
   // Options that are kept for the next exchange.
   std::shared_ptr<const ParsedUrl> url_;
-  std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether it sends a body
+  std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether a body is sent
   std::vector<curl_slist> headers_;                    // point to the request's headers
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   CurlEasy easy_;  // null before the first exchange; the last member, because its cleanup uses the others

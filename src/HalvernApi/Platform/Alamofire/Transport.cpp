@@ -19,8 +19,8 @@ using Foundation::urlFailure;
 namespace {
 
 constexpr int maxRedirects = 16;
-constexpr int spareConnections = 4;     // idle, to other hosts
-constexpr std::size_t minActive = 100;  // enough to keep every connection busy; a transfer takes 12 KiB
+constexpr int spareConnections = 4;     // additional idle connections, to other hosts
+constexpr std::size_t minActive = 100;  // transfers, to keep every connection busy; each takes 12 KiB
 constexpr std::size_t minPoolSize = 64;
 constexpr std::size_t maxPoolSize = 1024;
 constexpr std::size_t maxParsedUrls = 16;
@@ -44,7 +44,8 @@ std::optional<Failure> proxyFault(const std::optional<std::string>& proxyUrl) {
   return urlFailure(Foundation::NSURLErrorBadURL, "The URL of the proxy cannot be read.");
 }
 
-// Whether `pin` is a SHA-256 hash in Base64. libcurl compares the text, so its unused last bits must be 0.
+// Whether `pin` is a SHA-256 hash in Base64. libcurl compares the text, so the unused bits of its last character must
+// be 0.
 bool isPin(const std::string& pin) {
   constexpr std::size_t hashBytes = 32, textBytes = 44;
   constexpr std::string_view withoutSpareBits = "AEIMQUYcgkosw048";
@@ -83,12 +84,12 @@ struct Transport::Exchange final : DataRequest, TransferOwner, ListHook {
   bool inFlight() const { return self != nullptr; }
 
   const std::weak_ptr<Transport> transport;
-  std::shared_ptr<Exchange> self;      // not null while in flight
-  std::unique_ptr<Transfer> transfer;  // null while waiting for one
+  std::shared_ptr<Exchange> self;      // keeps the exchange alive while it is in flight; null otherwise
+  std::unique_ptr<Transfer> transfer;  // null while the exchange waits for a transfer
   std::optional<URLRequest> redirected;
   int redirects = 0;
   Clock::time_point started;
-  Clock::time_point lastActivity;  // when it was started or last redirected; the transfer knows later activity
+  Clock::time_point lastActivity;  // start or last redirect; the transfer has the time of later activity
 };
 
 Transport::Transport(const Foundation::URLSessionConfiguration& configuration, std::shared_ptr<CompletionQueue> queue)
@@ -101,14 +102,14 @@ Transport::Transport(const Foundation::URLSessionConfiguration& configuration, s
       maxActive_(std::max(minActive, maxConnections_)),
       maxJsonBytes_(maxJsonFactor * std::min(configuration.maximumResponseSize, SIZE_MAX / maxJsonFactor)),
       context_{configuration} {
-  context_.configuration.completionQueue = nullptr;  // `queue` owns it
+  context_.configuration.completionQueue = nullptr;  // `queue_` refers to it
   pool_.reserve(std::clamp(maxConnections_, minPoolSize, maxPoolSize));
 }
 
 Transport::~Transport() = default;
 
 std::shared_ptr<DataRequest> Transport::start(std::optional<URLRequest> request, std::optional<NSError> error) {
-  // In the child of a fork the session's queue may be locked, and its threads do not exist.
+  // In a forked child, the session's queue may stay locked, and its thread does not exist.
   const auto exchange = std::make_shared<Exchange>(
       std::move(request), inForkedChild() ? CompletionQueue::on(nullptr) : queue_, maxJsonBytes_, weak_from_this());
   std::optional<Failure> failure;
@@ -149,7 +150,7 @@ std::optional<Failure> Transport::ensureThreads() {
     initialiseCurl();
     CurlMulti multi(curl_multi_init());
     if (!multi) return outOfMemory;
-    // libcurl does not report that it has no descriptors for its wake-ups until it needs them.
+    // If no descriptors are left for wake-ups, curl_multi_init succeeds, but curl_multi_wakeup fails.
     if (curl_multi_wakeup(multi.get()) != CURLM_OK) return Foundation::outOfDescriptors;
     // CURLMOPT_MAXCONNECTS limits idle connections.
     const long maxConnections = static_cast<long>(maxConnections_), maxIdle = maxConnections + spareConnections;
@@ -158,7 +159,7 @@ std::optional<Failure> Transport::ensureThreads() {
       return outOfMemory;
     multi_ = std::move(multi);
   }
-  // The thread for handlers is started first: a call is accepted only if its answer can be delivered.
+  // The thread for handlers is started first, because a call is accepted only if its answer can be delivered.
   if (!Foundation::ProcessExit::stopAtExit(weak_from_this())) return cancelled;
   if (!queue_->prepare()) return Foundation::outOfThreads;
   started_ = thread_.start([self = shared_from_this()] { self->run(); });
@@ -187,7 +188,7 @@ void Transport::run() {
       begin(exchange);
     }
     int running = 0;
-    curl_multi_perform(multi_.get(), &running);  // after a failure, the time limits end the transfers
+    curl_multi_perform(multi_.get(), &running);  // if it fails, the time limits end the transfers
     reap();
     endOverdue();
     postFinished();
@@ -199,7 +200,7 @@ void Transport::run() {
   pool_.clear();
 }
 
-// False if the thread must end. The exchanges that were in the inbox are then cancelled together with all others.
+// Executes the commands in the inbox. Returns false if the thread must end; `run` then cancels all exchanges.
 bool Transport::takeInbox() {
   bool stopping = false;
   {
@@ -225,7 +226,7 @@ void Transport::execute(Command& command) {
   }
 }
 
-// Connections do not survive a sleep of the device, and the system does not report that.
+// Connections are lost while the device is asleep, and the system does not report this.
 void Transport::retireConnectionsAfterSleep() {
   const auto before = timeAsleep_;
   timeAsleep_ = timeAsleep();
@@ -239,7 +240,7 @@ void Transport::enqueue(std::shared_ptr<Exchange> exchange) {
   deadline_ = std::min(deadline_, context_.now + std::min(requestLimit_, resourceLimit_));
 }
 
-// Starts the exchange, or restarts it if it already has a transfer. Ends it if that fails.
+// Starts the exchange, or restarts it if it already has a transfer. If this fails, the exchange finishes.
 void Transport::begin(Exchange& exchange) {
   if (exchange.transfer) recycle(std::move(exchange.transfer));
   CURLcode result = CURLE_OUT_OF_MEMORY;
@@ -287,8 +288,8 @@ void Transport::transferDone(Exchange& exchange, CURLcode result) {
   if (!followRedirect(exchange, answer)) finish(exchange, std::move(answer));
 }
 
-// Follows the redirect if `answer` is one. False if the exchange must finish with `answer`. That gets a failure if
-// there were too many redirects, or if memory ran out.
+// Follows the redirect if `answer` is one. Returns false if the exchange must finish with `answer`. Sets
+// `answer.failure` if there were too many redirects, or if memory runs out.
 bool Transport::followRedirect(Exchange& exchange, RawResponse& answer) try {
   if (answer.failure || answer.response->statusCode / 100 != 3) return false;
   auto next = redirect(exchange.current(), answer.response->statusCode, exchange.transfer->redirectTarget());
@@ -297,7 +298,7 @@ bool Transport::followRedirect(Exchange& exchange, RawResponse& answer) try {
     answer.failure = endlessRedirects;
     return false;
   }
-  recycle(std::move(exchange.transfer));  // first, because it points to the request that is replaced
+  recycle(std::move(exchange.transfer));  // first, because the transfer points to the request that is replaced
   exchange.redirected = std::move(next);
   exchange.lastActivity = context_.now;
   begin(exchange);
@@ -345,7 +346,7 @@ void Transport::endOverdue() {
 }
 
 void Transport::wait() {
-  // Some versions of libcurl do not end the wait when it is time to try a host's next address.
+  // Some versions of libcurl do not end the wait when it is time to try the next address of a host.
   const std::chrono::milliseconds maxWait =
       context_.unsent > 0 ? std::chrono::milliseconds(250) : std::chrono::hours(1);
   context_.now = Clock::now();

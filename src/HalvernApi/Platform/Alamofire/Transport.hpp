@@ -1,5 +1,5 @@
-// The network side of a session: one I/O thread that runs libcurl for all exchanges. The first request starts it. Every
-// exchange that is started gets an answer, which may be a failure. Not installed.
+// The network side of a session: one I/O thread that runs libcurl for all exchanges. The first request starts the
+// thread. Every exchange that is started ends with an answer, which may be a failure. Not installed.
 #pragma once
 
 #include <boost/intrusive/list.hpp>
@@ -15,7 +15,8 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
             std::shared_ptr<Foundation::CompletionQueue> queue);
   ~Transport() override;
 
-  // Any thread. A request with an `error` fails with it and is not sent.
+  // Any thread. If there is an `error`, the request is not sent and fails with this error. Otherwise `request` must be
+  // present.
   std::shared_ptr<DataRequest> start(std::optional<URLRequest> request, std::optional<Foundation::NSError> error);
   // Any thread. Requests that start later use new connections.
   void flush();
@@ -35,12 +36,12 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
 
   // The reason why this session cannot send `request`, if there is one.
   std::optional<Foundation::Failure> faultOf(const URLRequest& request) const;
-  // Puts `command` into the inbox. The error says why it was not accepted.
+  // Puts `command` into the inbox. Returns an error if it was not accepted.
   std::optional<Foundation::Failure> send(Command command);
   std::optional<Foundation::Failure> ensureThreads() HALVERNAPI_REQUIRES(mutex_);
   bool inForkedChild() const { return origin_.inForkedChild(); }
 
-  // These run on the I/O thread.
+  // The functions below run on the I/O thread.
   void run();
   bool takeInbox();
   void execute(Command& command);
@@ -61,7 +62,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
 
   const std::shared_ptr<Foundation::CompletionQueue> queue_;
   const Foundation::OriginalProcess origin_{};
-  const std::optional<Foundation::Failure> configurationFault_;  // every call fails with it
+  const std::optional<Foundation::Failure> configurationFault_;  // if present, every call fails with it
   const std::chrono::milliseconds requestLimit_;
   const std::chrono::milliseconds resourceLimit_;
   const std::size_t maxConnections_;  // per host
@@ -77,7 +78,8 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Foundation::Thread thread_;  // started under mutex_, joined under joining_
 
   // Once the I/O thread runs, only that thread uses the members below, with two exceptions. Any thread reads the
-  // configuration, which does not change. Any thread may wake the multi handle, so it exists as long as this object.
+  // configuration, which does not change. Any thread may wake the multi handle, so that handle exists as long as this
+  // object.
   TransferContext context_;
   CurlMulti multi_;
   std::vector<Command> batch_;
@@ -86,7 +88,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   Exchanges waiting_;                                   // exchanges that wait for a transfer, in order of arrival
   Exchanges active_;
   std::size_t activeCount_ = 0;                            // transfers that are not in the pool
-  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends earlier
+  Clock::time_point deadline_ = Clock::time_point::max();  // no time limit ends before this time
   std::chrono::nanoseconds timeAsleep_{0};  // how long the device had slept when the last commands were taken
   Foundation::TaskList finished_;
 };

@@ -17,7 +17,7 @@ std::string printableUrl(std::string_view url) {
   const std::size_t start = std::min(url.find_first_not_of('/', scheme == 0 ? 0 : scheme + 1), url.size());
   // libcurl takes everything up to the last "@" before the path as the user information.
   std::string_view authority = url.substr(start, url.find('/', start) - start);
-  // But an "@" in the query is not part of it if the text before the query is a host, or a host with a numeric port.
+  // An "@" in the query is ignored if the text before the query is a host, or a host with a numeric port.
   const std::string_view host = authority.substr(0, authority.find_first_of("?#"));
   const std::string_view port = host.substr(std::min(host.rfind(':'), host.size()));
   if (port.empty() || (port.size() > 1 && port.find_first_not_of("0123456789", 1) == std::string_view::npos))

@@ -7,14 +7,14 @@
 
 namespace HalvernApi::Alamofire {
 
-// Whether RFC 3986 allows every character in a URL. It does not allow blanks, control characters and characters outside
-// ASCII.
+// Whether `text` contains only characters that RFC 3986 allows in a URL. Blanks, control characters and characters
+// outside ASCII are not allowed.
 bool isUrlText(std::string_view text);
 
-// `url` with the user information in front of the host elided, because it may contain a password.
+// Returns `url` without the user information in front of the host, which may contain a password.
 HALVERNAPI_EXPORT std::string printableUrl(std::string_view url);
 
-// The scheme in front of the first colon. Empty if there is none.
+// The scheme in front of the first colon; empty if there is none.
 std::string_view schemeOf(std::string_view url);
 bool isHttps(std::string_view url);
 

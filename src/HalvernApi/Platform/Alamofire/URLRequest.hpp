@@ -13,7 +13,7 @@ constexpr std::string_view rawValue(HTTPMethod method) {
   return names[static_cast<std::size_t>(method)];
 }
 
-// A request that is sent without changes. A plain value: any thread.
+// An HTTP request. A plain value: any thread.
 struct URLRequest {
   std::string url;                      // sent unchanged
   HTTPMethod method = HTTPMethod::get;  // of the first exchange; a redirect may change it
