@@ -15,18 +15,18 @@ std::string urlText(const DataRequest& request) {
   return request.request() ? "Optional(" + Alamofire::printableUrl(request.request()->url) + ')' : "nil";
 }
 
-// Calls the log hook with `line()`, which is only computed if there is a hook. An exception of either is ignored: it
-// must not change the call that is logged.
+// If there is a log hook, calls it with `line()`. Exceptions of both are ignored, because they must not change the call
+// that is logged.
 template <class Line>
 void log(Line line) try {
   if (const auto hook = Environment::log) hook(line());
 } catch (...) {
 }
 
-// Locks the stream, so that no output of other threads appears inside the line.
+// Prints `text` as a line. Locks the stream, so that no output of other threads appears inside the line.
 void printLine(std::string_view text) {
   std::optional<SigpipeBlock> block;
-  if (!Foundation::Thread::isOwn()) block.emplace();  // the library's threads block signals already
+  if (!Foundation::Thread::isOwn()) block.emplace();  // the library's threads already block signals
   flockfile(stdout);
   [[maybe_unused]] const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
   [[maybe_unused]] const int ended = std::fputc('\n', stdout);
@@ -61,7 +61,7 @@ std::shared_ptr<DataRequest> Detail::startValidated(SessionManager& session, std
   auto request = session.request(url, method, parameters, encoding, std::move(headers));
   log([&] { return std::string(rawValue(method)) + ' ' + urlText(*request); });
   log([&] { return request->debugDescription(); });
-  // Attached before `validate`, so that it gets every answer without a validation error.
+  // This handler is attached before `validate`, so that it receives every answer without a validation error.
   request->response([&request = *request](const DefaultDataResponse& answer) { logAnswer(request, answer); });
   request->validate();
   return request;

@@ -21,12 +21,13 @@ HALVERNAPI_EXPORT std::shared_ptr<DataRequest> startValidated(SessionManager& se
 // \endcond
 
 // Sends a request, checks the status and the content type of its answer, and decodes the answer. All operations of the
-// service use this function. An application may use it for endpoints of its own. Any thread. Every failure is an Error
-// of the promise.
+// service use this function. Applications may use it for other endpoints. Any thread. Every failure is an Error of the
+// promise.
 //
-// `apiKey` and `accessToken` are sent as the headers "Api-Key" and "Access-Token". An absent one is not sent, an empty
-// one is. Without `parameters` the request has no body. `decoder`, usually a record's `decodeJson`, runs on the
-// completion queue. If it throws, the promise fails. It gets null for an answer 204 or 205 without a body.
+// `apiKey` and `accessToken` are sent as the headers "Api-Key" and "Access-Token". An absent header is not sent. An
+// empty header is sent without a value. Without `parameters`, the request has no body. `decoder`, usually a record's
+// `decodeJson`, runs on the completion queue. If it throws, the promise fails. If the status is 204 or 205 and there is
+// no body, it receives null.
 //
 // The body of every answer is printed to standard output if it is UTF-8. Log lines are passed to Environment::log.
 template <class T>

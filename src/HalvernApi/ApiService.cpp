@@ -12,7 +12,7 @@ namespace {
 
 using Body = std::initializer_list<std::pair<boost::json::string_view, boost::json::value_ref>>;
 
-// The decoder of operations with an empty result: any JSON is accepted.
+// The decoder of operations without a result. Accepts any JSON.
 Expected<Unit, JsonDecodeError> discard(const JsonValue&) { return Unit(); }
 
 template <class T>

@@ -7,7 +7,7 @@ namespace HalvernApi {
 // A measured point of an Audiogram. The numbers are sent unchanged. An immutable value: any thread.
 class HALVERNAPI_EXPORT FrequencyVolumePair {
  public:
-  // Does not check the values. A call that sends a volume that is not finite fails.
+  // Does not check the values. If `volume` is not finite, a call that sends it fails.
   FrequencyVolumePair(std::int64_t frequency, double volume) : frequency_(frequency), volume_(volume) {}
 
   // In hertz.
@@ -15,7 +15,7 @@ class HALVERNAPI_EXPORT FrequencyVolumePair {
   // In decibels of hearing level (dB HL).
   double volume() const { return volume_; }
 
-  // Reads `{"frequency": 1000, "volume": 35.5}`. Both keys are required, others are ignored.
+  // Reads `{"frequency": 1000, "volume": 35.5}`. Both keys are required. Other keys are ignored.
   static Expected<FrequencyVolumePair, JsonDecodeError> decodeJson(const JsonValue& json);
   // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;
@@ -31,7 +31,7 @@ class HALVERNAPI_EXPORT FrequencyVolumePair {
 // thread.
 class HALVERNAPI_EXPORT Audiogram {
  public:
-  // Does not check, sort or merge the values. There may be none.
+  // Does not check, sort or merge the values. `values` may be empty.
   Audiogram(DeviceOrientation orientation, std::string serialNumber, std::string tube,
             std::vector<FrequencyVolumePair> values)
       : orientation_(orientation),
@@ -48,8 +48,8 @@ class HALVERNAPI_EXPORT Audiogram {
   // The measured points, in the order in which they are sent.
   const std::vector<FrequencyVolumePair>& values() const { return values_; }
 
-  // Reads `{"orientation": "Left", "serialNumber": "1234", "tube": "M", "values": [...]}`. All keys are required,
-  // others are ignored. The error lists every bad key and every bad value.
+  // Reads `{"orientation": "Left", "serialNumber": "1234", "tube": "M", "values": [...]}`. All keys are required. Other
+  // keys are ignored. The error lists every bad key and every bad value.
   static Expected<Audiogram, JsonDecodeError> decodeJson(const JsonValue& json);
   // Writes what `decodeJson` reads.
   JsonObject encodeJson() const;

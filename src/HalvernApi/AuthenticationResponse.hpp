@@ -5,11 +5,11 @@
 
 namespace HalvernApi {
 
-// The answer to all operations that sign in: the outcome, the tokens, and what the service knows about the user. The
-// caller stores the tokens. An immutable value: any thread.
+// The answer to all operations that sign in: the outcome, the tokens, and the user's data that the service has stored.
+// The caller stores the tokens. An immutable value: any thread.
 class HALVERNAPI_EXPORT AuthenticationResponse {
  public:
-  // For tests and fakes. Does not check the values.
+  // For tests and fakes.
   AuthenticationResponse(bool isSuccessful, bool isEmailConfirmed, std::string accessToken, std::string refreshToken,
                          std::optional<Date> dateOfBirth, std::optional<Sex> sex, std::string email)
       : isSuccessful_(isSuccessful),
@@ -24,22 +24,22 @@ class HALVERNAPI_EXPORT AuthenticationResponse {
   bool isSuccessful() const { return isSuccessful_; }
   // Whether the user has opened the link in the confirmation e-mail.
   bool isEmailConfirmed() const { return isEmailConfirmed_; }
-  // The secret for operations with an `accessToken`. Valid until the service rejects it.
+  // The secret for operations that take an `accessToken`. Valid until the service rejects it.
   const std::string& accessToken() const { return accessToken_; }
   // The secret for ApiService::relogin.
   const std::string& refreshToken() const { return refreshToken_; }
-  // Absent if the service does not know it. It is midnight in this device's time zone if ApiService::update was called
-  // with such a date.
+  // Absent if the service has not stored it. The service sends local time without an offset, which is read in this
+  // device's time zone.
   const std::optional<Date>& dateOfBirth() const { return dateOfBirth_; }
-  // Absent if the answer does not contain it, `Sex::unknown` if the answer says that it is not known.
+  // Absent if the answer does not contain it; `Sex::unknown` if the answer contains "NotKnown".
   const std::optional<Sex>& sex() const { return sex_; }
-  // The address of the account.
+  // The e-mail address of the account.
   const std::string& email() const { return email_; }
 
   // Reads an object whose keys are the names of the fields. `dateOfBirth` and `sex` may be missing or null. Other keys
   // are ignored. The error lists every bad key.
   static Expected<AuthenticationResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // Writes what `decodeJson` reads, the tokens included, with null for what is absent.
+  // Writes what `decodeJson` reads, including the tokens. Absent values are written as null.
   JsonObject encodeJson() const;
 
   friend bool operator==(const AuthenticationResponse&, const AuthenticationResponse&) = default;

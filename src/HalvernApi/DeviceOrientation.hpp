@@ -8,8 +8,8 @@ namespace HalvernApi {
 enum class HALVERNAPI_EXPORT DeviceOrientationCase : std::uint8_t { left, right };
 // \endcond
 
-// The ear that a hearing aid or a measurement is for. Works in `switch (orientation) { case DeviceOrientation::left:
-// ... }`. A value: any thread.
+// The ear to which a hearing aid or a measurement belongs. Works in `switch (orientation) { case
+// DeviceOrientation::left: ... }`. A value: any thread.
 class HALVERNAPI_EXPORT DeviceOrientation : public Statham::RawEnum<DeviceOrientation, DeviceOrientationCase> {
  public:
   using RawEnum::RawEnum;

@@ -7,7 +7,8 @@ namespace {
 
 using Hook = std::function<void(const std::string&)>;
 
-// Constructed before any object of the application. The hook is never destroyed.
+// Constructed before any object of the application: 101 is the first priority that GCC does not reserve. The hook is
+// never destroyed.
 struct Storage {
   Storage() noexcept { new (&hook) Hook; }
   ~Storage() {}

@@ -8,12 +8,11 @@
 namespace HalvernApi {
 namespace {
 
-// The text with which the service explains a 400.
+// Returns the text in which the service explains a status of 400.
 std::optional<std::string> rejectionMessage(const std::optional<Data>& data) try {
   if (!data) return std::nullopt;
   const auto body = decode<ServerErrorResponse>(*data, ServerErrorResponse::decodeJson);
   if (!body) return std::nullopt;
-  // Only the first validation error is reported.
   if (const auto& errors = body->validationErrors(); errors && !errors->empty()) return errors->front();
   return body->message();
 } catch (const std::bad_alloc&) {

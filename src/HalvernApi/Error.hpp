@@ -9,26 +9,25 @@ namespace HalvernApi {
 // The error type of all operations, for a `switch` over `kind()`. A plain value: any thread.
 class HALVERNAPI_EXPORT Error {
  public:
-  // What went wrong.
   enum class Case {
-    network,          // the network or the operating system failed; has a platform error
+    network,          // the exchange failed or was cancelled; has a platform error
     unknownNSError,   // any other failure, such as another status or an answer that is not JSON; has a platform error
     validationError,  // the service rejected the request (400) and explained why; has a validation message
     unknownJsonData,  // the answer's JSON is not the expected record
     notAuthorized,    // the service answered 401
   };
 
-  // The five functions that make an error of each kind are for fakes of ApiService. `error` should be of
-  // NSURLErrorDomain or NSPOSIXErrorDomain.
+  // The five functions that create errors are for fakes of ApiService. `error` should have the domain NSURLErrorDomain
+  // or NSPOSIXErrorDomain.
   static Error network(NSError error);
-  // `error` should be of another domain.
+  // `error` should have a domain other than NSURLErrorDomain and NSPOSIXErrorDomain.
   static Error unknownNSError(NSError error);
   // `message` is a text for the user.
   static Error validationError(std::string message);
   static Error unknownJsonData();
   static Error notAuthorized();
 
-  // The error of a call that failed: `unknownJsonData` for a JsonDecodeError. Any other error is converted as by the
+  // Converts the error of a call. A JsonDecodeError becomes `unknownJsonData`. Any other error is converted by the
   // other constructor.
   explicit Error(ErrorResponse errorResponse);
   // Applies the first rule that fits:
@@ -40,13 +39,13 @@ class HALVERNAPI_EXPORT Error {
   Error(NSError error, const std::optional<HTTPURLResponse>& response, const std::optional<Data>& data);
 
   Case kind() const { return kind_; }
-  // Null unless the kind is `network` or `unknownNSError`. This error owns it.
+  // Null unless the kind is `network` or `unknownNSError`. This object owns the result.
   const NSError* platformError() const { return std::get_if<NSError>(&payload_); }
   // The service's text for the user, which may quote the user's input. Null unless the kind is `validationError`. This
-  // error owns it.
+  // object owns the result.
   const std::string* validationMessage() const { return std::get_if<std::string>(&payload_); }
 
-  // The same text for all errors. For applications that store an error as domain and code.
+  // The same text for all errors, for applications that store an error as domain and code.
   std::string_view domain() const { return "HalvernApi.Error"; }
   // The position of `kind()` in Case: 0 for `network`.
   int code() const { return static_cast<int>(kind_); }
@@ -70,15 +69,15 @@ class HALVERNAPI_EXPORT Error {
 // \cond
 namespace Detail {
 
-// Calls `use` with the object or array in `data`. False if there is none, or if `use` throws.
+// Calls `use` with the object or array in `data`. Returns false if there is none, or if `use` throws.
 HALVERNAPI_EXPORT bool withJson(const Data& data, const std::function<void(const JsonValue&)>& use);
 
 }  // namespace Detail
 // \endcond
 
-// Decodes the JSON in `data`, such as the error body of an endpoint of the application's own. `decoder` maps a JSON
-// value to an Expected<std::optional<T>, ...>. Absent if `data` is not a JSON object or array, or if the decoder fails
-// or throws. Any thread.
+// Decodes the JSON in `data`, for example the body of an error. `decoder` maps a JSON value to an Expected<T, ...> or
+// an Expected<std::optional<T>, ...>. Absent if `data` is not a JSON object or array, or if the decoder fails or
+// throws. Any thread.
 template <class T, class F>
 std::optional<T> decode(const Data& data, F decoder) {
   std::optional<T> result;
@@ -88,8 +87,8 @@ std::optional<T> decode(const Data& data, F decoder) {
   return read ? std::move(result) : std::nullopt;
 }
 
-// Decodes the body of an error whose status is `statusCode`. `decoder` maps a JSON value to an Expected<T, ...>. Absent
-// if the status is another one, if there is no body, or if `decode` of the body is absent. Any thread.
+// Decodes the body of an error with the status `statusCode`, like the function above. Absent if the status is
+// different, if there is no body, or if the body is not decoded. Any thread.
 template <class T, class F>
 std::optional<T> decode(const ErrorResponse& errorResponse, int statusCode, F decoder) {
   if (!errorResponse.response || errorResponse.response->statusCode != statusCode || !errorResponse.data)

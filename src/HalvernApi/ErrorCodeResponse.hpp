@@ -7,21 +7,21 @@
 
 namespace HalvernApi {
 
-// The body with which the service explains why it rejected a request. Error turns it into a `validationError`.
-// Applications need this class only for other endpoints than those of ApiService. A plain value: any thread.
+// The body in which the service explains why it rejected a request. Error converts it to a `validationError`.
+// Applications need this class only for endpoints that ApiService does not have. A plain value: any thread.
 class HALVERNAPI_EXPORT ServerErrorResponse {
  public:
-  // For tests and fakes. Does not check the values.
+  // For tests and fakes.
   ServerErrorResponse(std::int64_t errorCode, std::optional<std::string> message,
                       std::optional<std::vector<std::string>> validationErrors)
       : errorCode_(errorCode), message_(std::move(message)), validationErrors_(std::move(validationErrors)) {}
 
-  // The number that the service uses for the reason.
+  // The service's number for the reason.
   std::int64_t errorCode() const { return errorCode_; }
   // What is wrong with the request as a whole. May be absent.
   const std::optional<std::string>& message() const { return message_; }
-  // What is wrong with its fields, as texts for the user, which may quote the user's input. Absent or empty if all
-  // fields are valid.
+  // What is wrong with the fields of the request: texts for the user, which may quote the user's input. Absent or empty
+  // if all fields are valid.
   const std::optional<std::vector<std::string>>& validationErrors() const { return validationErrors_; }
 
   void setErrorCode(std::int64_t errorCode) { errorCode_ = errorCode; }
@@ -33,7 +33,7 @@ class HALVERNAPI_EXPORT ServerErrorResponse {
   // Reads an object whose keys are the names of the fields. Only `errorCode` is required. Other keys are ignored. The
   // error lists every bad key.
   static Expected<ServerErrorResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // Writes what `decodeJson` reads, with null for what is absent.
+  // Writes what `decodeJson` reads. Absent values are written as null.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ServerErrorResponse&, const ServerErrorResponse&) = default;

@@ -1,4 +1,4 @@
-// Includes all public headers of the library.
+// Includes all public headers of the library except RecordCodec.hpp.
 #pragma once
 
 #if __cplusplus < 202002L

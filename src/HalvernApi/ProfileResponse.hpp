@@ -9,7 +9,7 @@ namespace HalvernApi {
 // thread.
 class HALVERNAPI_EXPORT ConfigurationResponse {
  public:
-  // For tests and fakes. Does not check the values.
+  // For tests and fakes.
   ConfigurationResponse(std::optional<std::string> leftConfiguration, std::optional<std::string> rightConfiguration)
       : leftConfiguration_(std::move(leftConfiguration)), rightConfiguration_(std::move(rightConfiguration)) {}
 
@@ -18,8 +18,8 @@ class HALVERNAPI_EXPORT ConfigurationResponse {
   // The same for the right ear.
   const std::optional<std::string>& rightConfiguration() const { return rightConfiguration_; }
 
-  // The bytes for the left ear's hearing aid, decoded by each call. Absent if there is no configuration, or if its text
-  // is not Base64. Empty if the text is empty.
+  // The bytes for the left ear's hearing aid. Each call decodes them. Absent if there is no configuration, or if its
+  // text is not Base64. Empty if the text is empty.
   std::optional<Data> leftData() const { return leftConfiguration_ ? decodeBase64(*leftConfiguration_) : std::nullopt; }
   // The same for the right ear.
   std::optional<Data> rightData() const {
@@ -29,7 +29,7 @@ class HALVERNAPI_EXPORT ConfigurationResponse {
   // Reads an object with the keys `leftConfiguration` and `rightConfiguration`. Either may be missing or null. Other
   // keys are ignored.
   static Expected<ConfigurationResponse, JsonDecodeError> decodeJson(const JsonValue& json);
-  // Writes what `decodeJson` reads, with null for what is absent.
+  // Writes what `decodeJson` reads. Absent values are written as null.
   JsonObject encodeJson() const;
 
   friend bool operator==(const ConfigurationResponse&, const ConfigurationResponse&) = default;

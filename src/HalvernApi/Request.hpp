@@ -13,7 +13,7 @@ concept RequestOrPointer = std::derived_from<std::remove_cvref_t<T>, Request> ||
 };
 // \endcond
 
-// Returns its argument, a Request or any kind of pointer to one, and does nothing else. In a chain of calls, it is the
+// Returns its argument, a Request or any kind of pointer to one, and does nothing else. In a chain of calls, it is a
 // place for a breakpoint or a hook of a debug build: `debugLog(request->validate())`. Any thread.
 template <RequestOrPointer R>
 R debugLog(R&& request) {

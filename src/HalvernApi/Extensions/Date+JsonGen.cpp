@@ -15,8 +15,8 @@ namespace {
 
 using std::chrono::hours, std::chrono::minutes, std::chrono::seconds;
 
-// Makes the C library update the time zone. If TZ is not set, the C library looks at a file, which takes a microsecond
-// or two. Therefore this happens at most ten times a second.
+// Makes the C library update the time zone. If TZ is not set, the C library checks a file, which takes one or two
+// microseconds. Therefore this function lets it check at most ten times a second.
 void refreshTimeZone() {
   static std::atomic<std::int64_t> lastLook = 0;  // in tenths of a second; 0 if TZ was set
   std::int64_t now = 0;
@@ -25,7 +25,7 @@ void refreshTimeZone() {
     now = std::chrono::ceil<Tenths>(std::chrono::steady_clock::now().time_since_epoch()).count();
     if (lastLook.load(std::memory_order_relaxed) == now) return;
   }
-  static std::mutex mutex;  // the C library locks as well, but ThreadSanitizer does not see that
+  static std::mutex mutex;  // the C library locks, too, but ThreadSanitizer cannot detect that
   const std::lock_guard lock(mutex);
   ::tzset();
   lastLook.store(now, std::memory_order_relaxed);
@@ -39,7 +39,7 @@ LocalTime localTime(std::time_t time) {
 
 std::time_t offsetAt(std::time_t time) { return localTime(time).tm_gmtoff; }
 
-// The time at which local clocks show `wallClock`, which is given as if it were UTC.
+// Returns the time at which local clocks show `wallClock`. `wallClock` is counted as if it were UTC.
 std::time_t timeOf(std::time_t wallClock) {
   constexpr std::time_t maxOffset = std::time_t{25} * 3600;
   const std::time_t before = offsetAt(wallClock - maxOffset), then = offsetAt(wallClock - before);
