@@ -1,4 +1,4 @@
-// Shared by all client programs of the benchmark: arguments, clocks and the printed line.
+// What all client programs of the benchmark share: arguments, measurements and the printed line.
 #pragma once
 
 #include <sys/resource.h>
@@ -46,7 +46,6 @@ struct Arguments {
   }
 };
 
-// User plus system time of the process, in microseconds.
 inline double cpuMicroseconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -56,7 +55,6 @@ inline double cpuMicroseconds() {
   return micros(usage.ru_utime) + micros(usage.ru_stime);
 }
 
-// Resident memory of the process, in bytes.
 inline double residentBytes() {
   double pages = 0;
   std::ifstream statistics("/proc/self/statm");
@@ -77,8 +75,8 @@ void reportMemory(double before, int calls, Step step) {
   std::fprintf(stderr, "bytes %.0f\n", (last - before) / calls);
 }
 
-// Measures calls after a warm-up of a tenth of their number, and reports on standard error. Answers are printed on
-// standard output.
+// Measures calls after a warm-up, which has a tenth of their number. Reports on standard error, because answers are
+// printed on standard output.
 class Meter {
  public:
   explicit Meter(int calls) : warmUp_(calls / 10), last_(calls + calls / 10) {

@@ -1,4 +1,4 @@
-// The lower limit: the multi interface of libcurl with the loop of its documentation, without threads and JSON.
+// The baseline: libcurl's multi interface with the event loop from its documentation, without threads and JSON.
 #include <curl/curl.h>
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A peer: cpprestsdk. The continuation of each call starts the next one.
+// A client with cpprestsdk, for comparison. The continuation of each call starts the next call.
 #include <cpprest/http_client.h>
 #include <cpprest/json.h>
 

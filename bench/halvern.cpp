@@ -1,5 +1,5 @@
-// The library as an application uses it: each handler starts the next call. With 0 calls in flight, get() makes the
-// calls one after the other.
+// A client that uses HalvernApi like an application: each handler starts the next call. If IN-FLIGHT is 0, the calls
+// are made one after the other with get().
 #include <HalvernApi/HalvernApi.hpp>
 
 #include <future>
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     meter.report();
     return 0;
   }
-  // Starts in a handler, so that only the session's queue uses the meter.
+  // The calls are started in a handler, so that only the session's queue uses the meter.
   login().then([&](const auto&) {
     meter.answered();
     for (int i = 0; i < arguments.inFlight; ++i) call();

@@ -1,4 +1,5 @@
-// A peer: cpp-httplib with nlohmann/json. Each call in flight has a thread and a client, because the interface blocks.
+// A client with cpp-httplib and nlohmann/json, for comparison. Each call in flight has a thread and a client object,
+// because the interface blocks.
 #include <httplib.h>
 #include <openssl/evp.h>
 

@@ -1,7 +1,7 @@
-"""Runs the programs of the benchmark side by side against one nginx, and writes what they print as a table and a picture.
+"""Runs the programs of the benchmark against one nginx, and writes their figures as a table and a picture.
 
-The server keeps to one core and the client to another. Programs take turns, several rounds of each, and the median counts:
-on a shared machine the ratio of two programs in one run says something, a single number does not.
+The server runs on one core and the client on another. In each round, every program runs once. The results are the medians
+of all rounds. On a shared machine, only the ratio of two programs in the same run is meaningful, not a single number.
 """
 
 import base64
@@ -81,7 +81,7 @@ def start_server():
 
 
 def run(client, *arguments):
-    """Runs a client once. Returns the figures that it prints as a dictionary."""
+    """Runs a client once. Returns the figures that the client prints, by name."""
     result = subprocess.run(["taskset", "-c", "0", f"{programs}/bench-{client}", *map(str, arguments)],
                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, timeout=120)
     if result.returncode != 0:
@@ -91,7 +91,7 @@ def run(client, *arguments):
 
 
 def measure(name, who, *arguments):
-    """Runs the clients in turn, for several rounds. Returns the medians: client -> figure -> median."""
+    """Runs the clients one after the other, for several rounds. Returns the medians: client -> figure -> median."""
     samples = {client: [] for client in who}
     for turn in range(rounds):
         for client in who:
@@ -102,7 +102,7 @@ def measure(name, who, *arguments):
 
 
 def work_of(client, url):
-    """Heap allocations and instructions of a login, 16 in flight. They hardly depend on the machine."""
+    """Returns the allocations and instructions of a login, with 16 in flight. They hardly depend on the machine."""
     def counted(tool, pattern, calls):
         progress(f"{client}: {tool}")
         result = subprocess.run(["valgrind", f"--tool={tool}", *([f"--callgrind-out-file={scratch}/callgrind"] if tool == "callgrind" else []),
@@ -111,14 +111,14 @@ def work_of(client, url):
         return int(re.search(pattern, result.stderr)[1].replace(",", ""))
 
     def of_one(tool, pattern):
-        return (counted(tool, pattern, 3000) - counted(tool, pattern, 1000)) / 2200  # both counts include the warm-ups
+        return (counted(tool, pattern, 3000) - counted(tool, pattern, 1000)) / 2200  # 3300 - 1100, with warm-ups
 
     return {"allocations": of_one("memcheck", r"total heap usage: ([\d,]+) allocs"),
             "instructions": of_one("callgrind", r"Collected : (\d+)")}
 
 
 def codecs():
-    """Medians over several processes, because the memory layout of a process makes a difference of ten percent."""
+    """Returns medians of several processes, because the memory layout of a process changes the times by ten percent."""
     command = ["taskset", "-c", "0", f"{programs}/bench-codecs", "--benchmark_format=json",
                f"--benchmark_min_time={0.001 if smoke else 0.05}"]
     samples = {}
@@ -131,7 +131,7 @@ def codecs():
 
 
 def umbrella_seconds(text):
-    """Time to compile a file: the minimum of several runs, because the machine is shared."""
+    """Returns the time to compile `text`: the minimum of several runs, because the machine is shared."""
     source = f"{scratch}/header.cpp"
     with open(source, "w") as file:
         file.write(text)
@@ -144,7 +144,7 @@ def umbrella_seconds(text):
 
 
 def library_size():
-    """Size of both stripped shared libraries in bytes."""
+    """Returns the size of both stripped shared libraries in bytes."""
     build = os.path.join(os.path.dirname(programs.rstrip("/")) + "-shared")
     subprocess.run(["cmake", "--preset", "release", "-B", build, "-DBUILD_SHARED_LIBS=ON", "-DBUILD_TESTING=OFF"],
                    check=True, capture_output=True, cwd=root)
@@ -157,7 +157,7 @@ def library_size():
 
 
 def picture(load):
-    """CPU per call by calls in flight, with a bar for each client except cpprestsdk, which is off the scale."""
+    """Draws the CPU per call, with a bar for each client. Leaves out cpprestsdk: its bars would be too high."""
     colours = {"bare": "#888888", "halvern": "#1f6fb4", "httplib": "#d98032"}
     highest = max(load[level][client]["cpu"] for level in levels for client in colours)
     parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="640" height="320" font-family="sans-serif" font-size="12">',

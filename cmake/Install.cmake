@@ -4,7 +4,7 @@
 include(CMakePackageConfigHelpers)
 set(HALVERNAPI_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvernApi)
 
-# The libraries are in one directory; their dependencies may be in others.
+# Sets the run path. The libraries are in one directory; their dependencies may be in others.
 file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 foreach(target IN ITEMS HalvernApiPlatform HalvernApi HalvernApiTesting halvern)
   if(TARGET ${target})
@@ -36,7 +36,7 @@ write_basic_package_version_file(HalvernApiConfigVersion.cmake COMPATIBILITY Sam
 install(FILES ${PROJECT_BINARY_DIR}/HalvernApiConfig.cmake ${PROJECT_BINARY_DIR}/HalvernApiConfigVersion.cmake
   DESTINATION ${HALVERNAPI_CMAKE_DIR} COMPONENT Development)
 
-# Users of a static library must link its dependencies. A shared library refers to its own.
+# Programs must link the dependencies of a static library. A shared library refers to its dependencies.
 if(BUILD_SHARED_LIBS)
   set(HALVERNAPI_PC_REQUIRES "")
 else()
@@ -48,14 +48,14 @@ get_target_property(boost_headers Boost::headers INTERFACE_INCLUDE_DIRECTORIES)
 get_target_property(expected_headers tl::expected INTERFACE_INCLUDE_DIRECTORIES)
 string(REGEX REPLACE "^(.*)/lib([^/.]*)[^/]*$" "-L\\1 -l\\2" HALVERNAPI_PC_LIBS ${boost})
 set(headers "")
-foreach(directory IN LISTS boost_headers expected_headers)  # the lists contain directories without headers, too
+foreach(directory IN LISTS boost_headers expected_headers)  # the lists also contain directories without headers
   if(EXISTS ${directory}/boost/json.hpp OR EXISTS ${directory}/tl/expected.hpp)
     list(APPEND headers ${directory})
   endif()
 endforeach()
 list(REMOVE_DUPLICATES headers)
 list(JOIN headers " -I" HALVERNAPI_PC_INCLUDES)
-# Relative, so that the installed files can be moved.
+# The prefix is relative, so that the installed files can be moved.
 file(RELATIVE_PATH HALVERNAPI_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/HalvernApi.pc.in HalvernApi.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/HalvernApi.pc

@@ -12,8 +12,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 
-# shared_libraries(COMPONENT library...): writes the shlibs and triggers files of a package with these libraries.
-# Packages that link them will depend on this version or a later one.
+# shared_libraries(COMPONENT library...): writes the files shlibs and triggers for the package of COMPONENT. Packages
+# that link them will depend on this version or a later one.
 function(shared_libraries component)
   set(directory ${PROJECT_BINARY_DIR}/control/${component})
   file(WRITE ${directory}/triggers "activate-noawait ldconfig\n")
@@ -25,7 +25,7 @@ function(shared_libraries component)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${directory}/triggers ${directory}/shlibs PARENT_SCOPE)
 endfunction()
 
-# The headers include Boost's and tl::expected's.
+# The headers of the library include headers of Boost and tl::expected.
 set(needed "libboost-json${Boost_VERSION_MAJOR}.${Boost_VERSION_MINOR}-dev, libexpected-dev")
 set(CPACK_COMPONENTS_ALL Development)
 if(BUILD_SHARED_LIBS)
@@ -34,7 +34,7 @@ if(BUILD_SHARED_LIBS)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
   shared_libraries(RUNTIME HalvernApi HalvernApiPlatform)
   set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Shared libraries, needed to run programs that use HalvernApi.")
-  # The trust store, and the time zones for reading and writing dates.
+  # ca-certificates is the trust store. tzdata has the time zones for reading and writing dates.
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, tzdata")
   string(PREPEND needed "${runtime} (= ${PROJECT_VERSION}), ")
 else()

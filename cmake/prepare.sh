@@ -1,7 +1,7 @@
-# Sourced by the commands in the root of the project. POSIX shell.
+# Scripts source this file in the root of the project. POSIX shell.
 
-# prepare GROUP...: installs the missing packages of these groups in cmake/packages. Does not call apt if none is
-# missing. For a line with alternatives, a|b, uses the first package that is available.
+# prepare GROUP...: installs the missing packages of these groups in cmake/packages. Does not call apt if no package is
+# missing. Of alternatives (a|b), installs the first package that is available.
 prepare() {
   wanted=$(for group; do sed -n "s/^$group //p" cmake/packages; done)
   missing=
@@ -32,7 +32,8 @@ one_of() {
   return 1
 }
 
-# quietly TEXT COMMAND...: prints the text and runs the command. Shows the output of the command only if it fails.
+# quietly TEXT COMMAND...: prints the text and runs the command. Shows the output of the command only if the command
+# fails.
 quietly() {
   echo "-- $1"
   shift

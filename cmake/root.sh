@@ -1,8 +1,8 @@
-# Sourced after prepare.sh. POSIX shell. Makes minimal Debian systems in build/roots, for checks that need another
-# system than this one. Needs root and debootstrap.
+# Scripts source this file after prepare.sh. POSIX shell. Makes minimal Debian systems in build/roots, for checks that
+# need another system than this one. Requires root and debootstrap.
 
-# make_root NAME SUITE: creates build/roots/NAME from the mirror that apt uses here, unless it exists. Fails without a
-# mirror.
+# make_root NAME SUITE: creates build/roots/NAME, unless it exists, from the mirror that apt uses on this system. Fails
+# without a mirror.
 make_root() {
   [ ! -e "build/roots/$1" ] || return 0
   mirror=$(. /etc/os-release
@@ -17,7 +17,7 @@ make_root() {
 }
 
 # in_root NAME COMMAND...: runs the command in build/roots/NAME as root, in a new copy of the tracked files of this
-# project with their current content. All mounts and processes end when it returns, also after a failure.
+# project with their current content. When it returns, all its mounts and processes have ended, also after a failure.
 in_root() {
   root=build/roots/$1
   shift

@@ -1,17 +1,17 @@
-// An account in an application: renews the tokens, and handles the birth date as a calendar day. The calls block, so
-// use a worker thread. For one thread at a time.
+// An account of an application. Renews the tokens, and converts birth dates to calendar days. The calls block, so use a
+// worker thread. For one thread at a time.
 #pragma once
 
 #include <HalvernApi/HalvernApi.hpp>
 
 // [birthdate]
-// The day, such as "1980-05-17", at midnight in this device's time zone. Absent if the day does not exist.
+// Returns midnight of `day`, such as "1980-05-17", in this device's time zone. Absent if the day does not exist.
 inline std::optional<HalvernApi::Date> dateOf(const std::string& day) {
   const auto date = HalvernApi::decodeDate(HalvernApi::JsonValue(day + "T00:00:00"));
   return date ? std::optional(*date) : std::nullopt;
 }
 
-// The calendar day of a date in this device's time zone.
+// Returns the calendar day of `date` in this device's time zone.
 inline std::string dayOf(HalvernApi::Date date) {
   const std::string text = HalvernApi::encodeDate(date);
   return text.substr(0, text.find('T'));

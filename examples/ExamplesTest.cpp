@@ -27,7 +27,7 @@ class ExamplesTest : public testing::Test {
     setenv("API_KEY", server.apiKey().c_str(), 1);
     setenv("PASSWORD", "correct horse", 1);
     std::string scratch = std::filesystem::temp_directory_path() / "examples-XXXXXX";
-    std::filesystem::current_path(mkdtemp(scratch.data()));  // other tests may run the same programs
+    std::filesystem::current_path(mkdtemp(scratch.data()));  // the programs write files, and tests run in parallel
   }
   ~ExamplesTest() override {
     const std::filesystem::path scratch = std::filesystem::current_path();
@@ -35,7 +35,7 @@ class ExamplesTest : public testing::Test {
     std::filesystem::remove_all(scratch);
   }
 
-  // Calls `meanwhile` with the process id of the program while it runs.
+  // Runs a program. Calls `meanwhile` with its process id while it runs.
   Outcome run(const std::string& program, const std::function<void(pid_t)>& meanwhile = {}) {
     const std::string command = "echo $$; exec '" + (programs / program).string() + "' " + server.baseUrl() +
                                 " ada@example.com " + (program == "fitting" ? audiograms : "") + " 2>&1";
@@ -115,7 +115,7 @@ TEST_F(ExamplesTest, FittingWritesAFileForEachEar) {
   EXPECT_FALSE(std::filesystem::exists("left.bin"));
 }
 
-// The main loops of GLib and Qt, if the build has found them.
+// Tests the main loops of GLib and Qt, if CMake has found these libraries.
 TEST_F(ExamplesTest, OtherMainLoopsSignIn) {
   std::istringstream loops(LOOPS);
   for (std::string loop; loops >> loop;) {

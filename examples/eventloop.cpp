@@ -1,4 +1,4 @@
-// Signs in and asks whether the e-mail address has been confirmed. The completion queue is the main loop of the
+// Signs in and prints whether the e-mail address has been confirmed. The completion queue is the main loop of the
 // application: all handlers run there, so no locks are needed. Ctrl-C cancels the call.
 //
 //   API_KEY=... PASSWORD=... eventloop BASE-URL EMAIL
@@ -29,8 +29,8 @@ class MainLoop final : public DispatchQueue {
 // [queue]
 
 // [stdout]
-// Returns a stream to standard output for the application alone. Discards what others print there, such as the bodies
-// of all answers, tokens included, that the library prints. Returns null on failure.
+// Returns a stream to standard output that only the application uses. All other output to `stdout` is discarded: the
+// library prints the body of every answer there, including tokens. Returns null on failure.
 std::FILE* takeStandardOutput() {
   std::FILE* const own = fdopen(dup(STDOUT_FILENO), "w");
   return std::freopen("/dev/null", "w", stdout) != nullptr ? own : nullptr;
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
 
   int status = 1;
   asio::signal_set signals(loop, SIGINT, SIGTERM);
-  auto work = asio::make_work_guard(loop);  // the loop does not know of calls in flight
+  auto work = asio::make_work_guard(loop);  // keeps the loop running while a call is in flight
   const auto confirmed =
       service.login(argv[2], password, "example-1", "Example").flatMap([&](const AuthenticationResponse& account) {
         return service.checkIfValidated(account.accessToken());

@@ -1,5 +1,5 @@
-// How an application tests its own class that uses the service: with a mock, if the test chooses every answer, and with
-// a sandbox, if the test needs the network and a service.
+// Tests of an application's class that uses the service. The mock returns the answers that the test sets. The sandbox
+// is a service, which the class calls over the network.
 #include <gmock/gmock.h>
 
 #include <HalvernApi/Testing/MockApiService.hpp>
@@ -55,7 +55,7 @@ TEST_F(AccountAgainstSandboxTest, KeepsTheRefreshTokenThroughAnOutage) {
 }
 // [sandbox]
 
-// In the time zone of this test, clocks went forward at midnight of that day.
+// In the time zone of this test, clocks were set forward at midnight of 2018-11-04, so this midnight does not exist.
 TEST_F(AccountAgainstSandboxTest, StoresABirthDateThatReadsAsTheSameDay) {
   const auto date = dateOf("2018-11-04");
   ASSERT_TRUE(date);

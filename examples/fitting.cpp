@@ -17,7 +17,7 @@ using namespace HalvernApi;
 
 namespace {
 
-// A coroutine that starts immediately and returns an exit status, for which main can wait.
+// A coroutine that starts immediately and returns an exit status. `main` waits for the status.
 struct Task {
   struct promise_type {
     int result = 1;
@@ -37,7 +37,7 @@ int fail(const char* step, const Error& error) {
   return 1;
 }
 
-// The audiograms in a file, or a message with its faults.
+// Returns the audiograms in a file, or a message with the faults of the file.
 Expected<std::vector<Audiogram>, std::string> readAudiograms(const std::string& name) {
   std::ostringstream text;
   text << std::ifstream(name, std::ios::binary).rdbuf();
@@ -51,7 +51,7 @@ Expected<std::vector<Audiogram>, std::string> readAudiograms(const std::string& 
   return *std::move(audiograms);
 }
 
-// Called before the first call: files of an earlier run may contain data of another patient.
+// Called before the service is used, because files of an earlier run may contain data of another patient.
 void removeFiles() {
   for (const char* const file : {"left.bin", "right.bin"}) std::filesystem::remove(file);
 }
@@ -65,7 +65,7 @@ bool save(const std::string& ear, const std::optional<Data>& configuration) {
   const std::string name = ear + ".bin", temporary = name + ".part";
   std::error_code error;
   std::ofstream file(temporary, std::ios::binary);
-  std::filesystem::permissions(temporary, std::filesystem::perms(0600), error);  // for its owner only
+  std::filesystem::permissions(temporary, std::filesystem::perms(0600), error);  // only the owner may read it
   file << textOf(*configuration);
   file.close();
   if (file && !error) std::filesystem::rename(temporary, name, error);
@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: API_KEY=... PASSWORD=... fitting BASE-URL EMAIL AUDIOGRAMS\n";
     return 2;
   }
-  // The library prints the body of every answer on standard output, tokens included. Discard them.
+  // The library prints the body of every answer, including tokens, on standard output. Discard this output.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
 
   removeFiles();

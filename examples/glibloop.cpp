@@ -1,4 +1,4 @@
-// Signs in. The completion queue is the main loop of GLib, which every application with GTK has.
+// Signs in. The completion queue is the main loop of GLib, which applications with GTK use.
 //
 //   API_KEY=... PASSWORD=... glibloop BASE-URL EMAIL
 //

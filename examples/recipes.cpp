@@ -1,4 +1,4 @@
-// Short solutions for what applications often need beyond single calls, each with a test against the sandbox.
+// Short solutions for common needs of applications, each with a test against the sandbox.
 #include <gmock/gmock.h>
 
 #include <HalvernApi/HalvernApi.hpp>
@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 using Clock = std::chrono::steady_clock;
 
-// The result of a call, or of a chain of calls. Cancels it at the deadline.
+// Returns the result of a call, or of a chain of calls. Cancels the calls at the deadline.
 template <class T>
 Expected<T, Error> resultBy(Clock::time_point deadline, const Promise<T, Error>& calls) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -44,19 +44,20 @@ class Screen {
 // Keeps updates until the service has accepted or rejected them. For one thread. `waiting` can be stored in a file.
 struct Outbox {
   struct Update {
-    std::string birthdate;  // as text, because a Date is made when it is sent
+    // The day as text. The Date is created when the update is sent, because the time zone may change until then.
+    std::string birthdate;
     Sex sex;
   };
   std::deque<Update> waiting;
 
-  // Call it when the network is back. Returns false if updates remain: the service cannot be reached, has an error, or
-  // refuses the token, which must then be renewed.
+  // Call it when the network is back. Returns false if updates remain: the service cannot be reached, reports an error,
+  // or rejects the token.
   bool send(ApiService& service, const std::string& accessToken) {
     for (; !waiting.empty(); waiting.pop_front()) {
       const auto birthdate = JsonCodec<Date>::decodeJson(JsonValue(waiting.front().birthdate + "T00:00:00"));
       if (!birthdate) continue;
       const auto result = service.update(*birthdate, waiting.front().sex, accessToken).get();
-      // Drops an update only if the service rejects it. Updates that may have arrived are sent again: storing the same
+      // After any error except a rejection, the update is sent again, even if it may have arrived: storing the same
       // values twice is harmless.
       if (!result && result.error().kind() != Error::Case::validationError) return false;
     }
@@ -64,8 +65,8 @@ struct Outbox {
   }
 };
 
-// Collects the log lines of the library with the time since the start. Adds an id to the calls, to find them in the log
-// of the service. Create it before the first call.
+// Collects the log lines of the library with the time since the start. `configuration` adds an id to all requests, so
+// that they can be found in the log of the service. Create the object before the first call.
 struct Trace {
   explicit Trace(std::string id) : mark(std::move(id)) {
     Environment::log = [this](const std::string& line) {

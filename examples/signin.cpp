@@ -12,7 +12,7 @@ using namespace HalvernApi;
 
 namespace {
 
-// A message for the user. error.description() is for developers.
+// Returns a message for the user. error.description() is for developers.
 std::string explain(const Error& error) {
   switch (error.kind()) {
     case Error::Case::network: return "The service cannot be reached. Check the connection and try again.";
@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: API_KEY=... PASSWORD=... signin BASE-URL EMAIL\n";
     return 2;
   }
-  // The library prints the body of every answer on standard output, tokens included. Discard them.
+  // The library prints the body of every answer, including tokens, on standard output. Discard this output.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return fail("There is no /dev/null.");
   const std::string baseUrl = argv[1], email = argv[2];
 

@@ -1,4 +1,4 @@
-// Sends the bytes as the whole answer of a server over a loopback socket, from the status line to the end of the
+// Sends the input as the whole answer of a server over a loopback socket, from the status line to the end of the
 // connection. Every call must settle in time, with an outcome that the status allows.
 #undef NDEBUG
 #include <cassert>
@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 
 static std::mutex answerMutex;
 static std::string answer;
-static std::atomic<int> status;  // as logged
+static std::atomic<int> status;  // from the log; 0 if there was no answer
 static Testing::Server server;
 
 template <class T>

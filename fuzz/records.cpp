@@ -1,5 +1,5 @@
-// Decodes the bytes as the body of an answer, as each record. A record must be equal after encoding and decoding; the
-// description of a failure must not contain any of the values.
+// Decodes the input as each record. A record that is encoded and decoded again must be equal. The description of a
+// failure must not contain any of the values.
 #undef NDEBUG
 #include <algorithm>
 #include <cassert>
@@ -24,7 +24,7 @@ template <class Record>
 static void checkAs(std::string_view body, const JsonValue& json, const JsonValue& secrets) {
   const auto record = Record::decodeJson(json);
   const auto outlived = Record::decodeJson(*Statham::parseJson(body));
-  assert(outlived == record || Record::decodeJson(json) != record);  // or it contains NaN
+  assert(outlived == record || Record::decodeJson(json) != record);  // or a number is NaN, which is not equal to itself
   assert(decode<Record>(dataOf(body), Record::decodeJson).has_value() == record.has_value());
   const auto other = Record::decodeJson(secrets);
   assert(other || other.error().description().find(secret) == std::string::npos);
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* bytes, std::size_t size) {
   const std::string_view input(bytes, size);
   const std::clock_t start = std::clock();
   const auto document = Statham::parseJson(input);
-  assert(std::clock() - start < CLOCKS_PER_SEC);  // even if the hashes of its keys collide
+  assert(std::clock() - start < CLOCKS_PER_SEC);  // even if the hashes of keys collide
   assert(document || !document.error().description.empty());
   if (!document) return 0;
   JsonValue secrets = *document;
