@@ -16,7 +16,7 @@ namespace {
 std::string explain(const Error& error) {
   switch (error.kind()) {
     case Error::Case::network: return "The service cannot be reached. Check the connection and try again.";
-    case Error::Case::validationError: return *error.validationMessage();  // the service's own words
+    case Error::Case::validationError: return *error.validationMessage();  // the service's text for the user
     case Error::Case::notAuthorized: return "The service does not accept this application.";
     case Error::Case::unknownJsonData: return "The service has changed. Look for a newer version of this application.";
     case Error::Case::unknownNSError: return "The service cannot do this now. If this continues, contact our support.";

@@ -24,9 +24,9 @@ using Alamofire::SessionManager;
 // The ten operations of the account and hearing-aid web service. Applications use this interface, so that tests can
 // replace the service with a fake.
 //
-// Operations may be called from any thread. Each sends one POST immediately and returns a promise of the decoded
-// answer. Operations do not block and do not check their arguments. They copy the arguments before they return. Every
-// failure is an Error of the promise.
+// Operations may be called from any thread. Each operation sends one POST immediately and returns a promise of the
+// decoded answer. Operations do not block and do not check their arguments. They copy the arguments before they return.
+// Every failure is an Error of the promise.
 //
 // `appInstanceId` identifies this installation of the application: create it once, store it, and always pass the same
 // text. `appInstanceName` is a name of the installation that people can read. `accessToken` is the access token of the
@@ -81,7 +81,7 @@ class HALVERNAPI_EXPORT ApiService {
   virtual Promise<Unit, Error> update(Date birthdate, Sex sex, std::string_view accessToken) = 0;
 };
 
-// The service over HTTP. Create one object and keep it, because it keeps its connections open. Calls are independent of
+// The service over HTTP. Create one object and keep it, so that its connections stay open. Calls are independent of
 // each other: the object stores no tokens and no answers.
 //
 // Destroying the service cancels the calls in flight: they fail with `network` -999. The destructor does not wait for

@@ -20,7 +20,7 @@ class HALVERNAPI_EXPORT AuthenticationResponse {
         sex_(sex),
         email_(std::move(email)) {}
 
-  // False if the service did not sign the user in. The promise succeeds in this case, too.
+  // False if the service did not sign the user in. The promise also succeeds in this case.
   bool isSuccessful() const { return isSuccessful_; }
   // Whether the user has opened the link in the confirmation e-mail.
   bool isEmailConfirmed() const { return isEmailConfirmed_; }

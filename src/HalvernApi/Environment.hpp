@@ -10,9 +10,9 @@ namespace HalvernApi {
 // The library's only setting for the whole process.
 struct HALVERNAPI_EXPORT Environment {
   // The log hook. It is called for each line, without a line end. An empty hook, the default, means no logging. The
-  // library logs two lines when a call starts: its method and URL, and a curl command line without its secrets. It logs
-  // one line when the call ends, which begins with "STATUS ", "ERROR " or "EMPTY RESPONSE ". No line contains a token,
-  // a key or a password.
+  // library logs two lines when a call starts: its method and URL, and a curl command line without its secrets. When
+  // the call ends, the library logs one line that begins with "STATUS ", "ERROR " or "EMPTY RESPONSE ". No line
+  // contains a token, a key or a password.
   //
   // The hook is called on the threads that call operations and on completion queues, so it must be safe to call from
   // several threads. The library reads this variable without a lock for each line: set it before the first call. The

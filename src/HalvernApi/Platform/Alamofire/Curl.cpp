@@ -96,7 +96,7 @@ Foundation::NSURLError numberOf(CURL* handle, CURLcode result) {
     case CURLE_TOO_LARGE:  // the headers of the answer are too large
 #endif
     case CURLE_WEIRD_SERVER_REPLY: return Foundation::NSURLErrorBadServerResponse;
-    case CURLE_WRITE_ERROR:  // a decoder of libcurl failed; if a callback fails, it sets `failure` itself
+    case CURLE_WRITE_ERROR:  // a decoder of libcurl failed; if a callback failed, `failure` is already set
     case CURLE_BAD_CONTENT_ENCODING: return Foundation::NSURLErrorCannotDecodeContentData;
     case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return Foundation::NSURLErrorServerCertificateUntrusted;
     case CURLE_PEER_FAILED_VERIFICATION: {

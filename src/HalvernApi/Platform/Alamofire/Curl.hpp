@@ -25,7 +25,7 @@ using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
 using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;
 using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 
-// Sets options of one handle. After the first failure, `set` does nothing and `result` is that failure.
+// Sets options of one handle. After the first failure, `set` does nothing and `result` returns that failure.
 class EasyOptions {
  public:
   explicit EasyOptions(CURL* easy) : easy_(easy) {}

@@ -78,7 +78,7 @@ std::string_view headerFault(const HTTPHeaders& headers) {
     if (name.empty() || !consistsOf(name, "!#$%&'*+-.^_`|~")) return "A header's name is not a token.";
     const auto isControl = [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7f; };
     const auto isPrintable = [](unsigned char c) { return c >= 0x20 && c < 0x7f; };
-    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // one check is enough for nearly all values
+    if (!std::all_of(value.begin(), value.end(), isPrintable)) {  // false for nearly all values
       if (std::any_of(value.begin(), value.end(), isControl)) return "A header's value holds a control character.";
       if (!Foundation::isUtf8(value)) return "A header's value is not UTF-8.";
     }

@@ -17,7 +17,7 @@ class HALVERNAPI_EXPORT Request {
   const std::optional<URLRequest>& request() const { return request_; }
 
   // A curl command line for bug reports. Possible secrets are elided: the user information in the URL, the body, and
-  // the values of all headers except harmless ones.
+  // the values of all headers except harmless headers.
   std::string debugDescription() const;
 
  protected:

@@ -202,8 +202,8 @@ RawResponse Transfer::outcome(CURLcode result) {
     refuse(Foundation::NSURLErrorNetworkConnectionLost, connectionLost);  // libcurl tried to send the request again
   else if (!failure && result == CURLE_OK && !answer_.response)
     refuse(Foundation::NSURLErrorNetworkConnectionLost, "The answer ends inside its headers.");
-  // The request was not sent, so a proxy has refused to connect. These results would say that the server may have seen
-  // the request.
+  // If the request was not sent, these results mean that a proxy has refused to connect. The server has not seen the
+  // request.
   if (!sent_ && (result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR || result == CURLE_GOT_NOTHING))
     result = CURLE_PROXY;
   if (!failure && result != CURLE_OK) {

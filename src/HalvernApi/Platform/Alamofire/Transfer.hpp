@@ -83,10 +83,10 @@ class Transfer {
   std::shared_ptr<Sockets::Socket> socket_;
   // Options that are kept for the next exchange.
   std::shared_ptr<const ParsedUrl> url_;
-  std::optional<std::pair<HTTPMethod, bool>> method_;  // and whether a body is sent
+  std::optional<std::pair<HTTPMethod, bool>> method_;  // the method, and whether a body is sent
   std::vector<curl_slist> headers_;                    // point to the request's headers
   std::array<char, CURL_ERROR_SIZE> errorText_{};
-  CurlEasy easy_;  // null before the first exchange; the last member, because its cleanup uses the others
+  CurlEasy easy_;  // null before the first exchange; the last member, because its cleanup uses other members
 };
 
 }  // namespace HalvernApi::Alamofire

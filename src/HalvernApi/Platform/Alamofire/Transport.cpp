@@ -20,7 +20,7 @@ namespace {
 
 constexpr int maxRedirects = 16;
 constexpr int spareConnections = 4;     // additional idle connections, to other hosts
-constexpr std::size_t minActive = 100;  // transfers, to keep every connection busy; each takes 12 KiB
+constexpr std::size_t minActive = 100;  // enough transfers to keep every connection busy; each takes 12 KiB
 constexpr std::size_t minPoolSize = 64;
 constexpr std::size_t maxPoolSize = 1024;
 constexpr std::size_t maxParsedUrls = 16;

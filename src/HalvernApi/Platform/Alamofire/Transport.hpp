@@ -34,7 +34,7 @@ class Transport final : public Foundation::ProcessExit::Stoppable, public std::e
   using Exchanges = boost::intrusive::list<Exchange, boost::intrusive::base_hook<ListHook>,
                                            boost::intrusive::constant_time_size<false>>;
 
-  // The reason why this session cannot send `request`, if there is one.
+  // Returns the reason why this session cannot send `request`, if any.
   std::optional<Foundation::Failure> faultOf(const URLRequest& request) const;
   // Puts `command` into the inbox. Returns an error if it was not accepted.
   std::optional<Foundation::Failure> send(Command command);

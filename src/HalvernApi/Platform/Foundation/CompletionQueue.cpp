@@ -168,8 +168,8 @@ namespace {
 thread_local const CompletionQueue* asking = nullptr;  // the queue for which this thread is calling `async`
 }  // namespace
 
-// The task that the application's queue runs. It runs all tasks that are waiting at that time. If others have arrived
-// meanwhile, it requests another batch, so that the application's queue can do other work in between.
+// The task that the application's queue runs. It runs all tasks that are waiting at that time. If more tasks have
+// arrived meanwhile, it requests another batch, so that the application's queue can do other work in between.
 struct CompletionQueue::Batch {
   explicit Batch(std::shared_ptr<CompletionQueue> itsQueue) : queue(std::move(itsQueue)) {}
   Batch(const Batch&) = delete;

@@ -6,7 +6,7 @@
 
 namespace HalvernApi::Foundation {
 
-// Runs completion handlers. To run them in its own main loop, an application derives from this class and sets
+// Runs completion handlers. To run them in its main loop, an application derives from this class and sets
 // URLSessionConfiguration::completionQueue.
 class HALVERNAPI_EXPORT DispatchQueue {
  public:

@@ -27,7 +27,7 @@ enum NSURLError : int {
   NSURLErrorHTTPTooManyRedirects = -1007,          // more than 16 redirects
   NSURLErrorBadServerResponse = -1011,             // the answer is not valid HTTP, or its headers are too long
   NSURLErrorCannotDecodeContentData = -1016,       // the body is not compressed as "Content-Encoding" says
-  NSURLErrorDataLengthExceedsMaximum = -1103,      // the answer is too large, or its JSON is too large or too slow
+  NSURLErrorDataLengthExceedsMaximum = -1103,      // the answer or its JSON is too large, or parsing is too slow
   NSURLErrorSecureConnectionFailed = -1200,        // any other failure of TLS, or libcurl does not use OpenSSL
   NSURLErrorServerCertificateHasBadDate = -1201,   // the certificate has expired
   NSURLErrorServerCertificateUntrusted = -1202,    // untrusted certificate, wrong host, or a key that is not pinned

@@ -24,7 +24,7 @@ class ProcessExit {
   // function. Returns false if exit has already begun; then `stop` is not called. May throw std::bad_alloc.
   [[nodiscard]] static bool stopAtExit(std::weak_ptr<Stoppable> stoppable);
   // Destructors call this function. If the thread-local objects of the main thread have already been destroyed, the
-  // process is exiting. Then this function does the work of exit, unless this has begun already.
+  // process is exiting. Then this function begins exit, unless exit has begun already.
   static void noticeFromDestructor();
 };
 

@@ -21,8 +21,8 @@ struct URLSessionConfiguration {
   // access token, "Access-Token". An invalid header makes every call fail with AFError::invalidHeader.
   std::map<std::string, std::string> httpAdditionalHeaders{};
   // The longest time without data. After it, a call fails with NSURLErrorTimedOut. The time begins when the request is
-  // started, and again with every header line and every piece of a body that is received. If the request has a body of
-  // 64 KiB or more, the time also begins again with every piece that is sent.
+  // started, before it has a connection. It begins again with every header line and every piece of a body that is
+  // received. If the request has a body of 64 KiB or more, the time also begins again with every piece that is sent.
   std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
   // The longest duration of a call, including the wait for a connection and all redirects. After it, the call fails
   // with NSURLErrorTimedOut.

@@ -95,11 +95,11 @@ bool PromiseCore::claimPosting() {
 
 namespace {
 
-// The promises whose callbacks this thread is running, innermost first.
+// A list of the promises whose callbacks this thread is running, innermost first.
 struct Running {
   PromiseCore& promise;
   Running* const outer;
-  bool inHandler = false;  // false while a waiting handler lets continuations run
+  bool inHandler = false;  // false while continuations run in a wait of the handler
 };
 thread_local Running* innermost = nullptr;
 

@@ -97,7 +97,7 @@ class HALVERNAPI_EXPORT PromiseCore : public Foundation::Task {
   void removeSource();
 
  protected:
-  // Settling takes two steps. The first caller of `claim` gets true and stores the result. Then it calls `publish`,
+  // Settling takes two steps. The first caller of `claim` receives true and stores the result. Then it calls `publish`,
   // which wakes waiting threads and returns whether the state is `posted` now.
   [[nodiscard]] bool claim();
   [[nodiscard]] bool publish();
