@@ -324,7 +324,8 @@ TEST_F(LogLines, AreTwoAtTheStartAndOneAtTheEndAndBodiesGoToStandardOutput) {
   (void)HttpApiService("http://no host", {}, "secret").checkIfValidated("secret").get();
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "{\"a\":\"ä\"}\n{}\n<p>\n\n");
   EXPECT_THAT(lines, ElementsAre("POST " + deaf, AllOf(StartsWith("$ curl "), Not(HasSubstr("secret"))),
-                                 StartsWith("ERROR " + deaf + " Error Domain=NSURLErrorDomain Code=-1004 \""),  //
+                                 StartsWith("ERROR " + deaf +
+                                            " Error Domain=NSURLErrorDomain Code=-1004 \"Failed to connect to"),
                                  "POST nil", "$ curl command could not be created",
                                  "ERROR nil Error Domain=Alamofire.AFError Code=0 \"The text is not a URL.\""));
 }

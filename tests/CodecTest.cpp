@@ -263,7 +263,7 @@ TEST_F(Dates, ThatAreNotInThePatternOrTheCalendarAreRefused) {
        {"", "1980-05-17", "0000-12-31T00:00:00", "2023-02-29T00:00:00", "300000-01-01T00:00:00", " 2023-01-01T00:00:00",
         "2023-01-01T00:00:00Z", "2023-01-01T00:00:00.5", "-2023-01-01T00:00:00", "01980-05-17T00:00:00"})
     EXPECT_TRUE(isRefused(text)) << text;
-  const std::string good = "1980-10-11T19:58:58";
+  const std::string good = "1980-10-11T20:50:50";
   for (std::size_t place = 0; place < good.size(); ++place)
     for (int letter = 0; letter < 256; ++letter) {
       std::string text = good;

@@ -243,17 +243,16 @@ void CompletionQueue::stop() {
   if (!origin_.inForkedChild()) runWithoutHandlers(state_->take());
 }
 
-bool CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {
+void CompletionQueue::runUntil(const std::function<bool()>& done, Deadline deadline) {
   State& state = *state_;
   while (!done()) {
     if (state.runNext()) continue;
     MutexLock lock(state.mutex);
     while (!state.woken && state.incoming.empty())
-      if (!state.arrived.wait(lock, deadline)) return false;
+      if (!state.arrived.wait(lock, deadline)) return;
     state.woken = false;
     state.running.append(std::move(state.incoming));
   }
-  return true;
 }
 
 void CompletionQueue::wake() {

@@ -43,9 +43,9 @@ class CompletionQueue : public ProcessExit::Stoppable, public std::enable_shared
   // of `postNext`.
   void postNext(Task::Pointer task);
 
-  // May only be called inside a task of this queue. Runs other tasks until `done` returns true. Returns false if
-  // `deadline` passes first.
-  bool runUntil(const std::function<bool()>& done, Deadline deadline);
+  // May only be called inside a task of this queue. Runs other tasks until `done` returns true or `deadline` has
+  // passed.
+  void runUntil(const std::function<bool()>& done, Deadline deadline);
   // Makes a waiting `runUntil` call `done` again.
   void wake();
 
