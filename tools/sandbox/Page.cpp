@@ -227,9 +227,9 @@ Answer answerOwn(State& state, const SeenRequest& request, const Chart& chart) {
   if (const auto* const change = std::ranges::find(changes, path, &Change::path); change != std::end(changes)) {
     if (request.method != "POST") return wrongMethod("POST");
     return judge(request.body.empty() ? "{}" : request.body, change->fields, [&](Body body) {
-      change->apply(state, body);
       if (change->needsAccount && state.service.find(get(body, "email")) == nullptr)
         return invalid({"There is no account for this e-mail address."});
+      change->apply(state, body);
       return ok(changesSince(state, state.version));
     });
   }

@@ -98,10 +98,11 @@ void State::arm(Operation operation, Script script) {
 }
 
 bool State::confirm(const std::string& email) {
-  ++version;
   Account* const account = service.find(email);
-  if (account != nullptr) account->confirmed = true;
-  return account != nullptr;
+  if (account == nullptr) return false;
+  ++version;
+  account->confirmed = true;
+  return true;
 }
 
 void State::expireAccessTokens() {
